@@ -1,0 +1,31 @@
+/*
+ * zp_mem.h - the device's memory library.
+ *
+ * Every call names the calling thread (its kernel id cut to 16 bits) and a
+ * 16-bit number for the call site, then a reserved 0. A block is given back
+ * with mem_free_ex from any thread. mem_free_ex(.., NULL) does nothing.
+ */
+#ifndef ZP_MEM_H
+#define ZP_MEM_H
+
+#include <stddef.h>
+
+#include "zp_common.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+void *mem_malloc_ex(zp_uint16 tid, zp_uint16 site, zp_uint32 flag, size_t size);
+void mem_free_ex(zp_uint16 tid, zp_uint16 site, zp_uint32 flag, void *ptr);
+
+/* Accounting, for tests and diagnostics: blocks handed out and not yet given
+ * back, by the call site that allocated them, and over all sites. */
+long mem_live_blocks(zp_uint16 site);
+long mem_live_total(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ZP_MEM_H */

@@ -1,0 +1,76 @@
+// The NV store: exact-length round trips, atomic replacement, and a clear
+// error for every bad argument.
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "nvmanager.h"
+
+namespace {
+
+struct RoundTrip {
+    const char *key;
+    std::string value;
+};
+
+class NvRoundTrip : public ::testing::TestWithParam<RoundTrip> {};
+
+TEST_P(NvRoundTrip, ReadsBackExactlyTheBytesWritten)
+{
+    const auto &p = GetParam();
+    ASSERT_EQ(nvmram_writenv(p.key, p.value.data(), static_cast<int>(p.value.size())), NV_OK);
+    std::string buf(NV_VALUE_MAX, '\x5A');
+    int len = -1;
+    ASSERT_EQ(nvmram_readnv(p.key, buf.data(), static_cast<int>(buf.size()), &len), NV_OK);
+    EXPECT_EQ(std::string(buf.data(), static_cast<size_t>(len)), p.value);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lengths, NvRoundTrip,
+    ::testing::Values(RoundTrip{"empty", std::string()}, RoundTrip{"one", std::string("7")},
+                      RoundTrip{"with_nul", std::string("250\0", 4)},  // a counted terminator is kept
+                      RoundTrip{"inner_nul", std::string("a\0b", 3)},
+                      RoundTrip{"odd.len-5", std::string("12345")},
+                      RoundTrip{"largest", std::string(NV_VALUE_MAX, 'x')}));
+
+TEST(Nv, ReplacingAValueLeavesOnlyTheNewOneAndNoTemporaryFile)
+{
+    ASSERT_EQ(nvmram_writenv("replace", "longer value", 12), NV_OK);
+    ASSERT_EQ(nvmram_writenv("replace", "ab", 2), NV_OK);
+    char buf[32];
+    int len = 0;
+    ASSERT_EQ(nvmram_readnv("replace", buf, sizeof buf, &len), NV_OK);
+    EXPECT_EQ(std::string(buf, static_cast<size_t>(len)), "ab");
+
+    DIR *d = opendir(std::getenv("ZP_NV_DIR"));
+    ASSERT_NE(d, nullptr);
+    for (dirent *e; (e = readdir(d)) != nullptr;)
+        EXPECT_EQ(std::string(e->d_name).find(".replace"), std::string::npos) << e->d_name;
+    closedir(d);
+}
+
+TEST(Nv, BadArgumentsGiveAnErrorCode)
+{
+    char buf[8];
+    int len = 0;
+    const std::string too_long_key(NV_KEY_MAX + 1, 'k');
+    EXPECT_EQ(nvmram_writenv(nullptr, "v", 1), NV_ERR_PARAM);
+    EXPECT_EQ(nvmram_writenv("", "v", 1), NV_ERR_PARAM);
+    EXPECT_EQ(nvmram_writenv("../escape", "v", 1), NV_ERR_PARAM);
+    EXPECT_EQ(nvmram_writenv("a/b", "v", 1), NV_ERR_PARAM);
+    EXPECT_EQ(nvmram_writenv(".hidden", "v", 1), NV_ERR_PARAM);
+    EXPECT_EQ(nvmram_writenv(too_long_key.c_str(), "v", 1), NV_ERR_PARAM);
+    EXPECT_EQ(nvmram_writenv("k", nullptr, 1), NV_ERR_PARAM);
+    EXPECT_EQ(nvmram_writenv("k", "v", -1), NV_ERR_PARAM);
+    EXPECT_EQ(nvmram_writenv("k", "v", NV_VALUE_MAX + 1), NV_ERR_TOO_LONG);
+    EXPECT_EQ(nvmram_readnv("never_written", buf, sizeof buf, &len), NV_ERR_NOT_FOUND);
+    EXPECT_EQ(nvmram_readnv("k", nullptr, 8, &len), NV_ERR_PARAM);
+    EXPECT_EQ(nvmram_readnv("k", buf, 8, nullptr), NV_ERR_PARAM);
+    ASSERT_EQ(nvmram_writenv("nine", "123456789", 9), NV_OK);
+    EXPECT_EQ(nvmram_readnv("nine", buf, sizeof buf, &len), NV_ERR_TOO_LONG);
+}
+
+}  // namespace

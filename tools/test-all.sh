@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Builds and runs every test: the host debug build (unit, end-to-end and
+# benchmark smoke tests), the address+undefined and thread sanitizer builds,
+# the 32-bit ARM build with its unit tests under qemu-arm, the ARM target
+# build, and a short run of every fuzz target.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash tools/setup.sh
+
+jobs=$(nproc)
+stage() { echo; echo "=== $*"; }
+run_preset() {
+  local p=$1
+  stage "$p: configure, build, test"
+  cmake --preset "$p" >/dev/null
+  cmake --build --preset "$p" -j"$jobs" >/dev/null
+  ctest --preset "$p" --output-on-failure
+}
+
+run_preset host
+run_preset asan
+run_preset tsan
+run_preset armhf-test
+stage "armhf: target build (/data)"
+cmake --preset armhf >/dev/null
+cmake --build --preset armhf -j"$jobs" >/dev/null
+file build/armhf/app/mutils/pb/libmutils_pb.so.1.0.0 2>/dev/null || true
+run_preset fuzz
+stage "all stages passed"
