@@ -1,0 +1,64 @@
+/*
+ * pb_msg.h - where the parts of a phonebook IPC message sit (internal).
+ *
+ * A message is the 16-byte head, the payload, and on a delivered message the
+ * sender's ipc_addr_t at 16 + length rounded up to a multiple of 4. The
+ * payload sits at offset 16, or at 8 when msg_type is IPC_INNER_MQ, which
+ * also carries no sender address. Every reader and writer of phonebook
+ * messages goes through these helpers.
+ */
+#ifndef PB_MSG_H
+#define PB_MSG_H
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "zp_ipc.h"
+
+constexpr size_t pb_msg_round4(size_t len) { return (len + 3u) & ~static_cast<size_t>(3u); }
+
+inline size_t pb_msg_payload_offset(const ipc_msg_head_t *head)
+{
+    return head->msg_type == IPC_INNER_MQ ? IPC_INNER_MQ_PAYLOAD_OFFSET : IPC_MSG_HEAD_LEN;
+}
+
+inline zp_uint8 *pb_msg_payload(void *msg)
+{
+    return static_cast<zp_uint8 *>(msg) + pb_msg_payload_offset(static_cast<const ipc_msg_head_t *>(msg));
+}
+
+inline const zp_uint8 *pb_msg_payload(const void *msg)
+{
+    return static_cast<const zp_uint8 *>(msg) + pb_msg_payload_offset(static_cast<const ipc_msg_head_t *>(msg));
+}
+
+/* The sender's address of a delivered message; null for IPC_INNER_MQ. */
+inline const ipc_addr_t *pb_msg_sender(const void *msg)
+{
+    const auto *head = static_cast<const ipc_msg_head_t *>(msg);
+    if (head->msg_type == IPC_INNER_MQ)
+        return nullptr;
+    return reinterpret_cast<const ipc_addr_t *>(static_cast<const zp_uint8 *>(msg) + IPC_MSG_HEAD_LEN +
+                                                pb_msg_round4(head->length));
+}
+
+/* Bytes of a delivered message: head, padded payload and sender address. */
+inline size_t pb_msg_delivered_size(const ipc_msg_head_t *head)
+{
+    return IPC_MSG_HEAD_LEN + pb_msg_round4(head->length) + sizeof(ipc_addr_t);
+}
+
+/* The calling thread's kernel id cut to 16 bits, as the memory library wants. */
+inline zp_uint16 pb_tid16() { return static_cast<zp_uint16>(syscall(SYS_gettid)); }
+
+/* Call-site numbers for the memory library, one range per source file. */
+enum : zp_uint16 {
+    PB_SITE_CLIENT = 0x0300, /* zpt_ui_pb_api client calls: 0x0300..0x03FF */
+    PB_SITE_SERVICE = 0x0200, /* mm_pb: 0x0200..0x02FF */
+    PB_SITE_QMI = 0x0400,     /* pb_qmi: 0x0400..0x04FF */
+};
+
+#endif /* PB_MSG_H */
