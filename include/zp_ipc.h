@@ -110,7 +110,23 @@ zp_sdk_ipc_ret_value ipc_msg_send_asy(ipc_addr_t *addr, void *msg, zp_uint32 len
 
 zp_sdk_ipc_ret_value ipc_mq_create(zp_uint32 flag, ipc_mq_cb_pt *mq);
 zp_sdk_ipc_ret_value ipc_mq_send(ipc_mq_cb_pt mq, void *msg, zp_uint32 flag, zp_uint32 pri);
+/* timeout: -1 waits for ever, 0 polls, n waits n milliseconds. */
 zp_sdk_ipc_ret_value ipc_mq_recv(ipc_mq_cb_pt mq, void **msg, zp_int32 timeout);
+/* Makes one blocked (or the next) ipc_mq_recv return IPC_MQ_EMPTY with *msg
+ * set to NULL, without a message: lets an owner stop a receiving thread. */
+zp_sdk_ipc_ret_value ipc_mq_wake(ipc_mq_cb_pt mq);
+/* Frees the queue and any message still on it (with mem_free_ex). */
+zp_sdk_ipc_ret_value ipc_mq_destroy(ipc_mq_cb_pt mq);
+
+/* Receiving side of a host process: binds the socket of `module_id` and
+ * hands every delivered message to `handler` from one receive thread. The
+ * message is valid only during the call; the handler does not free it. */
+typedef void (*ipc_msg_handler)(void *msg, void *ctx);
+typedef struct ipc_server *ipc_server_pt;
+zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_handler handler, void *ctx,
+                                      ipc_server_pt *server);
+/* Stops the receive thread, closes and removes the socket. */
+void ipc_server_stop(ipc_server_pt server);
 
 #ifdef __cplusplus
 }
