@@ -1,0 +1,238 @@
+#include "args.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace pbcli {
+
+namespace {
+
+struct CmdSpec {
+    const char *name;
+    Cmd cmd;
+    bool takes_phonebook;
+};
+
+const CmdSpec kCommands[] = {
+    {"help", Cmd::HELP, false},          {"list", Cmd::LIST, true},     {"show", Cmd::SHOW, true},
+    {"add", Cmd::ADD, true},             {"edit", Cmd::EDIT, true},     {"delete", Cmd::DELETE, true},
+    {"delete-all", Cmd::DELETE_ALL, true}, {"import", Cmd::IMPORT, false}, {"export", Cmd::EXPORT, true},
+};
+
+bool parse_index(const std::string &s, int *out)
+{
+    if (s.empty() || s.size() > 4 || s.find_first_not_of("0123456789") != std::string::npos)
+        return false;
+    int v = std::atoi(s.c_str());
+    if (v < 1 || v > PB_MAX_ENTRIES)
+        return false;
+    *out = v;
+    return true;
+}
+
+std::string check_field(const char *what, const std::optional<std::string> &v)
+{
+    if (v && v->size() > PB_TEXT_LEN - 1)
+        return std::string(what) + " is " + std::to_string(v->size()) + " bytes long; at most " +
+               std::to_string(PB_TEXT_LEN - 1) + " fit";
+    if (v && v->find('\n') != std::string::npos)
+        return std::string(what) + " must not hold a line feed";
+    return "";
+}
+
+}  // namespace
+
+std::string parse_args(int argc, const char *const *argv, Args *args)
+{
+    *args = Args();
+    std::vector<std::string> pos;
+    bool options_done = false;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        if (options_done || a.size() < 2 || a[0] != '-') {
+            pos.push_back(a);
+            continue;
+        }
+        if (a == "--") {
+            options_done = true;
+            continue;
+        }
+        std::string value;
+        bool has_value = false;
+        if (size_t eq = a.find('='); a.compare(0, 2, "--") == 0 && eq != std::string::npos) {
+            value = a.substr(eq + 1);
+            a.resize(eq);
+            has_value = true;
+        }
+        auto take_value = [&](std::string *out) -> bool {
+            if (!has_value) {
+                if (i + 1 >= argc)
+                    return false;
+                value = argv[++i];
+            }
+            *out = value;
+            return true;
+        };
+        std::string v;
+        if (a == "-h" || a == "--help") {
+            args->cmd = Cmd::HELP;
+            return "";
+        } else if (a == "-j" || a == "--json") {
+            args->json = true;
+        } else if (a == "-y" || a == "--yes") {
+            args->yes = true;
+        } else if (a == "-w" || a == "--wait") {
+            if (!take_value(&v))
+                return "--wait needs a number of seconds";
+            char *end = nullptr;
+            errno = 0;
+            double s = std::strtod(v.c_str(), &end);
+            if (v.empty() || *end != '\0' || errno != 0 || !(s >= 0 && s <= 3600))
+                return "--wait takes seconds from 0 to 3600, not '" + v + "'";
+            args->wait_seconds = s;
+        } else if (a == "-n" || a == "--name") {
+            if (!take_value(&v))
+                return "--name needs a value";
+            args->name = v;
+        } else if (a == "-N" || a == "--number") {
+            if (!take_value(&v))
+                return "--number needs a value";
+            args->number = v;
+        } else if (a == "-e" || a == "--email") {
+            if (!take_value(&v))
+                return "--email needs a value";
+            args->email = v;
+        } else {
+            return "unknown option '" + a + "'";
+        }
+    }
+
+    if (pos.empty())
+        return "no command given";
+    const CmdSpec *spec = nullptr;
+    for (const auto &c : kCommands)
+        if (pos[0] == c.name)
+            spec = &c;
+    if (!spec)
+        return "unknown command '" + pos[0] + "'";
+    args->cmd = spec->cmd;
+    size_t next = 1;
+    if (spec->takes_phonebook) {
+        if (pos.size() < 2)
+            return pos[0] + ": name the phonebook, sim or device";
+        if (pos[1] == "sim")
+            args->type = STORAGE_TYPE_SIM;
+        else if (pos[1] == "device" || pos[1] == "flash")
+            args->type = STORAGE_TYPE_FLASH;
+        else
+            return "unknown phonebook '" + pos[1] + "': use sim or device";
+        next = 2;
+    }
+    if (args->cmd == Cmd::IMPORT || args->cmd == Cmd::EXPORT) {
+        if (pos.size() <= next)
+            return pos[0] + ": name the text file";
+        args->file = pos[next++];
+    }
+    for (; next < pos.size(); ++next) {
+        int idx;
+        if (!parse_index(pos[next], &idx))
+            return "'" + pos[next] + "' is not an index from 1 to " + std::to_string(PB_MAX_ENTRIES);
+        args->indexes.push_back(idx);
+    }
+
+    const size_t n = args->indexes.size();
+    const bool has_fields = args->name || args->number || args->email;
+    switch (args->cmd) {
+    case Cmd::HELP:
+        return "";
+    case Cmd::LIST:
+    case Cmd::DELETE_ALL:
+    case Cmd::IMPORT:
+        if (n != 0)
+            return pos[0] + " takes no index";
+        if (args->cmd == Cmd::DELETE_ALL && !args->yes)
+            return "delete-all removes every entry: confirm with --yes";
+        break;
+    case Cmd::SHOW:
+    case Cmd::EDIT:
+        if (n != 1)
+            return pos[0] + " takes exactly one index";
+        if (args->cmd == Cmd::EDIT && !has_fields)
+            return "edit: give at least one of --name, --number, --email";
+        break;
+    case Cmd::ADD:
+        if (n != 0)
+            return "add takes no index: the phonebook chooses it";
+        if (!args->name && !args->number)
+            return "add: give --name or --number";
+        break;
+    case Cmd::DELETE:
+        if (n == 0)
+            return "delete: give one or more indexes";
+        break;
+    case Cmd::EXPORT:
+        break;
+    }
+    if (has_fields && args->cmd != Cmd::ADD && args->cmd != Cmd::EDIT)
+        return pos[0] + " takes no --name, --number or --email";
+    for (auto [what, v] : {std::pair{"name", &args->name}, {"number", &args->number}, {"e-mail", &args->email}})
+        if (std::string err = check_field(what, *v); !err.empty())
+            return err;
+    return "";
+}
+
+const char *usage_text()
+{
+    return R"(Usage: pbcli [OPTIONS] COMMAND [ARGUMENTS]
+
+Reads and changes the SIM and device phonebooks through the phonebook
+service (pb_host). PHONEBOOK is "sim" or "device". Indexes are the entries'
+places in their phonebook, 1 to 1000, as "list" shows them.
+
+Commands:
+  list PHONEBOOK                   list every entry
+  show PHONEBOOK INDEX             show one entry
+  add PHONEBOOK --name NAME [--number NUMBER] [--email EMAIL]
+                                   add an entry (--name or --number needed);
+                                   prints the new entry with its index
+  edit PHONEBOOK INDEX [--name NAME] [--number NUMBER] [--email EMAIL]
+                                   change the fields given, keep the others
+  delete PHONEBOOK INDEX...        delete one entry, or several at once
+  delete-all PHONEBOOK --yes       delete every entry of the phonebook
+  import FILE                      add the entries of a text file to the device
+                                   phonebook; one entry a line: number,name,email
+  export PHONEBOOK FILE [INDEX...] write entries to a text file, all of them
+                                   when no index is given; one entry a line:
+                                   name,number,email
+  help                             show this text
+
+Options:
+  -j, --json          print results (and failures) as JSON on standard output
+  -w, --wait SECONDS  how long to wait while the SIM phonebook is being read
+                      (default 30; 0 fails at once)
+  -n, --name NAME     name, UTF-8, at most 50 bytes
+  -N, --number NUMBER number: digits * # P W T, + in front for international;
+                      at most 50 bytes
+  -e, --email EMAIL   e-mail address, at most 50 bytes
+  -y, --yes           confirm delete-all
+  -h, --help          show this text
+
+Text files have no header and no quoting; a name that holds a comma does not
+read back as it was written. Export writes the name first, import expects the
+number first.
+
+Exit status:
+  0  done
+  1  the phonebook refused or failed the operation (message says why)
+  2  bad command line
+  3  the phonebook service could not be reached (is pb_host running?)
+  4  the SIM phonebook was still being read when the wait ran out
+  5  no entry at the index given
+
+Environment: ZP_IPC_DIR names the folder of the service's socket;
+ZP_LOG_LEVEL (default 1) and ZP_LOG_FILE control the library's log.
+)";
+}
+
+}  // namespace pbcli

@@ -1,0 +1,35 @@
+// The command line of the phonebook tool: one command, its phonebook and
+// arguments, and the global options.
+#ifndef PBCLI_ARGS_H
+#define PBCLI_ARGS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "zpt_ui_pb_api.h"
+
+namespace pbcli {
+
+enum class Cmd { HELP, LIST, SHOW, ADD, EDIT, DELETE, DELETE_ALL, IMPORT, EXPORT };
+
+struct Args {
+    Cmd cmd = Cmd::HELP;
+    bool json = false;
+    double wait_seconds = 30;  // how long to wait for the SIM phonebook to be read
+    storage_type_t type = STORAGE_TYPE_UNKNOWN;
+    std::vector<int> indexes;  // device indexes, 1..1000
+    std::optional<std::string> name, number, email;
+    std::string file;
+    bool yes = false;  // confirms delete-all
+};
+
+// Fills *args from argv. Returns an empty string, or what is wrong.
+std::string parse_args(int argc, const char *const *argv, Args *args);
+
+// The --help text: every command, option and exit status.
+const char *usage_text();
+
+}  // namespace pbcli
+
+#endif

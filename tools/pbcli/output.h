@@ -1,0 +1,51 @@
+// Output of the command-line phonebook tool: result codes as messages and
+// exit statuses, entries as readable tables or as JSON for scripts.
+#ifndef PBCLI_OUTPUT_H
+#define PBCLI_OUTPUT_H
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "zpt_ui_pb_api.h"
+
+namespace pbcli {
+
+// Exit statuses of the tool.
+enum Exit {
+    EXIT_OK = 0,
+    EXIT_FAILED = 1,      // the phonebook refused or failed the operation
+    EXIT_USAGE = 2,       // bad command line
+    EXIT_NO_SERVICE = 3,  // the phonebook service could not be reached
+    EXIT_NOT_READY = 4,   // the SIM phonebook was not ready within the time limit
+    EXIT_NOT_FOUND = 5,   // no entry at the index given
+};
+
+// A person-readable message for a result code of the phonebook.
+std::string rcode_message(int rc);
+// The exit status the tool ends with after that result code.
+Exit rcode_exit(int rc);
+// The result codes that mean "the SIM phonebook is not ready yet".
+bool rcode_busy(int rc);
+
+const char *storage_name(storage_type_t type);  // "sim" or "device"
+
+// Text as a JSON string literal. Control characters are escaped; bytes that
+// are not valid UTF-8 become U+FFFD so that the output always parses.
+std::string json_string(const std::string &s);
+std::string json_entry(const pb_flash_info &e);
+std::string json_entries(const std::vector<pb_flash_info> &v);
+
+// Columns a UTF-8 text takes on a terminal: wide East Asian characters take
+// two, control characters are shown escaped (see display_text).
+size_t display_width(const std::string &s);
+// The text as a table cell: line feeds, tabs and other control bytes as
+// \n, \t, \xNN, so that one entry stays on one line.
+std::string display_text(const std::string &s);
+
+// A table of entries, with the SIM record column for the SIM phonebook.
+void print_table(std::ostream &out, storage_type_t type, const std::vector<pb_flash_info> &v);
+
+}  // namespace pbcli
+
+#endif
