@@ -34,6 +34,11 @@ constexpr size_t kStreamBuffer = 64 * 1024;
 
 void use_big_buffer(FILE *f) { std::setvbuf(f, nullptr, _IOFBF, kStreamBuffer); }
 
+// Each stream here belongs to one call on one thread, so the per-call stream
+// lock of fread/fwrite buys nothing; skip it.
+size_t read_bytes(void *buf, size_t n, FILE *f) { return fread_unlocked(buf, 1, n, f); }
+size_t write_bytes(const void *buf, size_t n, FILE *f) { return fwrite_unlocked(buf, 1, n, f); }
+
 struct BookPaths {
     const char *book;
     const char *backup;
@@ -71,24 +76,24 @@ bool write_u32(FILE *f, zp_uint32 v)
 {
     const unsigned char b[4] = {static_cast<unsigned char>(v), static_cast<unsigned char>(v >> 8),
                                 static_cast<unsigned char>(v >> 16), static_cast<unsigned char>(v >> 24)};
-    return std::fwrite(b, 1, sizeof b, f) == sizeof b;
+    return write_bytes(b, sizeof b, f) == sizeof b;
 }
 
 bool read_u32(FILE *f, zp_uint32 *v)
 {
     unsigned char b[4];
-    if (std::fread(b, 1, sizeof b, f) != sizeof b)
+    if (read_bytes(b, sizeof b, f) != sizeof b)
         return false;
     *v = zp_uint32{b[0]} | zp_uint32{b[1]} << 8 | zp_uint32{b[2]} << 16 | zp_uint32{b[3]} << 24;
     return true;
 }
 
-bool write_text(FILE *f, const char *field) { return std::fwrite(field, 1, PB_TEXT_LEN, f) == PB_TEXT_LEN; }
+bool write_text(FILE *f, const char *field) { return write_bytes(field, PB_TEXT_LEN, f) == PB_TEXT_LEN; }
 
 // A loaded text field always ends inside its 51 bytes, whatever the file held.
 bool read_text(FILE *f, char *field)
 {
-    bool whole = std::fread(field, 1, PB_TEXT_LEN, f) == PB_TEXT_LEN;
+    bool whole = read_bytes(field, PB_TEXT_LEN, f) == PB_TEXT_LEN;
     field[PB_TEXT_LEN - 1] = '\0';
     return whole;
 }
@@ -167,8 +172,8 @@ int simlib_pb_backup_file(const char *path_a, const char *path_b)
     use_big_buffer(dst.get());
     unsigned char buf[32];
     size_t n;
-    while ((n = std::fread(buf, 1, sizeof buf, src.get())) > 0) {
-        if (std::fwrite(buf, 1, n, dst.get()) != n) {
+    while ((n = read_bytes(buf, sizeof buf, src.get())) > 0) {
+        if (write_bytes(buf, n, dst.get()) != n) {
             PB_LOG("error\n\n");
             return -1;
         }
