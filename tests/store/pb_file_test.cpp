@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -112,16 +111,6 @@ TEST_F(PbFile, LoadersKeepTableRulesOnCraftedFiles)
     }
 }
 
-TEST_F(PbFile, RefusesBadArgumentsWithoutTouchingFiles)
-{
-    auto bad = STORAGE_TYPE_UNKNOWN;
-    for (int rc : {simlib_pb_from_flash(STORAGE_TYPE_FLASH, nullptr), simlib_pb_add_from_flash(bad, t.get()),
-                   simlib_pb_to_flash(bad, t.get()), simlib_pb_add_to_file(bad, &nine),
-                   simlib_pb_add_to_file(STORAGE_TYPE_FLASH, nullptr), simlib_clear_flash(bad)})
-        EXPECT_EQ(-1, rc);
-    EXPECT_FALSE(exists(kBook));
-}
-
 // Every state the files can be in before a write, for append and rewrite.
 // A backup next to the phonebook file marks an interrupted write: the file
 // is put back from it first.
@@ -191,11 +180,6 @@ TEST_F(PbFile, WriteThatFailsPartWayReportsFailureAndDropsBackup)
     }));
     EXPECT_FALSE(exists(kBackup));
 
-    simlib_clear_flash(STORAGE_TYPE_FLASH);  // a phonebook path that cannot be opened for writing
-    ASSERT_EQ(0, mkdir(kBook.c_str(), 0700));
-    EXPECT_EQ(-1, simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get()));
-    EXPECT_EQ(-1, simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine));
-    rmdir(kBook.c_str());
 }
 
 }  // namespace

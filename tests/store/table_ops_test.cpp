@@ -94,39 +94,33 @@ TEST_F(TableOps, FullTableAndOutOfRangeIndexesChangeNothing)
     EXPECT_EQ(0, std::memcmp(&before, &t->mem, sizeof before));
 }
 
-TEST_F(TableOps, NameSearchIsExactAndLowestSlotWins)
+TEST_F(TableOps, NameSearchIsExactAndLookUpsFindTheLowestSlot)
 {
     use(0, 1, "anna");
     use(1, 2, "Anna ");
     use(3, 4, "Annabel");
     use(5, 6, "Bob");
     use(2, 3, "Bob");
+    use(7, 6, "later slot, same SIM record");
     pb_flash_info got{};
     char anna[] = "Anna", bob[] = "Bob";
     EXPECT_EQ(-1, simlib_pb_searchname(t.get(), anna, &got));
     ASSERT_EQ(0, simlib_pb_searchname(t.get(), bob, &got));
     EXPECT_EQ(3u, got.index);
-    t->mem.pb_count = 0;  // a count of 0 means empty, whatever the slots hold
-    EXPECT_EQ(-1, simlib_pb_searchname(t.get(), bob, &got));
-}
 
-TEST_F(TableOps, LookUpByDeviceOrSimIndex)
-{
-    use(2, 40);
-    use(9, 40);
-    pb_flash_info got{};
     struct {
         unsigned index;
         index_type_t type;
-        int want_slot;  // -1: not found
-    } cases[] = {{0, INDEX_TYPE_FLASH, -1}, {1001, INDEX_TYPE_FLASH, -1}, {2, INDEX_TYPE_FLASH, -1},
-                 {10, INDEX_TYPE_FLASH, 9}, {40, INDEX_TYPE_SIM, 2}, {0, INDEX_TYPE_SIM, -1}};
+        zp_uint32 want;  // index of the entry found, 0 for none
+    } cases[] = {{0, INDEX_TYPE_FLASH, 0}, {1001, INDEX_TYPE_FLASH, 0}, {5, INDEX_TYPE_FLASH, 0},
+                 {6, INDEX_TYPE_FLASH, 6}, {6, INDEX_TYPE_SIM, 6}, {0, INDEX_TYPE_SIM, 0}};
     for (auto &c : cases) {
         got = pb_flash_info{};
-        int rc = simlib_pb_getbyidx(t.get(), c.index, &got, c.type);
-        EXPECT_EQ(c.want_slot < 0 ? -1 : 0, rc) << c.index;
-        EXPECT_EQ(c.want_slot < 0 ? 0u : zp_uint32(c.want_slot + 1), got.index) << c.index;
+        EXPECT_EQ(c.want ? 0 : -1, simlib_pb_getbyidx(t.get(), c.index, &got, c.type)) << c.index;
+        EXPECT_EQ(c.want, got.index) << c.index;
     }
+    t->mem.pb_count = 0;  // a count of 0 means empty, whatever the slots hold
+    EXPECT_EQ(-1, simlib_pb_searchname(t.get(), bob, &got));
 }
 
 TEST_F(TableOps, FreeSimIndexIsTheLowestUnusedUpToTheCardsMaximum)
