@@ -3,6 +3,7 @@
 // Annex A). Outputs carry a 0xEE guard so a write past the result shows.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
