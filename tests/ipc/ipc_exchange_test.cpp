@@ -37,7 +37,8 @@ Result exchange(zp_uint32 msg_id, const std::vector<zp_uint8> &payload, size_t r
     h->msg_id = msg_id;
     h->length = static_cast<zp_uint32>(payload.size());
     ipc_gen_seesion_id(h);
-    std::memcpy(pb_msg_payload(req), payload.data(), payload.size());
+    if (!payload.empty())
+        std::memcpy(pb_msg_payload(req), payload.data(), payload.size());
     size_t rsp_len = room;
     Result r{};
     r.session = h->session_id;

@@ -1,12 +1,13 @@
 #include "ipc_peer.h"
 
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
@@ -99,6 +100,7 @@ void respond(void *msg, void *ctx)
 
 int run_responder()
 {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // never outlive a test that crashed
     Responder r;
     ipc_server_pt srv = nullptr;
     if (ipc_server_start(MU_ID, respond, &r, &srv) != IPC_OK)
@@ -136,11 +138,17 @@ Peer::Peer()
         pid_ = -1;
         return;
     }
+    // Ready once the socket accepts datagrams: a file left by an earlier
+    // run may be there before the responder has bound its own.
     ipc_addr_t a;
     ipc_get_addr_by_id(MU_ID, 0, &a);
-    struct stat st;
-    for (int i = 0; i < 500 && stat(a.addr.sun_path, &st) != 0; ++i)
+    const int probe = socket(AF_UNIX, SOCK_DGRAM, 0);
+    for (int i = 0; i < 500; ++i) {
+        if (connect(probe, reinterpret_cast<sockaddr *>(&a.addr), sizeof(a.addr)) == 0)
+            break;
         usleep(10000);
+    }
+    close(probe);
 }
 
 int Peer::finish()
