@@ -1,6 +1,5 @@
 #include "ipc_peer.h"
 
-#include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -17,8 +16,6 @@
 
 #include "pb_msg.h"
 #include "zp_mem.h"
-
-extern char **environ;
 
 namespace {
 
@@ -98,9 +95,11 @@ void respond(void *msg, void *ctx)
     ++r->delivered;
 }
 
+// Exit status 0 when the responder gave back every buffer it took.
 int run_responder()
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);  // never outlive a test that crashed
+    const long live_at_start = mem_live_total();
     Responder r;
     ipc_server_pt srv = nullptr;
     if (ipc_server_start(MU_ID, respond, &r, &srv) != IPC_OK)
@@ -110,34 +109,19 @@ int run_responder()
         r.done.wait(hold, [&r] { return r.quit; });
     }
     ipc_server_stop(srv);
-    return mem_live_total() == 0 ? 0 : 3;
+    return mem_live_total() == live_at_start ? 0 : 3;
 }
-
-// Runs before main when this process is the responder.
-const int g_role = [] {
-    const char *role = std::getenv("IPC_TEST_ROLE");
-    if (role != nullptr && std::strcmp(role, "responder") == 0)
-        _exit(run_responder());
-    return 0;
-}();
 
 }  // namespace
 
 Peer::Peer()
 {
-    (void)g_role;
-    std::vector<char *> env;
-    for (char **e = environ; *e != nullptr; ++e)
-        env.push_back(*e);
-    static char role[] = "IPC_TEST_ROLE=responder";
-    env.push_back(role);
-    env.push_back(nullptr);
-    static char self[] = "/proc/self/exe";
-    char *argv[] = {self, nullptr};
-    if (posix_spawn(&pid_, self, nullptr, nullptr, argv, env.data()) != 0) {
-        pid_ = -1;
+    // The test process has no other thread when a fixture forks.
+    pid_ = fork();
+    if (pid_ == 0)
+        _exit(run_responder());
+    if (pid_ < 0)
         return;
-    }
     // Ready once the socket accepts datagrams: a file left by an earlier
     // run may be there before the responder has bound its own.
     ipc_addr_t a;

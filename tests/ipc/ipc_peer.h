@@ -1,5 +1,5 @@
-// A responder in a process of its own: the test binary run again with
-// IPC_TEST_ROLE=responder serves MU_ID and answers by message id.
+// A responder in a forked process of its own: serves MU_ID and answers by
+// message id.
 #ifndef IPC_PEER_H
 #define IPC_PEER_H
 
