@@ -121,6 +121,9 @@ typedef zp_sdk_ipc_addr ipc_addr_t;
 #define IPC_INNER_MQ_PAYLOAD_OFFSET 8u
 /* Largest payload a message may carry between processes. */
 #define IPC_MSG_MAX_PAYLOAD 65536u
+/* Memory-library call site that ipc_memory_assign() buffers count under
+ * (the library keeps to 0x0100..0x01FF). */
+#define IPC_MEM_SITE_ASSIGN 0x0101u
 /* Folder of the module sockets when ZP_IPC_DIR is not set. */
 #define IPC_DEFAULT_DIR "/tmp/zp_ipc"
 
@@ -155,8 +158,10 @@ zp_sdk_ipc_ret_value ipc_msg_send_syn(ipc_addr_t *addr, void *msg, zp_uint32 len
 zp_sdk_ipc_ret_value ipc_msg_send_asy(ipc_addr_t *addr, void *msg, zp_uint32 len);
 
 /* In-process queue of message pointers, FIFO, safe between threads. The
- * queue owns a message from ipc_mq_send() until ipc_mq_recv() hands it out.
- * flag and pri are reserved (0); IPC_MQ_FULL past IPC_MQ_MAX_DEPTH. */
+ * queue owns a message from a successful ipc_mq_send() until ipc_mq_recv()
+ * hands it out; on any other result the message stays the caller's. flag
+ * and pri are reserved (0); IPC_MQ_FULL past IPC_MQ_MAX_DEPTH messages.
+ * Queued messages must come from mem_malloc_ex (ipc_mq_destroy frees them). */
 #define IPC_MQ_MAX_DEPTH 4096u
 zp_sdk_ipc_ret_value ipc_mq_create(zp_uint32 flag, ipc_mq_cb_pt *mq);
 zp_sdk_ipc_ret_value ipc_mq_send(ipc_mq_cb_pt mq, void *msg, zp_uint32 flag, zp_uint32 pri);
@@ -166,7 +171,8 @@ zp_sdk_ipc_ret_value ipc_mq_recv(ipc_mq_cb_pt mq, void **msg, zp_int32 timeout);
 /* Makes one blocked (or the next) ipc_mq_recv return IPC_MQ_EMPTY with *msg
  * set to NULL, without a message: lets an owner stop a receiving thread. */
 zp_sdk_ipc_ret_value ipc_mq_wake(ipc_mq_cb_pt mq);
-/* Frees the queue and any message still on it (with mem_free_ex). */
+/* Frees the queue and any message still on it (with mem_free_ex). No thread
+ * may be using the queue any more. */
 zp_sdk_ipc_ret_value ipc_mq_destroy(ipc_mq_cb_pt mq);
 
 /* Receiving side of a host process: binds the socket of `module_id` and
@@ -179,7 +185,8 @@ typedef struct ipc_server *ipc_server_pt;
 zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_handler handler, void *ctx,
                                       ipc_server_pt *server);
 /* Stops the receive thread, closes and removes the socket. Not to be called
- * from the handler. */
+ * from the handler. The handler must not wait on a synchronous exchange with
+ * its own module either: its thread is the one that would receive it. */
 void ipc_server_stop(ipc_server_pt server);
 
 #ifdef __cplusplus

@@ -25,7 +25,7 @@ namespace zp_ipc {
 
 /* Call sites of the library in the memory library's accounting. */
 enum : zp_uint16 {
-    kSiteAssign = 0x0101,    /* ipc_memory_assign */
+    kSiteAssign = IPC_MEM_SITE_ASSIGN,
     kSiteServerBuf = 0x0102, /* a server's receive buffer */
 };
 

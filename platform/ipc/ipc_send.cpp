@@ -14,8 +14,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <mutex>
-#include <shared_mutex>
 
 #include "ipc_internal.h"
 
@@ -27,12 +25,15 @@ using Clock = std::chrono::steady_clock;
 constexpr int kSendTimeoutSec = 5;  // a receiver whose queue stays full
 
 std::atomic<unsigned> g_fork_gen{0};
-std::shared_mutex g_home_lock;
+pthread_rwlock_t g_home_lock = PTHREAD_RWLOCK_INITIALIZER;
 int g_home_fd = -1;
 
+// The child of a fork starts with a fresh lock: a thread of the parent may
+// have held it at that moment, and that thread does not exist there.
 void after_fork_in_child()
 {
     g_fork_gen.fetch_add(1, std::memory_order_relaxed);
+    pthread_rwlock_init(&g_home_lock, nullptr);
     g_home_fd = -1;  // the server's thread did not come along
 }
 
@@ -99,16 +100,18 @@ long remaining_us(Clock::time_point deadline)
 
 void home_register(int fd)
 {
-    std::unique_lock<std::shared_mutex> lock(g_home_lock);
+    pthread_rwlock_wrlock(&g_home_lock);
     if (g_home_fd < 0)
         g_home_fd = fd;
+    pthread_rwlock_unlock(&g_home_lock);
 }
 
 void home_unregister(int fd)
 {
-    std::unique_lock<std::shared_mutex> lock(g_home_lock);
+    pthread_rwlock_wrlock(&g_home_lock);
     if (g_home_fd == fd)
         g_home_fd = -1;
+    pthread_rwlock_unlock(&g_home_lock);
 }
 
 }  // namespace zp_ipc
@@ -130,15 +133,17 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_asy(ipc_addr_t *addr, void *msg, zp
     head.length = len;
     const void *payload = static_cast<const zp_uint8 *>(msg) + IPC_MSG_HEAD_LEN;
 
-    std::shared_lock<std::shared_mutex> lock(g_home_lock);
+    // Held across the send so that a stopping server can't close the socket
+    // under it.
+    pthread_rwlock_rdlock(&g_home_lock);
     int fd = g_home_fd;
     if (fd < 0) {
-        ReplySocket *r = reply_socket();
-        if (r == nullptr)
-            return IPC_SYS_ERR;
-        fd = r->fd;
+        const ReplySocket *r = reply_socket();
+        fd = r != nullptr ? r->fd : -1;
     }
-    return send_datagram(fd, &to, tolen, &head, payload, len);
+    const zp_sdk_ipc_ret_value ret = fd >= 0 ? send_datagram(fd, &to, tolen, &head, payload, len) : IPC_SYS_ERR;
+    pthread_rwlock_unlock(&g_home_lock);
+    return ret;
 }
 
 IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_syn(ipc_addr_t *addr, void *msg, zp_uint32 len, zp_uint32 timeout,

@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr zp_uint16 kSiteAssign = 0x0101;
+constexpr zp_uint16 kSiteAssign = PB_SITE_IPC_BUFFER;
 
 struct Result {
     zp_sdk_ipc_ret_value rc;

@@ -20,7 +20,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr zp_uint16 kSiteAssign = 0x0101;
+constexpr zp_uint16 kSiteAssign = PB_SITE_IPC_BUFFER;
 constexpr zp_uint16 kSiteCopy = 0x0E00;
 
 TEST(IpcAddr, RejectsBadIdsAndFoldersTooLongForASocketPath)
