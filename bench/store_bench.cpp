@@ -1,0 +1,127 @@
+// Phonebook file work against the floor of one fread and one fwrite of a
+// whole 1000-record file (161,000 bytes). Run with ZP_LOG_LEVEL=2 for the
+// figures with logging filtered out, and with ZP_LOG_LEVEL=1 and
+// ZP_LOG_FILE=<path> for logging on.
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "zpt_ui_pb_api.h"
+#include "zpt_ui_pb_func.h"
+
+namespace {
+
+constexpr const char *kBook = PB_DATA_DIR "/pb_device_file";
+constexpr size_t kFullFile = size_t{PB_RECORD_SIZE} * PB_MAX_ENTRIES;
+constexpr off_t kFile999 = off_t{PB_RECORD_SIZE} * (PB_MAX_ENTRIES - 1);
+
+std::unique_ptr<pb_mem_info> full_table()
+{
+    std::unique_ptr<pb_mem_info> t(new pb_mem_info());
+    for (int k = 0; k < PB_MAX_ENTRIES; ++k) {
+        pb_flash_info &e = t->mem.pb[k];
+        e.index = static_cast<zp_uint32>(k + 1);
+        e.sim_index = 0xFFFFFFFFu;
+        std::snprintf(e.name, sizeof e.name, "Contact %04d", k);
+        std::snprintf(e.num, sizeof e.num, "+49170%07d", k);
+        std::snprintf(e.email, sizeof e.email, "contact%04d@example.org", k);
+    }
+    t->mem.pb_count = PB_MAX_ENTRIES;
+    return t;
+}
+
+// A phonebook file of `records` entries, no backup.
+void make_book(int records)
+{
+    simlib_clear_flash(STORAGE_TYPE_FLASH);
+    std::unique_ptr<pb_mem_info> t = full_table();
+    for (int k = records; k < PB_MAX_ENTRIES; ++k)
+        t->mem.pb[k] = pb_flash_info{};
+    t->mem.pb_count = static_cast<zp_uint32>(records);
+    simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get());
+}
+
+void BM_Floor_FreadFwrite(benchmark::State &state)
+{
+    make_book(PB_MAX_ENTRIES);
+    std::vector<char> buf(kFullFile);
+    const char *copy = PB_DATA_DIR "/floor_copy";
+    for (auto _ : state) {
+        FILE *in = std::fopen(kBook, "r");
+        benchmark::DoNotOptimize(std::fread(buf.data(), 1, buf.size(), in));
+        std::fclose(in);
+        FILE *out = std::fopen(copy, "w");
+        benchmark::DoNotOptimize(std::fwrite(buf.data(), 1, buf.size(), out));
+        std::fclose(out);
+    }
+    unlink(copy);
+}
+BENCHMARK(BM_Floor_FreadFwrite);
+
+void BM_LoadByIndex(benchmark::State &state)
+{
+    make_book(PB_MAX_ENTRIES);
+    std::unique_ptr<pb_mem_info> t(new pb_mem_info());
+    for (auto _ : state)
+        simlib_pb_from_flash(STORAGE_TYPE_FLASH, t.get());
+}
+BENCHMARK(BM_LoadByIndex);
+
+void BM_LoadDense(benchmark::State &state)
+{
+    make_book(PB_MAX_ENTRIES);
+    std::unique_ptr<pb_mem_info> t(new pb_mem_info());
+    for (auto _ : state)
+        simlib_pb_add_from_flash(STORAGE_TYPE_FLASH, t.get());
+}
+BENCHMARK(BM_LoadDense);
+
+// Append one record to a 999-record file (backup copy, append, clean-up).
+void BM_AppendTo999(benchmark::State &state)
+{
+    make_book(PB_MAX_ENTRIES - 1);
+    pb_flash_info e = full_table()->mem.pb[PB_MAX_ENTRIES - 1];
+    for (auto _ : state) {
+        simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &e);
+        state.PauseTiming();
+        truncate(kBook, kFile999);
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(BM_AppendTo999);
+
+// Rewrite a full table over an existing full file (backup copy included).
+void BM_RewriteFull(benchmark::State &state)
+{
+    make_book(PB_MAX_ENTRIES);
+    std::unique_ptr<pb_mem_info> t = full_table();
+    for (auto _ : state)
+        simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get());
+}
+BENCHMARK(BM_RewriteFull);
+
+// What an add costs in files: dense load of 999 records, add to the working
+// copy, backup and rewrite of 1000.
+void BM_AddCycle(benchmark::State &state)
+{
+    make_book(PB_MAX_ENTRIES - 1);
+    std::unique_ptr<pb_mem_info> t(new pb_mem_info());
+    pb_flash_info e = full_table()->mem.pb[PB_MAX_ENTRIES - 1];
+    for (auto _ : state) {
+        simlib_pb_add_from_flash(STORAGE_TYPE_FLASH, t.get());
+        simlib_pb_add(t.get(), &e);
+        simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get());
+        state.PauseTiming();
+        truncate(kBook, kFile999);
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(BM_AddCycle);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,146 @@
+// Table operations and the per-process tables.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <random>
+
+#include "table_rules.h"
+#include "zpt_ui_pb_func.h"
+
+namespace {
+
+struct TableOps : ::testing::Test {
+    std::unique_ptr<pb_mem_info> t{new pb_mem_info()};  // zero-filled working copy
+
+    void use(zp_uint32 slot, zp_uint32 sim_index, const char *name = "x")
+    {
+        pb_flash_info &e = t->mem.pb[slot];
+        e.index = slot + 1;
+        e.sim_index = sim_index;
+        std::strcpy(e.name, name);
+        ++t->mem.pb_count;
+    }
+};
+
+TEST(SharedTables, InitKeepsTableAndRefusesUnknownTypes)
+{
+    ASSERT_EQ(0, simlib_pb_init(STORAGE_TYPE_SIM));
+    pb_mem_info *sim = g_pb_mem_sim;
+    ASSERT_EQ(0, simlib_pb_init(STORAGE_TYPE_SIM));  // renews the lock, keeps the table
+    EXPECT_EQ(sim, g_pb_mem_sim);
+    EXPECT_EQ(-1, simlib_pb_init(STORAGE_TYPE_UNKNOWN));
+    EXPECT_EQ(-1, simlib_pb_init(static_cast<storage_type_t>(0)));
+    EXPECT_EQ(nullptr, g_pb_mem_flash);
+    ASSERT_EQ(0, simlib_pb_init(STORAGE_TYPE_FLASH));
+    simlib_pb_destroy(STORAGE_TYPE_FLASH);
+    simlib_pb_destroy(STORAGE_TYPE_FLASH);
+    EXPECT_EQ(nullptr, g_pb_mem_flash);
+    EXPECT_EQ(sim, g_pb_mem_sim);
+    simlib_pb_destroy(STORAGE_TYPE_SIM);
+    EXPECT_EQ(nullptr, g_pb_mem_sim);
+}
+
+// Random adds, edits and deletes against a plain model of the used slots:
+// the table keeps its rules, an add takes the first free slot, and an edit
+// keeps the entry's SIM record index.
+TEST_F(TableOps, TableRulesHoldAfterMixedChanges)
+{
+    std::mt19937 rng(7);
+    bool used[PB_MAX_ENTRIES] = {};
+    for (int step = 0; step < 5000; ++step) {
+        zp_uint32 idx = rng() % PB_MAX_ENTRIES + 1;
+        pb_flash_info e{idx, idx + 5000, "name", "123", ""};
+        switch (rng() % 3) {
+        case 0: {
+            zp_uint32 first_free = 0;
+            while (first_free < PB_MAX_ENTRIES && used[first_free])
+                ++first_free;
+            if (first_free == PB_MAX_ENTRIES)
+                continue;
+            ASSERT_EQ(PB_RCODE_OK, simlib_pb_add(t.get(), &e));
+            ASSERT_EQ(first_free + 1, e.index);
+            used[first_free] = true;
+            break;
+        }
+        case 1: {
+            zp_uint32 sim_before = t->mem.pb[idx - 1].sim_index;
+            ASSERT_EQ(used[idx - 1] ? PB_RCODE_OK : PB_RCODE_ERROR, simlib_pb_edit(t.get(), &e));
+            ASSERT_EQ(sim_before, t->mem.pb[idx - 1].sim_index);
+            break;
+        }
+        default:
+            ASSERT_EQ(used[idx - 1] ? PB_RCODE_OK : PB_RCODE_ERROR, simlib_pb_del(t.get(), &e));
+            used[idx - 1] = false;
+        }
+        const char *broken = table_rule_broken(t->mem);
+        ASSERT_EQ(nullptr, broken) << broken << " after step " << step;
+    }
+}
+
+TEST_F(TableOps, FullTableAndOutOfRangeIndexesChangeNothing)
+{
+    for (zp_uint32 k = 0; k < PB_MAX_ENTRIES; ++k)
+        use(k, k + 1);
+    pb_flash_info_v before = t->mem;
+    pb_flash_info e{};
+    EXPECT_EQ(PB_RCODE_ERROR, simlib_pb_add(t.get(), &e));
+    EXPECT_EQ(0u, e.index);
+    for (zp_uint32 bad : {0u, 1001u, 0xFFFFFFFFu}) {
+        e.index = bad;
+        EXPECT_EQ(PB_RCODE_BUFFNULL_ERR, simlib_pb_edit(t.get(), &e)) << bad;
+        EXPECT_EQ(PB_RCODE_BUFFNULL_ERR, simlib_pb_del(t.get(), &e)) << bad;
+    }
+    EXPECT_EQ(0, std::memcmp(&before, &t->mem, sizeof before));
+}
+
+TEST_F(TableOps, NameSearchIsExactAndLookUpsFindTheLowestSlot)
+{
+    use(0, 1, "anna");
+    use(1, 2, "Anna ");
+    use(3, 4, "Annabel");
+    use(5, 6, "Bob");
+    use(2, 3, "Bob");
+    use(7, 6, "later slot, same SIM record");
+    pb_flash_info got{};
+    char anna[] = "Anna", bob[] = "Bob";
+    EXPECT_EQ(-1, simlib_pb_searchname(t.get(), anna, &got));
+    ASSERT_EQ(0, simlib_pb_searchname(t.get(), bob, &got));
+    EXPECT_EQ(3u, got.index);
+
+    struct {
+        unsigned index;
+        index_type_t type;
+        zp_uint32 want;  // index of the entry found, 0 for none
+    } cases[] = {{0, INDEX_TYPE_FLASH, 0}, {1001, INDEX_TYPE_FLASH, 0}, {5, INDEX_TYPE_FLASH, 0},
+                 {6, INDEX_TYPE_FLASH, 6}, {6, INDEX_TYPE_SIM, 6}, {0, INDEX_TYPE_SIM, 0}};
+    for (auto &c : cases) {
+        got = pb_flash_info{};
+        EXPECT_EQ(c.want ? 0 : -1, simlib_pb_getbyidx(t.get(), c.index, &got, c.type)) << c.index;
+        EXPECT_EQ(c.want, got.index) << c.index;
+    }
+    t->mem.pb_count = 0;  // a count of 0 means empty, whatever the slots hold
+    EXPECT_EQ(-1, simlib_pb_searchname(t.get(), bob, &got));
+}
+
+TEST_F(TableOps, FreeSimIndexIsTheLowestUnusedUpToTheCardsMaximum)
+{
+    struct {
+        zp_int32 max;
+        zp_uint32 present, hole;  // records 1..present except hole
+        int want;
+    } cases[] = {{250, 4, 3, 3}, {250, 250, 0, -1}, {250, 0, 0, 1}, {0, 0, 0, -1}, {-1, 0, 0, -1}, {3, 2, 0, 3}};
+    pb_sim_module_s saved = g_sim_module;
+    for (auto &c : cases) {
+        *t = pb_mem_info();
+        for (zp_uint32 r = 1; r <= c.present; ++r)
+            if (r != c.hole)
+                use(r - 1, r);
+        g_sim_module.pb_sim_max_count = c.max;
+        pb_flash_info scratch{};
+        EXPECT_EQ(c.want, pb_func_get_pb_free_index(t.get(), &scratch)) << c.max << "/" << c.present;
+    }
+    g_sim_module = saved;
+}
+
+}  // namespace
