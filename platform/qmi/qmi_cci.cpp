@@ -116,8 +116,9 @@ void notifier_loop(qmi_client_struct *c)
                 const int r = poll(&p, 1, 20);
                 if (r > 0) {
                     char b;
-                    if (recv(fd, &b, 1, MSG_DONTWAIT) <= 0 && errno != EAGAIN)
-                        break;
+                    const ssize_t n = recv(fd, &b, 1, MSG_DONTWAIT);
+                    if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR))
+                        break; // the service went away
                 }
             }
             close(fd);

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <mutex>
@@ -340,3 +341,60 @@ TEST(PbmCardFile, SavedCardLoadsBackAndBadLinesAreNamed)
 }
 
 } // namespace
+
+#ifdef PBM_SIMD
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
+extern char **environ;
+
+namespace {
+
+// The daemon serves a card file given on the command line and keeps it up to date.
+TEST(PbmSimd, ServesACardFileAndSavesEveryChange)
+{
+    const char *dir = std::getenv("ZP_IPC_DIR");
+    const std::string base = std::string(dir ? dir : "/tmp") + "/simd";
+    const std::string card = base + "_card.txt", sock = base + ".sock";
+    std::ofstream(card) << "card 5 14 20\n1,+123,Anna\n";
+    setenv("ZP_QMI_SOCKET", sock.c_str(), 1);
+    std::string a0 = "pbm_simd", a1 = "--card", a2 = card;
+    char *argv[] = {a0.data(), a1.data(), a2.data(), nullptr};
+    pid_t pid = 0;
+    ASSERT_EQ(0, posix_spawn(&pid, PBM_SIMD, nullptr, nullptr, argv, environ));
+
+    qmi_idl_service_object_type svc = pbm_get_service_object_internal_v01(1, 16, 6);
+    qmi_service_info info[1];
+    unsigned entries = 1, services = 0;
+    for (int i = 0; i < 500 && qmi_client_get_service_list(svc, info, &entries, &services) != 0; ++i) {
+        entries = 1;
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    qmi_client_type client = nullptr;
+    ASSERT_EQ(QMI_NO_ERR, qmi_client_init(&info[0], svc, nullptr, nullptr, nullptr, &client));
+    pbm_write_record_req_msg_v01 req;
+    std::memset(&req, 0, sizeof req);
+    req.record_information = {SLOT1, 1, 0, PBM_NUM_TYPE_UNKNOWN_V01, PBM_NUM_PLAN_UNKNOWN_V01, 3, "4e5", 2, "B"};
+    pbm_write_record_resp_msg_v01 rsp{};
+    ASSERT_EQ(QMI_NO_ERR, qmi_client_send_msg_sync(client, 0x0005, &req, sizeof req, &rsp, sizeof rsp, 2000));
+    EXPECT_EQ(2, rsp.record_id);
+    EXPECT_EQ(QMI_NO_ERR, qmi_client_release(client));
+
+    kill(pid, SIGTERM);
+    int status = -1;
+    waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    unsetenv("ZP_QMI_SOCKET");
+
+    pbm_sim::Card back;
+    std::string error;
+    ASSERT_TRUE(pbm_sim::load_card(card, &back, &error)) << error;
+    ASSERT_EQ(2u, back.records.size());
+    EXPECT_EQ("4P5", back.records.at(2).number);
+    EXPECT_EQ(u"B", back.records.at(2).name);
+    EXPECT_EQ(u"Anna", back.records.at(1).name);
+}
+
+} // namespace
+#endif
