@@ -152,6 +152,40 @@ int pb_qmi_send_write(pbm_write_record_req_msg_v01 *req, pbm_write_record_resp_m
     return 0;
 }
 
+// The message library's idea of each structure's size against ours: a
+// different revision of the definitions would overrun our buffers.
+bool pb_qmi_sizes_match(qmi_idl_service_object_type obj)
+{
+    static const struct {
+        qmi_idl_type_of_message_type type;
+        uint16_t id;
+        uint32_t size;
+    } used[] = {
+        {QMI_IDL_REQUEST, QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, sizeof(pbm_get_pb_capabilities_req_msg_v01)},
+        {QMI_IDL_RESPONSE, QMI_PBM_GET_PB_CAPABILITIES_RESP_V01, sizeof(pbm_get_pb_capabilities_resp_msg_v01)},
+        {QMI_IDL_REQUEST, QMI_PBM_READ_RECORDS_REQ_V01, sizeof(pbm_read_records_req_msg_v01)},
+        {QMI_IDL_RESPONSE, QMI_PBM_READ_RECORDS_RESP_V01, sizeof(pbm_read_records_resp_msg_v01)},
+        {QMI_IDL_INDICATION, QMI_PBM_RECORD_READ_IND_V01, sizeof(pbm_record_read_ind_msg_v01)},
+        {QMI_IDL_REQUEST, QMI_PBM_WRITE_RECORD_REQ_V01, sizeof(pbm_write_record_req_msg_v01)},
+        {QMI_IDL_RESPONSE, QMI_PBM_WRITE_RECORD_RESP_V01, sizeof(pbm_write_record_resp_msg_v01)},
+        {QMI_IDL_REQUEST, QMI_PBM_DELETE_RECORD_REQ_V01, sizeof(pbm_delete_record_req_msg_v01)},
+        {QMI_IDL_RESPONSE, QMI_PBM_DELETE_RECORD_RESP_V01, sizeof(pbm_delete_record_resp_msg_v01)},
+        {QMI_IDL_REQUEST, QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, sizeof(pbm_delete_all_pb_records_req_msg_v01)},
+        {QMI_IDL_RESPONSE, QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01, sizeof(pbm_delete_all_pb_records_resp_msg_v01)},
+    };
+    if (!obj)
+        return true; /* reported by wm_qmi_init_client */
+    for (const auto &m : used) {
+        uint32_t len = 0;
+        if (qmi_idl_get_message_c_struct_len(obj, m.type, m.id, &len) != QMI_IDL_LIB_NO_ERR || len != m.size) {
+            PB_LOG("message 0x%04x type %d: library size %u, ours %u\n\n", m.id, m.type, static_cast<unsigned>(len),
+                   static_cast<unsigned>(m.size));
+            return false;
+        }
+    }
+    return true;
+}
+
 void pb_qmi_write_nv(const char *key, int value)
 {
     char text[32];
@@ -212,7 +246,9 @@ int pb_qmi_init(void)
 
     pbm_service_obj = pbm_get_service_object_internal_v01(PBM_V01_IDL_MAJOR_VERS, PBM_V01_IDL_MINOR_VERS,
                                                           PBM_V01_IDL_TOOL_VERS);
-    qmi_client_error_type rc = wm_qmi_init_client(&pbm_service_obj, &g_pbm_srv_notifier, service_info);
+    qmi_client_error_type rc = -1;
+    if (pb_qmi_sizes_match(pbm_service_obj))
+        rc = wm_qmi_init_client(&pbm_service_obj, &g_pbm_srv_notifier, service_info);
     /* Without a service list there is no entry to connect to. */
     if (rc == 0)
         rc = qmi_client_init(&service_info[0], pbm_service_obj, pb_qmi_unsol_ind_handle, nullptr, nullptr,
