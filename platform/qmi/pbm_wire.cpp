@@ -584,7 +584,7 @@ std::string socket_path()
     const char *dir = std::getenv("ZP_IPC_DIR");
     if (dir && *dir)
         return std::string(dir) + "/qmi_pbm";
-    return "/tmp/zp_qmi_pbm";
+    return "/tmp/zp_ipc/qmi_pbm"; /* beside the IPC sockets */
 }
 
 bool send_frame(int fd, uint8_t kind, uint16_t txn, uint16_t msg_id, const std::vector<uint8_t> &tlv)

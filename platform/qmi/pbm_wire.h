@@ -49,7 +49,8 @@ int encode(int kind, uint16_t msg_id, const void *c_struct, size_t c_len, std::v
 int decode(int kind, uint16_t msg_id, const uint8_t *tlv, size_t tlv_len, void *c_struct, size_t c_len);
 
 /* Path of the service's socket: $ZP_QMI_SOCKET, else "qmi_pbm" in
- * $ZP_IPC_DIR, else "/tmp/zp_qmi_pbm". */
+ * $ZP_IPC_DIR, else in "/tmp/zp_ipc", the folder of the
+ * IPC sockets. */
 std::string socket_path();
 
 /* One frame to a connected socket; false when the peer is gone. */
