@@ -148,6 +148,13 @@ TEST_F(PbQmi, InitWaitsForAModemThatStartsLate)
     connected = true;
     EXPECT_GE(steady_clock::now() - t0, milliseconds(350));
     EXPECT_EQ(0, pb_qmi_get_all()) << "the client is connected once init returns";
+
+    // Released handles keep their values; using or releasing them again must
+    // be refused, not followed.
+    EXPECT_EQ(0, pb_qmi_fin());
+    connected = false;
+    EXPECT_EQ(0, pb_qmi_fin());
+    EXPECT_EQ(-1, pb_qmi_del_all());
 }
 
 TEST_F(PbQmi, ReadOfTwentyFiveRecordsEndsWithTheThirdIndication)
