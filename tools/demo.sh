@@ -1,9 +1,163 @@
 #!/usr/bin/env bash
-# The main job. Until the service and the command-line tool exist, this builds
-# the host tree and shows the platform libraries at work through their tests.
+# The phonebook at work, end to end on this machine: the modem simulator
+# plays a SIM card, pb_host runs the phonebook service, and the command-line
+# tool pbcli lists, adds, edits, deletes, imports and exports entries.
+#
+#   bash tools/demo.sh           from a fresh checkout: installs what the
+#                                build needs, builds the host tree, runs
+#   PB_DEMO_BUILD_DIR=DIR bash tools/demo.sh
+#                                uses the binaries already built in DIR
+#                                (what the test suite does)
+#
+# Everything it starts is stopped on exit, also on failure or Ctrl-C.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash tools/setup.sh
-cmake --preset host >/dev/null
-cmake --build --preset host -j"$(nproc)" >/dev/null
-ctest --preset host -L unit
+src=$PWD
+
+if [ -n "${PB_DEMO_BUILD_DIR:-}" ]; then
+    build=$(cd "$PB_DEMO_BUILD_DIR" && pwd)
+else
+    bash tools/setup.sh
+    echo "== building the host tree (build/host)"
+    cmake --preset host >/dev/null
+    cmake --build --preset host -j"$(nproc)" --target pbcli pb_host pbm_simd >/dev/null
+    build=$src/build/host
+fi
+
+pbcli_bin=$build/tools/pbcli/pbcli
+host_bin=$build/tools/pb_host/pb_host
+sim_bin=$build/tools/pbm_sim/pbm_simd
+for b in "$pbcli_bin" "$host_bin" "$sim_bin"; do
+    [ -x "$b" ] || { echo "demo: $b is missing; build it first" >&2; exit 1; }
+done
+data_dir=$(sed -n 's/^MUTILS_PB_DATA_DIR:[A-Z]*=//p' "$build/CMakeCache.txt")
+out=$build/demo
+mkdir -p "$out" "$data_dir"
+
+# Sockets live in a private folder (socket paths are short); logs, the card
+# and the exported files in $out, where they stay for a look afterwards.
+run_dir=$(mktemp -d /tmp/pbdemo.XXXXXX)
+# The simulator listens on qmi_pbm in ZP_IPC_DIR, where the service looks.
+unset ZP_QMI_SOCKET
+export ZP_IPC_DIR=$run_dir/ipc ZP_NV_DIR=$run_dir/nv
+mkdir -p "$ZP_IPC_DIR" "$ZP_NV_DIR"
+rm -f "$out"/*.log
+
+sim_pid="" host_pid=""
+# Stops the service, then the simulator: SIGTERM, five seconds to end, then
+# SIGKILL. Fails when either did not end cleanly with status 0.
+stop() {
+    local pid rc clean=0
+    for pid in $host_pid $sim_pid; do
+        kill -TERM "$pid" 2>/dev/null || true
+        for _ in $(seq 50); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
+        if kill -KILL "$pid" 2>/dev/null; then
+            echo "demo: process $pid did not stop on SIGTERM" >&2
+            clean=1
+        fi
+        rc=0
+        wait "$pid" 2>/dev/null || rc=$?
+        if [ $rc -ne 0 ]; then
+            echo "demo: process $pid ended with status $rc" >&2
+            clean=1
+        fi
+    done
+    host_pid="" sim_pid=""
+    return $clean
+}
+cleanup() {
+    local rc=$?
+    stop || true
+    rm -rf "$run_dir"
+    [ $rc -eq 0 ] || echo "demo: failed (exit $rc); service log: $out/pb_host.log" >&2
+    exit $rc
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+step() { printf '\n== %s\n' "$*"; }
+# Shows a command line as one would type it.
+show_cmd() {
+    local a line='$ pbcli'
+    for a in "$@"; do
+        case $a in *[\ \'\"\$]* | '') line+=" \"$a\"" ;; *) line+=" $a" ;; esac
+    done
+    printf '%s\n' "$line"
+}
+pbcli() {
+    show_cmd "$@"
+    "$pbcli_bin" "$@"
+}
+# A command that is meant to fail: shows its message and exit status.
+pbcli_fails() {
+    local rc=0
+    show_cmd "$@"
+    "$pbcli_bin" "$@" || rc=$?
+    [ $rc -ne 0 ] || { echo "demo: expected a failure" >&2; exit 1; }
+    echo "(exit status $rc)"
+}
+
+step "Start the modem simulator with the sample SIM card"
+cp tools/demo/sim_card.txt "$out/sim_card.txt"
+ZP_LOG_FILE=$out/pbm_simd.log "$sim_bin" --card "$out/sim_card.txt" &
+sim_pid=$!
+grep -v '^#' "$out/sim_card.txt"
+
+step "Start the phonebook service (pb_host), device phonebook emptied first"
+rm -f "$data_dir/pb_device_file" "$data_dir/pb_device_file_tmp"
+ZP_LOG_FILE=$out/pb_host.log ZP_LOG_LEVEL=1 "$host_bin" &
+host_pid=$!
+# Ready when a request gets an answer (exit status 3: nobody answered yet).
+for i in $(seq 100); do
+    rc=0
+    "$pbcli_bin" --wait 0 list sim >/dev/null 2>&1 || rc=$?
+    [ $rc -ne 3 ] && break
+    kill -0 "$host_pid" 2>/dev/null || { echo "demo: pb_host ended" >&2; exit 1; }
+    [ "$i" -lt 100 ] || { echo "demo: pb_host did not answer" >&2; exit 1; }
+    sleep 0.1
+done
+echo "pb_host is up (pid $host_pid)"
+
+step "The SIM phonebook (the first read starts the reading of the card)"
+pbcli list sim
+
+step "Add and edit entries on the SIM"
+pbcli add sim --name "Søren Holm" --number +4520123456
+pbcli edit sim 4 --number +74951234599
+pbcli --json show sim 4
+pbcli delete sim 6
+pbcli_fails add sim --name "A name far too long for this card" --number 123
+pbcli list sim
+echo "The card as the simulator keeps it now:"
+grep -v '^#' "$out/sim_card.txt" | sed 's/^/    /'
+
+step "Add and edit entries in the device phonebook"
+pbcli add device --name "José Núñez" --number +34911234567 --email jose@example.es
+pbcli edit device 1 --email jose.nunez@example.es
+
+step "Import the sample CSV into the device phonebook"
+sed 's/^/    /' tools/demo/contacts.csv
+pbcli import tools/demo/contacts.csv
+pbcli list device
+
+step "Export a selection (entries 2, 4 and 5) and all of the SIM phonebook"
+pbcli export device "$out/device_selection.csv" 2 4 5
+sed 's/^/    /' "$out/device_selection.csv"
+pbcli export sim "$out/sim_all.csv"
+
+step "Delete several entries at once, and what a script sees"
+pbcli delete device 3 6
+pbcli --json list device
+pbcli_fails show device 42
+
+step "Stop everything"
+stop
+echo "pb_host and the simulator have ended"
+
+step "Where the files are"
+cat <<EOF
+  phonebook files:     $data_dir/pb_sim_file, $data_dir/pb_device_file
+  exported text files: $out/device_selection.csv, $out/sim_all.csv
+  the card as changed: $out/sim_card.txt
+  service log:         $out/pb_host.log
+EOF

@@ -26,7 +26,8 @@ const RcodeText kRcodes[] = {
     {PB_RCODE_INVALID_ERR, "no such entry, or the entry cannot be changed", EXIT_NOT_FOUND},
     {PB_RCODE_READED_ERR, "SIM phonebook is still being read, try again", EXIT_NOT_READY},
     {PB_RCODE_READ_ERR, "the phonebook file could not be read", EXIT_FAILED},
-    {PB_RCODE_WRITE_ERR, "the SIM card or the phonebook file refused the change", EXIT_FAILED},
+    {PB_RCODE_WRITE_ERR, "the SIM card or the phonebook file refused the change "
+                        "(for the SIM: a name or number too long for the card?)", EXIT_FAILED},
     {PB_RCODE_SWAP_ERR, "internal error: text conversion failed", EXIT_FAILED},
     {PB_RCODE_NOTFREE_ERR, "the phonebook is full: no free place for the entry", EXIT_FAILED},
     {PB_RCODE_READING_ERR, "SIM phonebook is still being read, try again", EXIT_NOT_READY},

@@ -1,0 +1,261 @@
+// pbcli end to end: the tool as a user runs it, against pb_host and the
+// modem simulator on its real socket. Checks exit statuses, parses the JSON
+// output back, and looks at the card and the files behind it.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "json_mini.h"
+#include "pbm_sim.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+const std::string kWork = TEST_WORK_DIR;
+
+std::string slurp(const std::string &path)
+{
+    std::stringstream ss;
+    ss << std::ifstream(path, std::ios::binary).rdbuf();
+    return ss.str();
+}
+
+// Waits up to `limit` for a child; false if it is still running.
+bool reap(pid_t pid, int *status, std::chrono::milliseconds limit)
+{
+    for (auto end = std::chrono::steady_clock::now() + limit; waitpid(pid, status, WNOHANG) == 0;) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        std::this_thread::sleep_for(10ms);
+    }
+    return true;
+}
+
+struct Outcome {
+    int status = -1;
+    std::string out, err;
+    json::Value js;
+};
+
+// Runs pbcli through the shell; a hang is left to the test's time limit.
+Outcome pbcli(const std::vector<std::string> &args)
+{
+    const std::string err = kWork + "/pbcli.err";
+    std::string cmd = PBCLI_BIN;
+    for (const auto &a : args) {
+        cmd += " '";
+        for (char c : a)
+            cmd += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        cmd += "'";
+    }
+    Outcome r;
+    FILE *p = popen((cmd + " 2>" + err).c_str(), "r");
+    char buf[4096];
+    for (size_t n; p && (n = std::fread(buf, 1, sizeof buf, p)) > 0;)
+        r.out.append(buf, n);
+    const int st = p ? pclose(p) : -1;
+    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    r.err = slurp(err);
+    return r;
+}
+
+// pbcli --json ...: the output must parse, and "ok" must match the status.
+Outcome pbcli_json(std::vector<std::string> args)
+{
+    args.insert(args.begin(), "--json");
+    Outcome r = pbcli(args);
+    EXPECT_TRUE(json::parse(r.out, &r.js)) << "not JSON: " << r.out;
+    EXPECT_EQ(r.js["ok"].b, r.status == 0) << r.out;
+    return r;
+}
+
+class PbcliE2e : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::remove(PB_DATA_DIR "/pb_device_file");
+        const std::string card = kWork + "/e2e_card.txt";
+        std::ofstream(card) << "card 20 14 20\n1,+4930123456,Zoë Müller\n2,84957654321,Анна Каренина\n"
+                               "4,+8613800138000,王小明\n5,112,Emergency\n7,*100#,Balance\n";
+        pbm_sim::Card c;
+        std::string error;
+        ASSERT_TRUE(pbm_sim::load_card(card, &c, &error)) << error;
+        sim_ = std::make_unique<pbm_sim::Simulator>(c);
+        ASSERT_TRUE(sim_->start());
+        start_host();
+    }
+
+    void TearDown() override
+    {
+        stop_host();
+        sim_->stop();
+    }
+
+    void start_host()
+    {
+        host_ = fork();
+        if (host_ == 0) {
+            setenv("ZP_LOG_FILE", (kWork + "/pbcli_e2e_host.log").c_str(), 1);
+            execl(PB_HOST_BIN, PB_HOST_BIN, static_cast<char *>(nullptr));
+            _exit(127);
+        }
+        // Up when pb_host has bound its socket, which it does once the
+        // service takes requests; no request is sent, so the card stays unread.
+        const std::string sock = std::string(std::getenv("ZP_IPC_DIR")) + "/ipc_11";
+        for (int i = 0; i < 200 && access(sock.c_str(), F_OK) != 0; ++i)
+            std::this_thread::sleep_for(50ms);
+        ASSERT_EQ(access(sock.c_str(), F_OK), 0) << "pb_host did not come up";
+    }
+
+    void stop_host()
+    {
+        if (host_ <= 0)
+            return;
+        kill(host_, SIGTERM);
+        int st = 0;
+        if (!reap(host_, &st, 5s)) {
+            ADD_FAILURE() << "pb_host did not stop on SIGTERM";
+            kill(host_, SIGKILL);
+            waitpid(host_, &st, 0);
+        }
+        // A clean stop is status 0; a sanitizer report or a crash is not.
+        EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << "pb_host ended with wait status " << st;
+        host_ = -1;
+    }
+
+    std::string card_name(int record)
+    {
+        auto recs = sim_->card().records;
+        auto it = recs.find(static_cast<uint16_t>(record));
+        return it == recs.end() ? "<empty>" : pbm_sim::ucs2_to_utf8(it->second.name);
+    }
+
+    std::unique_ptr<pbm_sim::Simulator> sim_;
+    pid_t host_ = -1;
+};
+
+TEST_F(PbcliE2e, SimPhonebookListsEveryScriptAsOnTheCard)
+{
+    Outcome r = pbcli_json({"list", "sim"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    ASSERT_EQ(r.js["count"].i(), 5);
+    const struct {
+        int sim_index;
+        const char *name, *number;
+    } want[] = {{1, "Zoë Müller", "+4930123456"}, {2, "Анна Каренина", "84957654321"},
+                {4, "王小明", "+8613800138000"}, {5, "Emergency", "112"}, {7, "Balance", "*100#"}};
+    for (size_t i = 0; i < 5; ++i) {
+        const json::Value &e = r.js["entries"][i];
+        EXPECT_EQ(e["index"].i(), static_cast<int>(i) + 1);
+        EXPECT_EQ(e["sim_index"].i(), want[i].sim_index);
+        EXPECT_EQ(e["name"].s, want[i].name);
+        EXPECT_EQ(e["number"].s, want[i].number);
+    }
+}
+
+TEST_F(PbcliE2e, SimAddEditDeleteReachTheCard)
+{
+    Outcome add = pbcli_json({"add", "sim", "--name", "Søren Holm", "--number", "+4520123456"});
+    ASSERT_EQ(add.status, 0) << add.out << add.err;
+    const int rec = add.js["entry"]["sim_index"].i();
+    const std::string idx = std::to_string(add.js["entry"]["index"].i());
+    EXPECT_EQ(rec, 3) << "the lowest free record of the card";
+    EXPECT_EQ(card_name(rec), "Søren Holm");
+
+    Outcome edit = pbcli_json({"edit", "sim", idx, "--name", "Søren H."});
+    ASSERT_EQ(edit.status, 0) << edit.out;
+    EXPECT_EQ(edit.js["entry"]["number"].s, "+4520123456") << "fields not given are kept";
+    EXPECT_EQ(card_name(rec), "Søren H.");
+
+    ASSERT_EQ(pbcli_json({"delete", "sim", idx}).status, 0);
+    EXPECT_EQ(card_name(rec), "<empty>");
+
+    sim_->refuse_next_writes(1);
+    Outcome refused = pbcli_json({"add", "sim", "--name", "Nope", "--number", "1"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.js["code"].i(), 9) << refused.out;
+}
+
+TEST_F(PbcliE2e, SeveralIndexesAreDoneAndTheMissingOnesReported)
+{
+    const std::string csv = kWork + "/e2e_import.csv", out = kWork + "/e2e_export.csv";
+    std::ofstream(csv) << "+491711234567,Jürgen Groß,j@example.de\n+74957654321,Ольга,\n+861087654321,李娜,\n";
+    ASSERT_EQ(pbcli_json({"import", csv}).js["imported"].i(), 3);
+
+    Outcome exp = pbcli_json({"export", "device", out, "3", "1", "9"});
+    EXPECT_EQ(exp.status, 5) << "index 9 has no entry";
+    EXPECT_EQ(slurp(out), "李娜,+861087654321,\nJürgen Groß,+491711234567,j@example.de\n");
+
+    Outcome del = pbcli_json({"delete", "device", "1", "3", "77"});
+    EXPECT_EQ(del.status, 5);
+    EXPECT_EQ(del.js["deleted"].a.size(), 2u);
+    EXPECT_EQ(del.js["not_found"][0].i(), 77);
+    Outcome left = pbcli_json({"list", "device"});
+    ASSERT_EQ(left.js["count"].i(), 1);
+    EXPECT_EQ(left.js["entries"][0]["index"].i(), 2) << "a delete keeps the other indexes";
+}
+
+TEST_F(PbcliE2e, FailuresEndWithTheirExitStatus)
+{
+    const struct {
+        std::vector<std::string> args;
+        int status;
+    } cases[] = {
+        {{"show", "device", "42"}, 5},
+        {{"edit", "sim", "99", "--name", "X"}, 5},
+        {{"import", kWork + "/no-such.csv"}, 1},
+        {{"export", "device", kWork + "/no/such/dir/x.csv"}, 1},
+        {{"list", "nowhere"}, 2},
+    };
+    for (const auto &c : cases) {
+        Outcome r = pbcli_json(c.args);
+        EXPECT_EQ(r.status, c.status) << c.args[0] << " " << c.args[1] << ": " << r.out;
+        EXPECT_FALSE(r.js["error"].s.empty());
+    }
+    stop_host();
+    Outcome gone = pbcli_json({"add", "device", "--name", "X", "--number", "1"});
+    EXPECT_EQ(gone.status, 3);
+    EXPECT_EQ(gone.js["code"].i(), -1);
+}
+
+TEST_F(PbcliE2e, WaitsWhileTheCardIsBeingRead)
+{
+    stop_host();
+    sim_->set_reply_delay(400);  // the first read request is answered "still reading"
+    start_host();
+    Outcome r = pbcli({"list", "sim"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("waiting for the SIM phonebook"), std::string::npos) << r.err;
+    EXPECT_NE(r.out.find("SIM phonebook: 5 entries"), std::string::npos) << r.out;
+}
+
+TEST_F(PbcliE2e, TimeLimitEndsTheWaitForACardThatNeverFinishes)
+{
+    stop_host();
+    sim_->drop_next_indications(1);  // the records never arrive
+    start_host();
+    const auto t0 = std::chrono::steady_clock::now();
+    Outcome r = pbcli_json({"--wait", "1", "list", "sim"});
+    const auto waited = std::chrono::steady_clock::now() - t0;
+    EXPECT_EQ(r.status, 4);
+    EXPECT_EQ(r.js["error"].s, "list: SIM phonebook is still being read, try again");
+    EXPECT_GE(waited, 800ms);
+    EXPECT_LT(waited, 10s);
+    // A change to the SIM waits the same way; the device phonebook does not.
+    EXPECT_EQ(pbcli_json({"--wait", "0", "add", "sim", "--name", "X", "--number", "1"}).status, 4);
+    EXPECT_EQ(pbcli_json({"--wait", "0", "add", "device", "--name", "X", "--number", "1"}).status, 0);
+}
+
+}  // namespace
