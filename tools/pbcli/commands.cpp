@@ -153,12 +153,15 @@ void print_entry(const Session &s, const char *verb, const pb_flash_info &e)
     if (verb)
         std::cout << verb << " " << (s.args().type == STORAGE_TYPE_SIM ? "SIM" : "device")
                   << " phonebook entry:\n";
-    std::cout << "  Index:   " << e.index << "\n";
+    const auto line = [](const char *label, const std::string &v) {
+        std::cout << "  " << label << (v.empty() ? "" : std::string(9 - std::strlen(label), ' ') + v) << "\n";
+    };
+    line("Index:", std::to_string(e.index));
     if (s.args().type == STORAGE_TYPE_SIM)
-        std::cout << "  SIM:     " << e.sim_index << "\n";
-    std::cout << "  Name:    " << display_text(e.name) << "\n"
-              << "  Number:  " << display_text(e.num) << "\n"
-              << "  E-mail:  " << display_text(e.email) << "\n";
+        line("SIM:", std::to_string(e.sim_index));
+    line("Name:", display_text(e.name));
+    line("Number:", display_text(e.num));
+    line("E-mail:", display_text(e.email));
 }
 
 Exit not_found(const Session &s, int index)
