@@ -124,4 +124,14 @@ BENCHMARK(BM_AddCycle);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+// Leaves no phonebook file behind for the tests that share the directory.
+int main(int argc, char **argv)
+{
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    simlib_clear_flash(STORAGE_TYPE_FLASH);
+    return 0;
+}

@@ -1,0 +1,515 @@
+// pb_qmi.cpp - the modem phonebook client: opens and closes the QMI PBM
+// client, reads the whole SIM phonebook into the SIM phonebook file, and
+// writes and deletes SIM records.
+//
+// Threads and ownership: pb_qmi_init() and pb_qmi_fin() run in the host's
+// thread while no service thread runs. pb_qmi_get_all(), pb_qmi_read_cb() and
+// the write calls run on the service thread, which alone touches pb_index,
+// g_sim_module and the SIM phonebook file. The indication callback runs on
+// the QMI library's thread: it only decodes into a heap buffer of its own
+// and forwards a copy over IPC to MU_ID, so the records reach the service
+// thread through its queue. IPC buffers are given back on every path.
+#include "pb_qmi.h"
+
+#include <pthread.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "nvmanager.h"
+#include "pb_log.h"
+#include "pb_msg.h"
+#include "zp_ipc.h"
+#include "zp_mem.h"
+#include "zpt_ui_conv.h"
+#include "zpt_ui_pb_func.h"
+
+namespace {
+
+constexpr unsigned PB_QMI_READ_TIMEOUT_MS = 50000;
+constexpr unsigned PB_QMI_WRITE_TIMEOUT_MS = 60000;
+constexpr unsigned PB_QMI_DEL_ALL_TIMEOUT_MS = 300000;
+constexpr pbm_session_type_enum_v01 PB_QMI_SESSION = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
+constexpr uint16_t PB_QMI_ADN = PBM_PB_TYPE_ADN_V01;
+constexpr int PB_QMI_SERVICE_SLOTS = 3;
+constexpr size_t PB_QMI_NUMBER_SENT = QMI_PBM_NUMBER_MAX_LENGTH_V01 - 1; /* 40th byte stays 0 */
+constexpr size_t PB_TEXT_MAX = PB_TEXT_LEN - 1;                         /* bytes before the NUL */
+
+enum : zp_uint16 {
+    PB_SITE_QMI_READ_IND = PB_SITE_QMI + 1, /* the forwarded record-read indication */
+};
+
+qmi_idl_service_object_type pbm_service_obj;
+qmi_client_type pbm_user_handle;
+qmi_client_type g_pbm_srv_notifier;
+int pb_index = 1;
+
+void pb_qmi_release(qmi_client_type handle)
+{
+    if (qmi_client_release(handle) < 0)
+        PB_LOG("Release not successful \n\n");
+    else
+        PB_LOG("QMI client release successful \n\n");
+}
+
+void pb_qmi_read_ind_handle(void *payload, int payload_len)
+{
+    PB_LOG("enter pb_qmi_read_ind_handle\n");
+    pbm_record_read_ind_msg_v01 ind;
+    std::memset(&ind, 0, sizeof ind);
+    size_t n = payload_len > 0 ? static_cast<size_t>(payload_len) : 0;
+    if (n > sizeof ind)
+        n = sizeof ind;
+    if (payload)
+        std::memcpy(&ind, payload, n);
+    if (pb_send_request_asyn(MU_ID, MSG_ID_PB_READ_IND, &ind, sizeof ind) != PB_RCODE_OK)
+        PB_LOG("send poweron notify to sc failed\n");
+    else
+        PB_LOG("send asy ok!\n");
+}
+
+// QMI library thread. The user handle it is given is pbm_user_handle; it is
+// taken from the call so that this thread never reads the host thread's
+// store of the handle.
+void pb_qmi_unsol_ind_handle(qmi_client_type user_handle, unsigned long msg_id, unsigned char *ind_buf,
+                             int ind_buf_len, void * /*ind_cb_data*/)
+{
+    PB_LOG("enter pb_qmi_unsol_ind_handle\n");
+    uint32_t decoded_len = 0;
+    (void)qmi_idl_get_message_c_struct_len(pbm_service_obj, QMI_IDL_INDICATION, static_cast<uint16_t>(msg_id),
+                                           &decoded_len);
+    void *decoded = std::malloc(decoded_len);
+    if (!decoded) {
+        PB_LOG("Error: Unable to allocate memory\n\n");
+        return;
+    }
+    const qmi_client_error_type rc =
+        qmi_client_message_decode(user_handle, QMI_IDL_INDICATION, static_cast<unsigned int>(msg_id), ind_buf,
+                                  ind_buf_len > 0 ? static_cast<unsigned int>(ind_buf_len) : 0, decoded, decoded_len);
+    if (rc != QMI_NO_ERR)
+        PB_LOG("Error: Decoding unsolicited indication with id = %ld, returned in error = %d\n\n",
+               static_cast<long>(msg_id), rc);
+    else if (msg_id == QMI_PBM_RECORD_READ_IND_V01)
+        pb_qmi_read_ind_handle(decoded, static_cast<int>(decoded_len));
+    std::free(decoded);
+}
+
+// Length of the longest prefix of `s` (len bytes of well-formed UTF-8) that
+// fits in `room` bytes without splitting a character.
+size_t utf8_cut(const char *s, size_t len, size_t room)
+{
+    if (len <= room)
+        return len;
+    size_t cut = room;
+    while (cut > 0 && (static_cast<unsigned char>(s[cut]) & 0xC0) == 0x80)
+        --cut;
+    return cut;
+}
+
+// The record of a write request from an entry: number cut to 39 characters
+// in PBM's letters, name as UCS-2 low byte first. Returns the name's UTF-8 length.
+size_t pb_qmi_fill_record(pb_flash_info *info, uint16_t record_id, pbm_record_information_type_v01 *ri)
+{
+    ri->session_type = PB_QMI_SESSION;
+    ri->phonebook_type = PB_QMI_ADN;
+    ri->record_id = record_id;
+    ri->num_type = PBM_NUM_TYPE_UNKNOWN_V01;
+    ri->num_plan = PBM_NUM_PLAN_UNKNOWN_V01;
+
+    size_t num_len = strnlen(info->num, sizeof info->num);
+    if (num_len > PB_QMI_NUMBER_SENT)
+        num_len = PB_QMI_NUMBER_SENT;
+    std::memcpy(ri->number, info->num, num_len);
+    display_to_sim(ri->number, static_cast<int>(num_len));
+    ri->number_len = static_cast<uint32_t>(num_len);
+
+    const size_t utf8_len = strnlen(info->name, sizeof info->name);
+    int ucs2_len = 0;
+    (void)conv_utf8_to_ucs2(ri->name, &ucs2_len, info->name, static_cast<int>(utf8_len));
+    if (ucs2_len < 0) /* no character came out: an empty name */
+        ucs2_len = 0;
+    if (ucs2_len > 0)
+        conv_swap_the_double_bytes_order(ri->name, ucs2_len);
+    ri->name_len = static_cast<uint32_t>(ucs2_len);
+    return utf8_len;
+}
+
+int pb_qmi_send_write(pbm_write_record_req_msg_v01 *req, pbm_write_record_resp_msg_v01 *rsp)
+{
+    const qmi_client_error_type rc = qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_WRITE_RECORD_REQ_V01, req,
+                                                              sizeof *req, rsp, sizeof *rsp, PB_QMI_WRITE_TIMEOUT_MS);
+    if (rc != QMI_NO_ERR) {
+        PB_LOG("Error: Sending asynchronous request for writing record failed with error code %d\n\n", rc);
+        return -1;
+    }
+    if (rsp->resp.result != QMI_RESULT_SUCCESS_V01) {
+        PB_LOG("Writing a record using PBM failed with error code %d\n\n", rsp->resp.error);
+        return -1;
+    }
+    PB_LOG("Writing a record using PBM was successful\n\n");
+    return 0;
+}
+
+// The message library's idea of each structure's size against ours: a
+// different revision of the definitions would overrun our buffers.
+bool pb_qmi_sizes_match(qmi_idl_service_object_type obj)
+{
+    static const struct {
+        qmi_idl_type_of_message_type type;
+        uint16_t id;
+        uint32_t size;
+    } used[] = {
+        {QMI_IDL_REQUEST, QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, sizeof(pbm_get_pb_capabilities_req_msg_v01)},
+        {QMI_IDL_RESPONSE, QMI_PBM_GET_PB_CAPABILITIES_RESP_V01, sizeof(pbm_get_pb_capabilities_resp_msg_v01)},
+        {QMI_IDL_REQUEST, QMI_PBM_READ_RECORDS_REQ_V01, sizeof(pbm_read_records_req_msg_v01)},
+        {QMI_IDL_RESPONSE, QMI_PBM_READ_RECORDS_RESP_V01, sizeof(pbm_read_records_resp_msg_v01)},
+        {QMI_IDL_INDICATION, QMI_PBM_RECORD_READ_IND_V01, sizeof(pbm_record_read_ind_msg_v01)},
+        {QMI_IDL_REQUEST, QMI_PBM_WRITE_RECORD_REQ_V01, sizeof(pbm_write_record_req_msg_v01)},
+        {QMI_IDL_RESPONSE, QMI_PBM_WRITE_RECORD_RESP_V01, sizeof(pbm_write_record_resp_msg_v01)},
+        {QMI_IDL_REQUEST, QMI_PBM_DELETE_RECORD_REQ_V01, sizeof(pbm_delete_record_req_msg_v01)},
+        {QMI_IDL_RESPONSE, QMI_PBM_DELETE_RECORD_RESP_V01, sizeof(pbm_delete_record_resp_msg_v01)},
+        {QMI_IDL_REQUEST, QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, sizeof(pbm_delete_all_pb_records_req_msg_v01)},
+        {QMI_IDL_RESPONSE, QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01, sizeof(pbm_delete_all_pb_records_resp_msg_v01)},
+    };
+    if (!obj)
+        return true; /* reported by wm_qmi_init_client */
+    for (const auto &m : used) {
+        uint32_t len = 0;
+        if (qmi_idl_get_message_c_struct_len(obj, m.type, m.id, &len) != QMI_IDL_LIB_NO_ERR || len != m.size) {
+            PB_LOG("message 0x%04x type %d: library size %u, ours %u\n\n", m.id, m.type, static_cast<unsigned>(len),
+                   static_cast<unsigned>(m.size));
+            return false;
+        }
+    }
+    return true;
+}
+
+void pb_qmi_write_nv(const char *key, int value)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%d", value);
+    (void)nvmram_writenv(key, text, static_cast<int>(std::strlen(text)) + 1);
+}
+
+} // namespace
+
+int wm_qmi_init_client(qmi_idl_service_object_type *service_object, qmi_client_type *service_notifier,
+                       qmi_service_info *service_info)
+{
+    /* The notifier keeps a pointer to its signal until it is released. */
+    static qmi_client_os_params os_params;
+
+    if (!service_object || !*service_object) {
+        PB_LOG("service object is NULL\n\n");
+        return -1;
+    }
+    const qmi_idl_service_object_type obj = *service_object;
+    std::memset(&os_params, 0, sizeof os_params);
+    if (qmi_client_notifier_init(obj, &os_params, service_notifier) != QMI_NO_ERR) {
+        PB_LOG("notify init error!\n");
+        return -1;
+    }
+
+    unsigned int num_services = 0;
+    unsigned int num_entries = 0;
+    for (;;) {
+        const qmi_client_error_type rc = qmi_client_get_service_list(obj, nullptr, nullptr, &num_services);
+        PB_LOG("1rc:%d  num_services=%d\n\n", rc, num_services);
+        if (rc == QMI_NO_ERR)
+            break;
+        os_params.timed_out = 0;
+        pthread_mutex_lock(&os_params.mutex);
+        while (os_params.sig_set == 0)
+            pthread_cond_wait(&os_params.cond, &os_params.mutex);
+        pthread_mutex_unlock(&os_params.mutex);
+    }
+    PB_LOG("get_service_list OK!\n");
+
+    num_entries = num_services < PB_QMI_SERVICE_SLOTS ? num_services : PB_QMI_SERVICE_SLOTS;
+    const qmi_client_error_type rc = qmi_client_get_service_list(obj, service_info, &num_entries, &num_services);
+    PB_LOG(" 2rc:%d num_entries=%d num_services=%d\n\n", rc, num_entries, num_services);
+    if (rc != QMI_NO_ERR) {
+        PB_LOG("2get_service_list error!\n");
+        return -1;
+    }
+    return 0;
+}
+
+int pb_qmi_init(void)
+{
+    qmi_service_info service_info[PB_QMI_SERVICE_SLOTS];
+    std::memset(service_info, 0, sizeof service_info);
+    pbm_user_handle = nullptr;
+    g_pbm_srv_notifier = nullptr;
+
+    pbm_service_obj = pbm_get_service_object_internal_v01(PBM_V01_IDL_MAJOR_VERS, PBM_V01_IDL_MINOR_VERS,
+                                                          PBM_V01_IDL_TOOL_VERS);
+    qmi_client_error_type rc = -1;
+    if (pb_qmi_sizes_match(pbm_service_obj))
+        rc = wm_qmi_init_client(&pbm_service_obj, &g_pbm_srv_notifier, service_info);
+    /* Without a service list there is no entry to connect to. */
+    if (rc == 0)
+        rc = qmi_client_init(&service_info[0], pbm_service_obj, pb_qmi_unsol_ind_handle, nullptr, nullptr,
+                             &pbm_user_handle);
+    if (rc != QMI_NO_ERR) {
+        PB_LOG("Error: connection not Initialized...Error Code:%d\n\n", rc);
+        (void)qmi_client_release(g_pbm_srv_notifier);
+        pb_qmi_release(pbm_user_handle);
+        /* Released: later requests fail on the empty handle, and pb_qmi_fin
+         * does not release them a second time. */
+        g_pbm_srv_notifier = nullptr;
+        pbm_user_handle = nullptr;
+    } else {
+        PB_LOG("Connection Initialized....User Handle:%x\n\n",
+               static_cast<unsigned int>(reinterpret_cast<uintptr_t>(pbm_user_handle)));
+    }
+    return 0;
+}
+
+int pb_qmi_fin(void)
+{
+    pb_qmi_release(pbm_user_handle);
+    pb_qmi_release(g_pbm_srv_notifier);
+    return 0;
+}
+
+int pb_qmi_get_all(void)
+{
+    pb_index = 1;
+
+    pbm_get_pb_capabilities_req_msg_v01 caps_req;
+    pbm_get_pb_capabilities_resp_msg_v01 caps_rsp;
+    std::memset(&caps_req, 0, sizeof caps_req);
+    std::memset(&caps_rsp, 0, sizeof caps_rsp);
+    caps_req.phonebook_info.session_type = PB_QMI_SESSION;
+    caps_req.phonebook_info.pb_type = PB_QMI_ADN;
+    PB_LOG("Size of request is %d\n\n", static_cast<int>(sizeof caps_req));
+    PB_LOG("Size of response is %d\n\n", static_cast<int>(sizeof caps_rsp));
+    PB_LOG("Information being sent is session type = %d, PB type = %d\n\n", caps_req.phonebook_info.session_type,
+           caps_req.phonebook_info.pb_type);
+    qmi_client_error_type rc =
+        qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, &caps_req, sizeof caps_req,
+                                 &caps_rsp, sizeof caps_rsp, PB_QMI_READ_TIMEOUT_MS);
+    if (rc != QMI_NO_ERR) {
+        PB_LOG("Getting PB info for PB type %d returned error %d\n\n", PB_QMI_ADN, rc);
+        PB_LOG("get_pb_info failed\n");
+        return -1;
+    }
+    if (!caps_rsp.capability_basic_info_valid) {
+        PB_LOG(" Error: Information received for ADN did not return total number of records\n\n");
+        return -1;
+    }
+    const pbm_capability_basic_info_type_v01 &caps = caps_rsp.capability_basic_info;
+    g_sim_module.pb_sim_max_count = caps.max_records;
+    g_sim_module.pb_sim_used = caps.used_records;
+    g_sim_module.pb_sim_max_name_len = caps.max_name_len;
+    g_sim_module.pb_sim_max_num_len = caps.max_num_len;
+    pb_qmi_write_nv("pb_sim_max_count", caps.max_records);
+    pb_qmi_write_nv("pb_sim_name_maxlen", g_sim_module.pb_sim_max_name_len);
+    pb_qmi_write_nv("pb_sim_number_maxlen", g_sim_module.pb_sim_max_num_len);
+
+    pbm_read_records_req_msg_v01 read_req;
+    pbm_read_records_resp_msg_v01 read_rsp;
+    std::memset(&read_req, 0, sizeof read_req);
+    std::memset(&read_rsp, 0, sizeof read_rsp);
+    read_req.record_info.session_type = PB_QMI_SESSION;
+    read_req.record_info.pb_type = PB_QMI_ADN;
+    read_req.record_info.record_start_id = 1;
+    read_req.record_info.record_end_id = caps.max_records;
+    rc = qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_READ_RECORDS_REQ_V01, &read_req, sizeof read_req,
+                                  &read_rsp, sizeof read_rsp, PB_QMI_READ_TIMEOUT_MS);
+    if (rc != QMI_NO_ERR) {
+        PB_LOG("Read request for ADN failed with error code = %d\n\n", rc);
+        return -1;
+    }
+    /* Refused or without a count: the flag stays, the next get-all retries. */
+    if (read_rsp.resp.result != QMI_RESULT_SUCCESS_V01 || !read_rsp.num_of_recs_valid)
+        return 0;
+    if (read_rsp.num_of_recs == 0) {
+        PB_LOG("There are no entries filled in ADN, nothing to read\n\n");
+        g_sim_module.pb_sim_read_flag = 1;
+        return 0;
+    }
+    PB_LOG("There are %d filled entries in ADN\n\n", read_rsp.num_of_recs);
+    g_sim_module.pb_sim_read_flag = 2;
+    return 0;
+}
+
+pb_return_code_enum_t pb_send_request_asyn(zp_uint32 dest_id, zp_uint32 msg_id, const void *data, size_t len)
+{
+    ipc_addr_t addr;
+    std::memset(&addr, 0, sizeof addr);
+    zp_sdk_ipc_ret_value ret = ipc_get_addr_by_id(dest_id, 0, &addr);
+    if (ret != IPC_OK) {
+        PB_LOG("IPC get addr failed, dest_id = %lu, ret = %lu\n", static_cast<unsigned long>(dest_id),
+               static_cast<unsigned long>(ret));
+        return PB_RCODE_ERROR;
+    }
+    void *msg = ipc_memory_assign(static_cast<zp_uint32>(len), 0);
+    if (!msg) {
+        PB_LOG("alloc IPC memory failed.\n");
+        return PB_RCODE_ERROR;
+    }
+    auto *head = static_cast<ipc_msg_head_t *>(msg);
+    std::memset(head, 0, sizeof *head);
+    head->msg_id = msg_id;
+    head->length = static_cast<zp_uint32>(len);
+    (void)ipc_gen_seesion_id(head);
+    if (data && len)
+        std::memcpy(pb_msg_payload(msg), data, len);
+    ret = ipc_msg_send_asy(&addr, msg, static_cast<zp_uint32>(len));
+    mem_free_ex(pb_tid16(), PB_SITE_QMI_READ_IND, 0, msg);
+    if (ret != IPC_OK) {
+        PB_LOG("IPC send asyn request failed, ret = %lu\n", static_cast<unsigned long>(ret));
+        return PB_RCODE_ERROR;
+    }
+    return PB_RCODE_OK;
+}
+
+pb_return_code_enum_t pb_qmi_read_cb(pbm_record_read_ind_msg_v01 *pbm_read_ind)
+{
+    PB_LOG("enter pb_qmi_read_cb\n");
+    pb_return_code_enum_t result = PB_RCODE_OK;
+    if (!pbm_read_ind)
+        return PB_RCODE_BUFFNULL_ERR;
+    pbm_basic_record_data_type_v01 &data = pbm_read_ind->basic_record_data;
+    /* The structure came over IPC: its counts are checked before use. */
+    if (data.record_instances_len > QMI_PBM_MAX_NUM_BASIC_RECORD_INSTANCE_V01) {
+        PB_LOG("record count %u out of range\n", static_cast<unsigned>(data.record_instances_len));
+        return PB_RCODE_INVALID_ERR;
+    }
+    for (uint32_t i = 0; i < data.record_instances_len; ++i) {
+        pbm_record_instance_type_v01 &rec = data.record_instances[i];
+        pb_flash_info info;
+        std::memset(&info, 0, sizeof info);
+        info.index = static_cast<zp_uint32>(pb_index++);
+        info.sim_index = rec.record_id;
+        const auto *nb = reinterpret_cast<const unsigned char *>(rec.name);
+        PB_LOG("PB DECODE: name = 0x %02x %02x %02x %02x %02x %02x %02x\n", nb[0], nb[1], nb[2], nb[3], nb[4], nb[5],
+               nb[6]);
+
+        /* Whole UCS-2 characters only: an odd last byte has no partner. */
+        uint32_t name_len = rec.name_len;
+        if (name_len > QMI_PBM_NAME_MAX_LENGTH_V01)
+            name_len = QMI_PBM_NAME_MAX_LENGTH_V01;
+        name_len &= ~1u;
+        conv_swap_the_double_bytes_order(rec.name, static_cast<int>(name_len));
+        char utf8[3 * (QMI_PBM_NAME_MAX_LENGTH_V01 / 2) + 1];
+        int utf8_len = 0;
+        const int conv = conv_ucs2_to_utf8(utf8, &utf8_len, rec.name, static_cast<int>(name_len));
+        if (conv != 0) {
+            PB_LOG("decode record 's name error, error code=%d\n", conv);
+        } else if (utf8_len > 0) {
+            const size_t n = utf8_cut(utf8, static_cast<size_t>(utf8_len), PB_TEXT_MAX);
+            std::memcpy(info.name, utf8, n);
+        }
+
+        uint32_t num_len = rec.number_len;
+        if (num_len > QMI_PBM_NUMBER_MAX_LENGTH_V01)
+            num_len = QMI_PBM_NUMBER_MAX_LENGTH_V01;
+        sim_to_display(rec.number, static_cast<int>(num_len));
+        size_t at = 0;
+        if (rec.num_type == PBM_NUM_TYPE_INTERNATIONAL_V01)
+            info.num[at++] = '+';
+        std::memcpy(info.num + at, rec.number, num_len); /* at most 41 of 50 bytes */
+
+        PB_LOG("PB RECORD: index = %d, sim_index = %d, name = %s, number = %s, num_type = 0x%x, num_plan=0x%x\n",
+               static_cast<int>(info.index), static_cast<int>(info.sim_index), info.name, info.num,
+               static_cast<unsigned>(rec.num_type), static_cast<unsigned>(rec.num_plan));
+        result = static_cast<pb_return_code_enum_t>(simlib_pb_add_to_file(g_storage_type, &info));
+        if (result != PB_RCODE_OK)
+            PB_LOG("write pb record into share memory failure\n\n");
+    }
+    PB_LOG("pb_index = %d, pb_sim_used = %d\n", pb_index, g_sim_module.pb_sim_used);
+    if (g_sim_module.pb_sim_used < pb_index)
+        g_sim_module.pb_sim_read_flag = 1;
+    return result;
+}
+
+int pb_qmi_add_entry(pb_flash_info *info)
+{
+    if (!info) {
+        PB_LOG("bad entry\n");
+        return -1;
+    }
+    pbm_write_record_req_msg_v01 req;
+    pbm_write_record_resp_msg_v01 rsp;
+    std::memset(&req, 0, sizeof req);
+    std::memset(&rsp, 0, sizeof rsp);
+    (void)pb_qmi_fill_record(info, 0, &req.record_information);
+    if (pb_qmi_send_write(&req, &rsp) != 0)
+        return -1;
+    if (rsp.record_id_valid) {
+        info->sim_index = rsp.record_id;
+        PB_LOG("New record was added at index %d\n\n", rsp.record_id);
+    }
+    return 0;
+}
+
+int pb_qmi_edit_entry(pb_flash_info *info)
+{
+    if (!info || info->sim_index == 0) {
+        PB_LOG("bad entry\n");
+        return -1;
+    }
+    pbm_write_record_req_msg_v01 req;
+    pbm_write_record_resp_msg_v01 rsp;
+    std::memset(&req, 0, sizeof req);
+    std::memset(&rsp, 0, sizeof rsp);
+    const size_t utf8_len = pb_qmi_fill_record(info, static_cast<uint16_t>(info->sim_index), &req.record_information);
+    PB_LOG("edit len before = %d, after = %d\n", static_cast<int>(utf8_len),
+           static_cast<int>(req.record_information.name_len));
+    return pb_qmi_send_write(&req, &rsp);
+}
+
+int pb_qmi_del_entry(pb_flash_info *info)
+{
+    if (!info || info->sim_index == 0) {
+        PB_LOG("bad entry\n");
+        return -1;
+    }
+    pbm_delete_record_req_msg_v01 req;
+    pbm_delete_record_resp_msg_v01 rsp;
+    std::memset(&req, 0, sizeof req);
+    std::memset(&rsp, 0, sizeof rsp);
+    req.record_info.session_type = PB_QMI_SESSION;
+    req.record_info.pb_type = PB_QMI_ADN;
+    req.record_info.record_id = static_cast<uint16_t>(info->sim_index);
+    const qmi_client_error_type rc = qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_DELETE_RECORD_REQ_V01, &req,
+                                                              sizeof req, &rsp, sizeof rsp, PB_QMI_WRITE_TIMEOUT_MS);
+    if (rc != QMI_NO_ERR) {
+        PB_LOG("Error: Sending synchronous request for delete record failed with error code %d\n\n", rc);
+        return -1;
+    }
+    if (rsp.resp.result != QMI_RESULT_SUCCESS_V01) {
+        PB_LOG("Writing a record using PBM failed with error code %d\n\n", rsp.resp.error);
+        return -1;
+    }
+    PB_LOG("Delete a record using PBM was successful\n");
+    return 0;
+}
+
+int pb_qmi_del_all(void)
+{
+    pbm_delete_all_pb_records_req_msg_v01 req;
+    pbm_delete_all_pb_records_resp_msg_v01 rsp;
+    std::memset(&req, 0, sizeof req);
+    std::memset(&rsp, 0, sizeof rsp);
+    req.phonebook_info.session_type = PB_QMI_SESSION;
+    req.phonebook_info.pb_type = PB_QMI_ADN;
+    const qmi_client_error_type rc = qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01,
+                                                              &req, sizeof req, &rsp, sizeof rsp,
+                                                              PB_QMI_DEL_ALL_TIMEOUT_MS);
+    if (rc != QMI_NO_ERR) {
+        PB_LOG("Error: Sending synchronous request for delete record failed with error code %d\n\n", rc);
+        return -1;
+    }
+    if (rsp.resp.result != QMI_RESULT_SUCCESS_V01) {
+        PB_LOG("delete all pb failed with error code %d\n\n", rsp.resp.error);
+        return -1;
+    }
+    PB_LOG("Delete all pb successful\n");
+    return 0;
+}

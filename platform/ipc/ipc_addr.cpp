@@ -1,0 +1,162 @@
+// Addresses, buffers and session ids: the stateless part of the library.
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "ipc_internal.h"
+#include "zp_mem.h"
+
+namespace zp_ipc {
+
+zp_uint16 tid16() { return static_cast<zp_uint16>(syscall(SYS_gettid)); }
+
+const char *ipc_dir()
+{
+    const char *dir = std::getenv("ZP_IPC_DIR");
+    return (dir != nullptr && dir[0] != '\0') ? dir : IPC_DEFAULT_DIR;
+}
+
+bool make_dir(const char *dir)
+{
+    char path[sizeof(sockaddr_un::sun_path)];
+    const size_t n = std::strlen(dir);
+    if (n == 0 || n >= sizeof(path))
+        return false;
+    std::memcpy(path, dir, n + 1);
+    // Make each parent in turn; one that exists already is fine.
+    for (size_t i = 1; i <= n; ++i) {
+        if (path[i] != '/' && path[i] != '\0')
+            continue;
+        const char saved = path[i];
+        path[i] = '\0';
+        if (mkdir(path, 0770) != 0 && errno != EEXIST) {
+            IPC_LOG("cannot make %s: %s\n", path, std::strerror(errno));
+            return false;
+        }
+        path[i] = saved;
+    }
+    return true;
+}
+
+socklen_t addr_len(const ipc_addr_t *a, sockaddr_un *out)
+{
+    if (a->addr.sun_family != AF_UNIX)
+        return 0;
+    const char *p = a->addr.sun_path;
+    constexpr size_t room = sizeof(a->addr.sun_path);
+    size_t used;
+    if (p[0] != '\0')
+        used = strnlen(p, room);
+    else if (p[1] != '\0')
+        used = 1 + strnlen(p + 1, room - 1);  // abstract name
+    else
+        return 0;
+    *out = a->addr;
+    return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + used);
+}
+
+const char *datagram_fault(const ipc_msg_head_t *head, size_t n)
+{
+    if (n < IPC_MSG_HEAD_LEN)
+        return "short head";
+    if (n > IPC_MSG_HEAD_LEN + IPC_MSG_MAX_PAYLOAD)
+        return "oversized";
+    if (head->length != n - IPC_MSG_HEAD_LEN)
+        return "length disagrees with size";
+    if (head->msg_type >= IPC_INNER_MQ)
+        return "type not deliverable";
+    return nullptr;
+}
+
+zp_sdk_ipc_ret_value send_errno(int err)
+{
+    switch (err) {
+    case ENOENT:
+    case ECONNREFUSED:  // a socket file nobody serves any longer
+        return IPC_NOT_FOUND;
+    case EAGAIN:
+        return IPC_TIMEOUT;
+    case EMSGSIZE:
+        return IPC_INVALID_PARA;
+    case EACCES:
+    case EPERM:
+        return IPC_REJECT;
+    default:
+        return IPC_SYS_ERR;
+    }
+}
+
+zp_sdk_ipc_ret_value send_datagram(int fd, const sockaddr_un *to, socklen_t tolen, const ipc_msg_head_t *head,
+                                   const void *payload, size_t len)
+{
+    iovec iov[2] = {{const_cast<ipc_msg_head_t *>(head), IPC_MSG_HEAD_LEN},
+                    {const_cast<void *>(payload), len}};
+    msghdr mh{};
+    mh.msg_name = const_cast<sockaddr_un *>(to);
+    mh.msg_namelen = tolen;
+    mh.msg_iov = iov;
+    mh.msg_iovlen = len != 0 ? 2 : 1;
+    for (;;) {
+        if (sendmsg(fd, &mh, MSG_NOSIGNAL) >= 0)
+            return IPC_OK;
+        if (errno != EINTR)
+            break;
+    }
+    const int err = errno;
+    const zp_sdk_ipc_ret_value ret = send_errno(err);
+    if (ret != IPC_NOT_FOUND)
+        IPC_LOG("send to %s failed: %s\n", to->sun_path[0] ? to->sun_path : "(reply socket)", std::strerror(err));
+    return ret;
+}
+
+}  // namespace zp_ipc
+
+using namespace zp_ipc;
+
+IPC_EXPORT zp_sdk_ipc_ret_value ipc_get_addr_by_id(zp_uint32 module_id, zp_uint32 /*flag*/, ipc_addr_t *addr)
+{
+    if (addr == nullptr || module_id >= MAX_ID)
+        return IPC_INVALID_PARA;
+    std::memset(addr, 0, sizeof(*addr));
+    const int n = std::snprintf(addr->addr.sun_path, sizeof(addr->addr.sun_path), "%s/ipc_%u", ipc_dir(),
+                                static_cast<unsigned>(module_id));
+    if (n < 0 || static_cast<size_t>(n) >= sizeof(addr->addr.sun_path)) {
+        IPC_LOG("socket path of module %u too long in %s\n", static_cast<unsigned>(module_id), ipc_dir());
+        std::memset(addr, 0, sizeof(*addr));
+        return IPC_INVALID_PARA;
+    }
+    addr->pri = IPC_MSG_PRI_COMM;
+    addr->addr.sun_family = AF_UNIX;
+    return IPC_OK;
+}
+
+IPC_EXPORT void *ipc_memory_assign(zp_uint32 len, zp_uint32 /*flag*/)
+{
+    if (len > IPC_MSG_MAX_PAYLOAD)
+        return nullptr;
+    const size_t size = delivered_size(len);
+    void *p = mem_malloc_ex(tid16(), kSiteAssign, 0, size);
+    if (p != nullptr)
+        std::memset(p, 0, size);
+    return p;
+}
+
+IPC_EXPORT zp_sdk_ipc_ret_value ipc_gen_seesion_id(ipc_msg_head_t *head)
+{
+    static std::atomic<zp_uint32> count{0};
+    if (head == nullptr)
+        return IPC_INVALID_PARA;
+    const zp_uint32 base = static_cast<zp_uint32>(getpid()) << 16;
+    zp_uint32 id;
+    do
+        id = base + (count.fetch_add(1, std::memory_order_relaxed) & 0xFFFFu);
+    while (id == 0);
+    head->session_id = id;
+    return IPC_OK;
+}

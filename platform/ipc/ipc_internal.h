@@ -1,0 +1,65 @@
+/*
+ * ipc_internal.h - what the parts of the host messaging library share.
+ *
+ * Addresses: a module socket is a path in the IPC folder; a reply socket is
+ * an abstract name the kernel picks (leading NUL in sun_path). Both fit an
+ * ipc_addr_t, and addr_len() turns either back into a socket address.
+ */
+#ifndef ZP_IPC_INTERNAL_H
+#define ZP_IPC_INTERNAL_H
+
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstddef>
+
+#include "liblog.h"
+#include "zp_ipc.h"
+
+#define IPC_EXPORT extern "C" __attribute__((visibility("default")))
+
+#define IPC_LOG(fmt, ...) \
+    log_print(ZP_LOG_INFO, "[%s:%s:%d]" fmt, __FILE_NAME__, __func__, __LINE__, ##__VA_ARGS__)
+
+namespace zp_ipc {
+
+/* Call sites of the library in the memory library's accounting. */
+enum : zp_uint16 {
+    kSiteAssign = IPC_MEM_SITE_ASSIGN,
+    kSiteServerBuf = 0x0102, /* a server's receive buffer */
+};
+
+constexpr size_t round4(size_t n) { return (n + 3u) & ~static_cast<size_t>(3u); }
+
+/* Whole delivered message for `len` payload bytes. */
+constexpr size_t delivered_size(size_t len) { return IPC_MSG_HEAD_LEN + round4(len) + sizeof(ipc_addr_t); }
+
+zp_uint16 tid16();
+
+/* The IPC folder of this process (ZP_IPC_DIR or the default). */
+const char *ipc_dir();
+/* Makes the folder and its parents; false on failure (logged). */
+bool make_dir(const char *dir);
+
+/* Socket address of `a` in *out and its length; 0 when `a` names no socket. */
+socklen_t addr_len(const ipc_addr_t *a, sockaddr_un *out);
+
+/* Why a datagram of `n` bytes starting with `head` can't be delivered, or
+ * null when it can. */
+const char *datagram_fault(const ipc_msg_head_t *head, size_t n);
+
+/* Maps a failed send's errno onto the library's results. */
+zp_sdk_ipc_ret_value send_errno(int err);
+
+/* Sends head + payload as one datagram from fd; IPC_OK or a mapped errno. */
+zp_sdk_ipc_ret_value send_datagram(int fd, const sockaddr_un *to, socklen_t tolen, const ipc_msg_head_t *head,
+                                   const void *payload, size_t len);
+
+/* The module socket that ipc_msg_send_asy sends from: registered by the first
+ * server of the process, dropped when that server stops. */
+void home_register(int fd);
+void home_unregister(int fd);
+
+}  // namespace zp_ipc
+
+#endif /* ZP_IPC_INTERNAL_H */

@@ -1,0 +1,215 @@
+// Sending: the per-thread reply socket, the synchronous exchange and the
+// one-way send.
+//
+// Each thread that sends gets one datagram socket, bound to an abstract name
+// the kernel picks, and keeps it until it ends. Answers to its requests come
+// back there, so concurrent exchanges of different threads never meet. A
+// forked child gets fresh reply sockets: the inherited ones still belong to
+// the parent's threads.
+#include <pthread.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+#include "ipc_internal.h"
+
+namespace zp_ipc {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kSendTimeoutSec = 5;  // a receiver whose queue stays full
+
+std::atomic<unsigned> g_fork_gen{0};
+pthread_rwlock_t g_home_lock = PTHREAD_RWLOCK_INITIALIZER;
+int g_home_fd = -1;
+
+// The child of a fork starts with a fresh lock: a thread of the parent may
+// have held it at that moment, and that thread does not exist there.
+void after_fork_in_child()
+{
+    g_fork_gen.fetch_add(1, std::memory_order_relaxed);
+    pthread_rwlock_init(&g_home_lock, nullptr);
+    g_home_fd = -1;  // the server's thread did not come along
+}
+
+struct AtforkRegistration {
+    AtforkRegistration() { pthread_atfork(nullptr, nullptr, after_fork_in_child); }
+} g_atfork;
+
+struct ReplySocket {
+    int fd = -1;
+    unsigned gen = 0;
+    long rcv_timeout_us = -1;  // what SO_RCVTIMEO is set to now
+    ~ReplySocket()
+    {
+        if (fd >= 0)
+            close(fd);
+    }
+};
+
+thread_local ReplySocket t_reply;
+
+void set_timeout(int fd, int opt, long us)
+{
+    timeval tv{};
+    tv.tv_sec = us / 1000000;
+    tv.tv_usec = us % 1000000;
+    setsockopt(fd, SOL_SOCKET, opt, &tv, sizeof(tv));
+}
+
+ReplySocket *reply_socket()
+{
+    ReplySocket &r = t_reply;
+    const unsigned gen = g_fork_gen.load(std::memory_order_relaxed);
+    if (r.fd >= 0 && r.gen == gen)
+        return &r;
+    if (r.fd >= 0)
+        close(r.fd);
+    r.fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (r.fd < 0) {
+        IPC_LOG("reply socket: %s\n", std::strerror(errno));
+        return nullptr;
+    }
+    // Binding the bare family makes the kernel pick a unique abstract name.
+    sockaddr_un any{};
+    any.sun_family = AF_UNIX;
+    if (bind(r.fd, reinterpret_cast<sockaddr *>(&any), sizeof(sa_family_t)) != 0) {
+        IPC_LOG("reply socket bind: %s\n", std::strerror(errno));
+        close(r.fd);
+        r.fd = -1;
+        return nullptr;
+    }
+    set_timeout(r.fd, SO_SNDTIMEO, kSendTimeoutSec * 1000000L);
+    r.gen = gen;
+    r.rcv_timeout_us = -1;
+    return &r;
+}
+
+long remaining_us(Clock::time_point deadline)
+{
+    const auto left = std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now()).count();
+    return left > 0 ? static_cast<long>(left) : 0;
+}
+
+}  // namespace
+
+void home_register(int fd)
+{
+    pthread_rwlock_wrlock(&g_home_lock);
+    if (g_home_fd < 0)
+        g_home_fd = fd;
+    pthread_rwlock_unlock(&g_home_lock);
+}
+
+void home_unregister(int fd)
+{
+    pthread_rwlock_wrlock(&g_home_lock);
+    if (g_home_fd == fd)
+        g_home_fd = -1;
+    pthread_rwlock_unlock(&g_home_lock);
+}
+
+}  // namespace zp_ipc
+
+using namespace zp_ipc;
+
+IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_asy(ipc_addr_t *addr, void *msg, zp_uint32 len)
+{
+    if (addr == nullptr || msg == nullptr || len > IPC_MSG_MAX_PAYLOAD)
+        return IPC_INVALID_PARA;
+    sockaddr_un to;
+    const socklen_t tolen = addr_len(addr, &to);
+    if (tolen == 0)
+        return IPC_INVALID_PARA;
+    ipc_msg_head_t head;
+    std::memcpy(&head, msg, sizeof(head));
+    if (head.msg_type != IPC_SYN_RSP)
+        head.msg_type = IPC_ASY_MSG;
+    head.length = len;
+    const void *payload = static_cast<const zp_uint8 *>(msg) + IPC_MSG_HEAD_LEN;
+
+    // Held across the send so that a stopping server can't close the socket
+    // under it.
+    pthread_rwlock_rdlock(&g_home_lock);
+    int fd = g_home_fd;
+    if (fd < 0) {
+        const ReplySocket *r = reply_socket();
+        fd = r != nullptr ? r->fd : -1;
+    }
+    const zp_sdk_ipc_ret_value ret = fd >= 0 ? send_datagram(fd, &to, tolen, &head, payload, len) : IPC_SYS_ERR;
+    pthread_rwlock_unlock(&g_home_lock);
+    return ret;
+}
+
+IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_syn(ipc_addr_t *addr, void *msg, zp_uint32 len, zp_uint32 timeout,
+                                                 void *rsp, size_t *rsp_len)
+{
+    if (addr == nullptr || msg == nullptr || rsp == nullptr || rsp_len == nullptr || len > IPC_MSG_MAX_PAYLOAD)
+        return IPC_INVALID_PARA;
+    sockaddr_un to;
+    const socklen_t tolen = addr_len(addr, &to);
+    if (tolen == 0)
+        return IPC_INVALID_PARA;
+    ReplySocket *r = reply_socket();
+    if (r == nullptr)
+        return IPC_SYS_ERR;
+
+    ipc_msg_head_t head;
+    std::memcpy(&head, msg, sizeof(head));
+    head.msg_type = IPC_SYN_REQ;
+    head.length = len;
+    if (head.session_id == 0)
+        ipc_gen_seesion_id(&head);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeout);
+    zp_sdk_ipc_ret_value ret =
+        send_datagram(r->fd, &to, tolen, &head, static_cast<const zp_uint8 *>(msg) + IPC_MSG_HEAD_LEN, len);
+    if (ret != IPC_OK)
+        return ret;
+
+    // The answer's head lands in `in`, its payload straight in rsp; a longer
+    // payload is cut at the room given (MSG_TRUNC still reports its size).
+    const size_t room = *rsp_len;
+    auto *rsp_payload = static_cast<zp_uint8 *>(rsp) + IPC_MSG_HEAD_LEN;
+    long wait_us = static_cast<long>(timeout) * 1000L;
+    for (;;) {
+        int flags = MSG_TRUNC;
+        if (wait_us <= 0) {
+            flags |= MSG_DONTWAIT;
+        } else if (wait_us != r->rcv_timeout_us) {
+            set_timeout(r->fd, SO_RCVTIMEO, wait_us);
+            r->rcv_timeout_us = wait_us;
+        }
+        ipc_msg_head_t in{};
+        iovec iov[2] = {{&in, IPC_MSG_HEAD_LEN}, {rsp_payload, room}};
+        msghdr mh{};
+        mh.msg_iov = iov;
+        mh.msg_iovlen = room != 0 ? 2 : 1;
+        const ssize_t n = recvmsg(r->fd, &mh, flags);
+        if (n < 0) {
+            if (errno == EAGAIN || errno == EWOULDBLOCK) {
+                if (remaining_us(deadline) == 0)
+                    return IPC_TIMEOUT;
+            } else if (errno != EINTR) {
+                IPC_LOG("waiting for answer: %s\n", std::strerror(errno));
+                return IPC_SYS_ERR;
+            }
+        } else if (const char *fault = datagram_fault(&in, static_cast<size_t>(n))) {
+            IPC_LOG("dropped reply datagram of %zd bytes: %s\n", n, fault);
+        } else if (in.msg_type != IPC_SYN_RSP || in.session_id != head.session_id) {
+            IPC_LOG("discarded message type %u session 0x%x while waiting for 0x%x\n", in.msg_type, in.session_id,
+                    head.session_id);
+        } else {
+            const size_t got = in.length < room ? in.length : room;
+            in.length = static_cast<zp_uint32>(got);
+            std::memcpy(rsp, &in, sizeof(in));
+            *rsp_len = got;
+            return IPC_OK;
+        }
+        wait_us = remaining_us(deadline);
+    }
+}

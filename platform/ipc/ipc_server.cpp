@@ -1,0 +1,192 @@
+// Receiving side of a host process: one module socket, one receive thread.
+//
+// The thread owns the receive buffer: each valid datagram is completed there
+// into a delivered message (head, payload padded to 4, sender address) and
+// handed to the handler, which may use it only during the call. Stop sets a
+// flag and wakes the thread with an empty datagram; a receive time limit
+// backs that up should the wake-up not get through.
+#include <pthread.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+#include "ipc_internal.h"
+#include "zp_mem.h"
+
+struct ipc_server {
+    int fd = -1;
+    ipc_addr_t addr{};
+    ipc_msg_handler handler = nullptr;
+    void *ctx = nullptr;
+    zp_uint8 *buf = nullptr;
+    pthread_t thread{};
+    std::atomic<bool> stopping{false};
+};
+
+namespace zp_ipc {
+namespace {
+
+constexpr size_t kBufSize = IPC_MSG_HEAD_LEN + IPC_MSG_MAX_PAYLOAD + sizeof(ipc_addr_t);
+constexpr long kRecvBackstopUs = 250000;
+
+void set_timeout(int fd, int opt, long us)
+{
+    timeval tv{};
+    tv.tv_sec = us / 1000000;
+    tv.tv_usec = us % 1000000;
+    setsockopt(fd, SOL_SOCKET, opt, &tv, sizeof(tv));
+}
+
+// Appends the sender's address to a valid datagram of `len` payload bytes.
+void complete_message(zp_uint8 *buf, size_t len, const sockaddr_un &from, socklen_t fromlen)
+{
+    const size_t at = IPC_MSG_HEAD_LEN + round4(len);
+    std::memset(buf + IPC_MSG_HEAD_LEN + len, 0, at - IPC_MSG_HEAD_LEN - len);
+    ipc_addr_t sender{};
+    sender.pri = IPC_MSG_PRI_COMM;
+    sender.addr.sun_family = AF_UNIX;
+    const size_t path_off = offsetof(sockaddr_un, sun_path);
+    if (fromlen > path_off)
+        std::memcpy(sender.addr.sun_path, from.sun_path, fromlen - path_off);
+    std::memcpy(buf + at, &sender, sizeof(sender));
+}
+
+void *receive_loop(void *arg)
+{
+    auto *srv = static_cast<ipc_server *>(arg);
+    while (!srv->stopping.load(std::memory_order_acquire)) {
+        sockaddr_un from{};
+        iovec iov = {srv->buf, IPC_MSG_HEAD_LEN + IPC_MSG_MAX_PAYLOAD};
+        msghdr mh{};
+        mh.msg_name = &from;
+        mh.msg_namelen = sizeof(from);
+        mh.msg_iov = &iov;
+        mh.msg_iovlen = 1;
+        const ssize_t n = recvmsg(srv->fd, &mh, MSG_TRUNC);
+        if (srv->stopping.load(std::memory_order_acquire))
+            break;
+        if (n < 0) {
+            if (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) {
+                IPC_LOG("receive on %s: %s\n", srv->addr.addr.sun_path, std::strerror(errno));
+                usleep(10000);  // no busy loop on a lasting fault
+            }
+            continue;
+        }
+        auto *head = reinterpret_cast<ipc_msg_head_t *>(srv->buf);
+        if (const char *fault = datagram_fault(head, static_cast<size_t>(n))) {
+            IPC_LOG("dropped datagram of %zd bytes on %s: %s\n", n, srv->addr.addr.sun_path, fault);
+            continue;
+        }
+        complete_message(srv->buf, head->length, from, mh.msg_namelen);
+        srv->handler(srv->buf, srv->ctx);
+    }
+    return nullptr;
+}
+
+// IPC_OK when nobody serves `path` (a stale file is removed), IPC_REJECT
+// when a live socket answers there.
+zp_sdk_ipc_ret_value claim_path(const ipc_addr_t &addr)
+{
+    sockaddr_un to;
+    const socklen_t tolen = addr_len(&addr, &to);
+    const int probe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (probe < 0)
+        return IPC_SYS_ERR;
+    const int rc = connect(probe, reinterpret_cast<const sockaddr *>(&to), tolen);
+    const int err = errno;
+    close(probe);
+    if (rc == 0) {
+        IPC_LOG("%s is served by another process\n", to.sun_path);
+        return IPC_REJECT;
+    }
+    if (err == ECONNREFUSED)
+        unlink(to.sun_path);
+    return IPC_OK;
+}
+
+void free_server(ipc_server *srv)
+{
+    if (srv->fd >= 0)
+        close(srv->fd);
+    mem_free_ex(tid16(), kSiteServerBuf, 0, srv->buf);
+    delete srv;
+}
+
+}  // namespace
+}  // namespace zp_ipc
+
+using namespace zp_ipc;
+
+IPC_EXPORT zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_handler handler, void *ctx,
+                                                 ipc_server_pt *server)
+{
+    if (handler == nullptr || server == nullptr)
+        return IPC_INVALID_PARA;
+    *server = nullptr;
+    auto *srv = new (std::nothrow) ipc_server;
+    if (srv == nullptr)
+        return IPC_SYS_ERR;
+    srv->handler = handler;
+    srv->ctx = ctx;
+    zp_sdk_ipc_ret_value ret = ipc_get_addr_by_id(module_id, 0, &srv->addr);
+    if (ret != IPC_OK) {
+        free_server(srv);
+        return ret;
+    }
+    const char *path = srv->addr.addr.sun_path;
+    srv->buf = static_cast<zp_uint8 *>(mem_malloc_ex(tid16(), kSiteServerBuf, 0, kBufSize));
+    if (srv->buf == nullptr || !make_dir(ipc_dir())) {
+        free_server(srv);
+        return IPC_SYS_ERR;
+    }
+    ret = claim_path(srv->addr);
+    if (ret != IPC_OK) {
+        free_server(srv);
+        return ret;
+    }
+    sockaddr_un me;
+    const socklen_t melen = addr_len(&srv->addr, &me);
+    srv->fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (srv->fd < 0 || bind(srv->fd, reinterpret_cast<sockaddr *>(&me), melen) != 0 || chmod(path, 0660) != 0) {
+        IPC_LOG("cannot serve %s: %s\n", path, std::strerror(errno));
+        ret = (srv->fd >= 0 && errno == EADDRINUSE) ? IPC_REJECT : IPC_SYS_ERR;
+        free_server(srv);
+        return ret;
+    }
+    set_timeout(srv->fd, SO_RCVTIMEO, kRecvBackstopUs);
+    set_timeout(srv->fd, SO_SNDTIMEO, 5000000L);
+    home_register(srv->fd);
+    if (pthread_create(&srv->thread, nullptr, receive_loop, srv) != 0) {
+        IPC_LOG("cannot start the receive thread of %s\n", path);
+        home_unregister(srv->fd);
+        unlink(path);
+        free_server(srv);
+        return IPC_SYS_ERR;
+    }
+    *server = srv;
+    return IPC_OK;
+}
+
+IPC_EXPORT void ipc_server_stop(ipc_server_pt srv)
+{
+    if (srv == nullptr)
+        return;
+    srv->stopping.store(true, std::memory_order_release);
+    // Wake the receive thread; if the queue is full it wakes on its own.
+    sockaddr_un me;
+    const socklen_t melen = addr_len(&srv->addr, &me);
+    const int waker = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (waker >= 0) {
+        sendto(waker, "", 0, MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<sockaddr *>(&me), melen);
+        close(waker);
+    }
+    pthread_join(srv->thread, nullptr);
+    home_unregister(srv->fd);
+    unlink(srv->addr.addr.sun_path);
+    free_server(srv);
+}

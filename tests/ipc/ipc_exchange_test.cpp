@@ -1,0 +1,278 @@
+// Exchanges between this process and a forked responder serving MU_ID: what
+// a client of the phonebook service relies on.
+#include <gtest/gtest.h>
+
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstring>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "pb_msg.h"
+#include "zp_mem.h"
+
+namespace {
+
+using Bytes = std::vector<zp_uint8>;
+
+enum : zp_uint32 {
+    kEcho = 1,   // answer: the payload with every byte inverted
+    kSlow = 2,   // the same after waiting the milliseconds in the first 4 bytes
+    kCount = 3,  // answer: {messages delivered before, requests without a reply address}
+    kQuit = 4,
+    kAnswer = 0x99,
+};
+
+Bytes inverted(Bytes v)
+{
+    for (auto &b : v)
+        b = static_cast<zp_uint8>(~b);
+    return v;
+}
+
+Bytes pattern(size_t n, unsigned seed)
+{
+    Bytes v(n);
+    for (size_t i = 0; i < n; ++i)
+        v[i] = static_cast<zp_uint8>(i * 7 + seed);
+    return v;
+}
+
+struct Responder {
+    std::mutex lock;
+    std::condition_variable done;
+    bool quit = false;
+    zp_uint32 counts[2] = {0, 0};
+};
+
+// Answers the way the service does: to the appended sender address, with the
+// request's session id, as IPC_SYN_RSP when asked synchronously.
+void answer(const void *req, const Bytes &body)
+{
+    const auto *rh = static_cast<const ipc_msg_head_t *>(req);
+    void *rsp = ipc_memory_assign(static_cast<zp_uint32>(body.size()), 0);
+    *static_cast<ipc_msg_head_t *>(rsp) = {rh->msg_type == IPC_SYN_REQ ? IPC_SYN_RSP : IPC_ASY_MSG, kAnswer,
+                                           static_cast<zp_uint32>(body.size()), rh->session_id};
+    if (!body.empty())
+        std::memcpy(pb_msg_payload(rsp), body.data(), body.size());
+    ipc_addr_t to;
+    std::memcpy(&to, pb_msg_sender(req), sizeof(to));
+    ipc_msg_send_asy(&to, rsp, static_cast<zp_uint32>(body.size()));
+    mem_free_ex(pb_tid16(), 0, 0, rsp);
+}
+
+void respond(void *msg, void *ctx)
+{
+    auto *r = static_cast<Responder *>(ctx);
+    const auto *h = static_cast<const ipc_msg_head_t *>(msg);
+    const zp_uint8 *in = pb_msg_payload(msg);
+    const auto &from = pb_msg_sender(msg)->addr;
+    if (h->msg_type == IPC_SYN_REQ && (from.sun_family != AF_UNIX || from.sun_path[1] == '\0'))
+        ++r->counts[1];
+    if (h->msg_id == kQuit) {
+        std::lock_guard<std::mutex> hold(r->lock);
+        r->quit = true;
+        r->done.notify_one();
+        return;
+    }
+    if (h->msg_id == kSlow) {
+        zp_uint32 ms;
+        std::memcpy(&ms, in, sizeof(ms));
+        usleep(ms * 1000);
+    }
+    if (h->msg_id == kEcho || h->msg_id == kSlow)
+        answer(msg, inverted(Bytes(in, in + h->length)));
+    if (h->msg_id == kCount)
+        answer(msg, Bytes(reinterpret_cast<zp_uint8 *>(r->counts), reinterpret_cast<zp_uint8 *>(r->counts + 2)));
+    ++r->counts[0];
+}
+
+// Exit status 0 when the responder gave back every buffer it took.
+int run_responder()
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // never outlive a test that crashed
+    const long live_at_start = mem_live_total();
+    Responder r;
+    ipc_server_pt srv = nullptr;
+    if (ipc_server_start(MU_ID, respond, &r, &srv) != IPC_OK)
+        return 2;
+    std::unique_lock<std::mutex> hold(r.lock);
+    r.done.wait(hold, [&r] { return r.quit; });
+    hold.unlock();
+    ipc_server_stop(srv);
+    return mem_live_total() == live_at_start ? 0 : 3;
+}
+
+struct Result {
+    zp_sdk_ipc_ret_value rc;
+    ipc_msg_head_t head;
+    Bytes payload;
+    zp_uint32 session;
+};
+
+Result exchange(zp_uint32 msg_id, const Bytes &payload, size_t room, zp_uint32 timeout_ms)
+{
+    ipc_addr_t to;
+    ipc_get_addr_by_id(MU_ID, 0, &to);
+    void *req = ipc_memory_assign(static_cast<zp_uint32>(payload.size()), 0);
+    void *rsp = ipc_memory_assign(static_cast<zp_uint32>(room), 0);
+    auto *h = static_cast<ipc_msg_head_t *>(req);
+    *h = {IPC_ASY_MSG, msg_id, static_cast<zp_uint32>(payload.size()), 0};
+    ipc_gen_seesion_id(h);
+    if (!payload.empty())
+        std::memcpy(pb_msg_payload(req), payload.data(), payload.size());
+    size_t rsp_len = room;
+    Result r{ipc_msg_send_syn(&to, req, h->length, timeout_ms, rsp, &rsp_len), {}, {}, h->session_id};
+    std::memcpy(&r.head, rsp, sizeof(r.head));
+    if (r.rc == IPC_OK)
+        r.payload.assign(pb_msg_payload(rsp), pb_msg_payload(rsp) + rsp_len);
+    mem_free_ex(pb_tid16(), 0, 0, req);
+    mem_free_ex(pb_tid16(), 0, 0, rsp);
+    return r;
+}
+
+class IpcExchange : public testing::Test {
+protected:
+    // The test process has no other thread when it forks.
+    void SetUp() override
+    {
+        pid_ = fork();
+        if (pid_ == 0)
+            _exit(run_responder());
+        ASSERT_GT(pid_, 0);
+        // Ready once the socket takes datagrams: a file left by an earlier
+        // run may be there before the responder has bound its own.
+        ipc_addr_t a;
+        ipc_get_addr_by_id(MU_ID, 0, &a);
+        const int probe = socket(AF_UNIX, SOCK_DGRAM, 0);
+        for (int i = 0; i < 500 && connect(probe, reinterpret_cast<sockaddr *>(&a.addr), sizeof(a.addr)) != 0; ++i)
+            usleep(10000);
+        close(probe);
+    }
+    void TearDown() override
+    {
+        ipc_addr_t a;
+        ipc_get_addr_by_id(MU_ID, 0, &a);
+        ipc_msg_head_t quit{IPC_ASY_MSG, kQuit, 0, 0};
+        ipc_msg_send_asy(&a, &quit, 0);
+        int status = -1;
+        waitpid(pid_, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "responder failed or kept buffers";
+        EXPECT_EQ(mem_live_blocks(PB_SITE_IPC_BUFFER), 0);
+    }
+    pid_t pid_ = -1;
+};
+
+class IpcSyncSizes : public IpcExchange, public testing::WithParamInterface<size_t> {};
+
+TEST_P(IpcSyncSizes, PayloadCrossesBothWaysWithTheRequestSession)
+{
+    const Bytes sent = pattern(GetParam(), 3);
+    const Result r = exchange(kEcho, sent, GetParam(), 2000);
+    ASSERT_EQ(r.rc, IPC_OK);
+    EXPECT_EQ(r.head.msg_type, static_cast<zp_uint32>(IPC_SYN_RSP));
+    EXPECT_EQ(r.head.msg_id, static_cast<zp_uint32>(kAnswer));
+    EXPECT_EQ(r.head.session_id, r.session);
+    EXPECT_EQ(r.head.length, GetParam());
+    EXPECT_EQ(r.payload, inverted(sent));
+}
+
+INSTANTIATE_TEST_SUITE_P(PhonebookSizes, IpcSyncSizes, testing::Values(972u, 8u, 13216u));
+
+// The caller's room bounds the write even when the answer is longer.
+TEST_F(IpcExchange, AnswerLongerThanRoomIsCutAtTheRoom)
+{
+    ipc_addr_t to;
+    ipc_get_addr_by_id(MU_ID, 0, &to);
+    const Bytes sent = pattern(972, 1);
+    Bytes req(IPC_MSG_HEAD_LEN, 0);
+    reinterpret_cast<ipc_msg_head_t *>(req.data())->msg_id = kEcho;
+    req.insert(req.end(), sent.begin(), sent.end());
+    Bytes rsp(IPC_MSG_HEAD_LEN + 8 + 64, 0xEE);
+    size_t rsp_len = 8;
+    ASSERT_EQ(ipc_msg_send_syn(&to, req.data(), 972, 2000, rsp.data(), &rsp_len), IPC_OK);
+    EXPECT_EQ(rsp_len, 8u);
+    EXPECT_EQ(reinterpret_cast<ipc_msg_head_t *>(rsp.data())->length, 8u);
+    const Bytes want = inverted(sent);
+    EXPECT_EQ(Bytes(rsp.begin() + 16, rsp.begin() + 24), Bytes(want.begin(), want.begin() + 8));
+    EXPECT_EQ(Bytes(rsp.begin() + 24, rsp.end()), Bytes(64, 0xEE)) << "written past the room";
+}
+
+TEST_F(IpcExchange, LateAnswerIsNotTakenForTheNextExchange)
+{
+    Bytes slow(8, 0);
+    const zp_uint32 delay_ms = 300;
+    std::memcpy(slow.data(), &delay_ms, sizeof(delay_ms));
+    const auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(exchange(kSlow, slow, 8, 100).rc, IPC_TIMEOUT);
+    const auto waited = std::chrono::steady_clock::now() - t0;
+    EXPECT_GE(waited, std::chrono::milliseconds(100));
+    EXPECT_LT(waited, std::chrono::milliseconds(300));
+    // The slow answer reaches the reply socket before this one's.
+    const Bytes sent = pattern(8, 42);
+    const Result r = exchange(kEcho, sent, 8, 2000);
+    ASSERT_EQ(r.rc, IPC_OK);
+    EXPECT_EQ(r.head.session_id, r.session);
+    EXPECT_EQ(r.payload, inverted(sent));
+}
+
+TEST_F(IpcExchange, ConcurrentThreadsEachGetTheirOwnAnswer)
+{
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong{0};
+    for (unsigned t = 0; t < 4; ++t)
+        threads.emplace_back([t, &wrong] {
+            for (unsigned i = 0; i < 25; ++i) {
+                const Bytes sent = pattern(972, t * 31 + i);
+                const Result r = exchange(kEcho, sent, 972, 5000);
+                wrong += r.rc != IPC_OK || r.head.session_id != r.session || r.payload != inverted(sent);
+            }
+        });
+    for (auto &th : threads)
+        th.join();
+    EXPECT_EQ(wrong.load(), 0);
+}
+
+Bytes datagram(zp_uint32 type, zp_uint32 length, size_t payload)
+{
+    Bytes d(IPC_MSG_HEAD_LEN + payload, 0x5A);
+    const ipc_msg_head_t h{type, kEcho, length, 7};
+    std::memcpy(d.data(), &h, sizeof(h));
+    return d;
+}
+
+// Bad datagrams sent straight to the socket never reach the handler, and the
+// server stays up to answer afterwards.
+TEST_F(IpcExchange, MalformedDatagramsAreDroppedWithoutReachingTheHandler)
+{
+    const Bytes cases[] = {
+        {},                                          // empty
+        Bytes(10, 1),                                // short head
+        datagram(IPC_ASY_MSG, 100, 20),              // length beyond what arrived
+        datagram(IPC_SYN_REQ, 4, 8),                 // length short of what arrived
+        datagram(0xFFFFFFF0u, 8, 8),                 // no such type
+        datagram(IPC_INNER_MQ, 8, 8),                // queue-only type
+        datagram(IPC_ASY_MSG, 0xFFFFFFF0u, 8),       // absurd length
+        datagram(IPC_ASY_MSG, IPC_MSG_MAX_PAYLOAD + 1, IPC_MSG_MAX_PAYLOAD + 1),  // oversized
+    };
+    ipc_addr_t to;
+    ipc_get_addr_by_id(MU_ID, 0, &to);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+    for (const Bytes &c : cases)
+        ASSERT_EQ(sendto(fd, c.data(), c.size(), 0, reinterpret_cast<sockaddr *>(&to.addr), sizeof(to.addr)),
+                  static_cast<ssize_t>(c.size()));
+    close(fd);
+    const Result r = exchange(kCount, {}, 8, 2000);
+    ASSERT_EQ(r.payload.size(), 8u);
+    EXPECT_EQ(r.payload, Bytes(8, 0)) << "a malformed datagram reached the handler, or a request its reply address";
+}
+
+}  // namespace

@@ -1,0 +1,187 @@
+// The library within one process: missing sockets, sending to one's own
+// module, the receiving side's life cycle, and the in-process queue.
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "pb_msg.h"
+#include "zp_mem.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr zp_uint16 kSiteCopy = 0x0E00;
+
+void ignore(void *, void *) {}
+
+TEST(IpcAddr, MissingDeadOrUnreachableModuleSocketFailsCleanly)
+{
+    ipc_addr_t missing, dead;
+    ASSERT_EQ(ipc_get_addr_by_id(CLI3_ID, 0, &missing), IPC_OK);
+    ipc_server_pt srv = nullptr;
+    ASSERT_EQ(ipc_server_start(CLI3_ID, ignore, nullptr, &srv), IPC_OK);
+    ipc_server_stop(srv);  // leaves the folder, not the socket
+    // A socket file whose owner is gone.
+    ipc_get_addr_by_id(CLI2_ID, 0, &dead);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+    ASSERT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&dead.addr), sizeof(dead.addr)), 0);
+    close(fd);
+    for (ipc_addr_t *to : {&missing, &dead}) {
+        ipc_msg_head_t req{}, rsp{};
+        size_t rsp_len = 0;
+        EXPECT_EQ(ipc_msg_send_asy(to, &req, 0), IPC_NOT_FOUND) << to->addr.sun_path;
+        EXPECT_EQ(ipc_msg_send_syn(to, &req, 0, 1000, &rsp, &rsp_len), IPC_NOT_FOUND) << to->addr.sun_path;
+    }
+    // The receiving side takes over the dead one's file.
+    ASSERT_EQ(ipc_server_start(CLI2_ID, ignore, nullptr, &srv), IPC_OK);
+    ipc_server_stop(srv);
+
+    // A folder too long for sun_path is refused, not cut short.
+    const std::string keep = std::getenv("ZP_IPC_DIR");
+    setenv("ZP_IPC_DIR", std::string(120, 'd').c_str(), 1);
+    EXPECT_EQ(ipc_get_addr_by_id(MU_ID, 0, &missing), IPC_INVALID_PARA);
+    EXPECT_EQ(ipc_server_start(MU_ID, ignore, nullptr, &srv), IPC_INVALID_PARA);
+    setenv("ZP_IPC_DIR", keep.c_str(), 1);
+}
+
+// A handler in the style of the service: copies each delivered message onto
+// a queue for another thread.
+void to_queue(void *msg, void *mq)
+{
+    const size_t n = pb_msg_delivered_size(static_cast<ipc_msg_head_t *>(msg));
+    void *copy = mem_malloc_ex(pb_tid16(), kSiteCopy, 0, n);
+    std::memcpy(copy, msg, n);
+    ipc_mq_send(static_cast<ipc_mq_cb_pt>(mq), copy, 0, 0);
+}
+
+TEST(IpcAsync, MessagesToOwnModuleArriveWithTheModuleAsSender)
+{
+    const struct {
+        zp_uint32 preset_type, length, delivered_type;
+    } cases[] = {
+        {IPC_ASY_MSG, 13216, IPC_ASY_MSG},
+        {IPC_SYN_REQ, 8, IPC_ASY_MSG},  // only a response type survives a one-way send
+        {IPC_SYN_RSP, 972, IPC_SYN_RSP},
+        {IPC_ASY_MSG, 0, IPC_ASY_MSG},
+    };
+    ipc_mq_cb_pt mq;
+    ASSERT_EQ(ipc_mq_create(0, &mq), IPC_OK);
+    ipc_server_pt srv = nullptr;
+    ASSERT_EQ(ipc_server_start(CLI1_ID, to_queue, mq, &srv), IPC_OK);
+    ipc_addr_t me;
+    ipc_get_addr_by_id(CLI1_ID, 0, &me);
+    for (const auto &c : cases) {
+        void *msg = ipc_memory_assign(c.length, 0);
+        auto *h = static_cast<ipc_msg_head_t *>(msg);
+        *h = {c.preset_type, 0x104000b2, c.length, 0};
+        // The buffer has room for a whole delivered message (checked under asan).
+        std::memset(pb_msg_payload(msg), 0x3C, pb_msg_delivered_size(h) - IPC_MSG_HEAD_LEN);
+        ipc_gen_seesion_id(h);
+        ASSERT_EQ(ipc_msg_send_asy(&me, msg, c.length), IPC_OK);
+
+        void *got = nullptr;
+        ASSERT_EQ(ipc_mq_recv(mq, &got, 2000), IPC_OK);
+        const auto *gh = static_cast<ipc_msg_head_t *>(got);
+        EXPECT_EQ(gh->msg_type, c.delivered_type);
+        EXPECT_EQ(gh->session_id, h->session_id);
+        ASSERT_EQ(gh->length, c.length);
+        EXPECT_EQ(std::memcmp(pb_msg_payload(got), pb_msg_payload(msg), c.length), 0);
+        EXPECT_STREQ(pb_msg_sender(got)->addr.sun_path, me.addr.sun_path);
+        mem_free_ex(pb_tid16(), 0, 0, got);
+        mem_free_ex(pb_tid16(), 0, 0, msg);
+    }
+    ipc_server_stop(srv);
+    ipc_mq_destroy(mq);
+    EXPECT_EQ(mem_live_blocks(kSiteCopy), 0);
+    EXPECT_EQ(mem_live_blocks(PB_SITE_IPC_BUFFER), 0);
+}
+
+TEST(IpcServer, OneServerPerModuleSocketModeAndPromptStop)
+{
+    ipc_server_pt srv = nullptr, second = nullptr;
+    ASSERT_EQ(ipc_server_start(CLI2_ID, ignore, nullptr, &srv), IPC_OK);
+    EXPECT_EQ(ipc_server_start(CLI2_ID, ignore, nullptr, &second), IPC_REJECT);
+    ipc_addr_t a;
+    ipc_get_addr_by_id(CLI2_ID, 0, &a);
+    struct stat st;
+    ASSERT_EQ(stat(a.addr.sun_path, &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0660u);
+    const auto t0 = Clock::now();
+    ipc_server_stop(srv);
+    EXPECT_LT(Clock::now() - t0, std::chrono::milliseconds(200));
+    EXPECT_NE(stat(a.addr.sun_path, &st), 0);
+    EXPECT_EQ(mem_live_total(), 0);
+}
+
+void *tagged(zp_uint32 tag)
+{
+    auto *p = static_cast<zp_uint32 *>(mem_malloc_ex(pb_tid16(), kSiteCopy, 0, sizeof(tag)));
+    *p = tag;
+    return p;
+}
+
+TEST(IpcMq, KeepsEachProducersOrder)
+{
+    ipc_mq_cb_pt mq;
+    ASSERT_EQ(ipc_mq_create(0, &mq), IPC_OK);
+    std::vector<std::thread> producers;
+    for (zp_uint32 t = 0; t < 3; ++t)
+        producers.emplace_back([mq, t] {
+            for (zp_uint32 i = 0; i < 300; ++i)
+                ipc_mq_send(mq, tagged(t << 16 | i), 0, 0);
+        });
+    zp_uint32 next[3] = {0, 0, 0};
+    for (int n = 0; n < 900; ++n) {
+        void *m = nullptr;
+        ASSERT_EQ(ipc_mq_recv(mq, &m, 5000), IPC_OK);
+        const zp_uint32 tag = *static_cast<zp_uint32 *>(m);
+        EXPECT_EQ(tag & 0xFFFF, next[tag >> 16]++);
+        mem_free_ex(pb_tid16(), 0, 0, m);
+    }
+    for (auto &p : producers)
+        p.join();
+    ipc_mq_destroy(mq);
+}
+
+TEST(IpcMq, TimeLimitsAndWakeUp)
+{
+    ipc_mq_cb_pt mq;
+    ASSERT_EQ(ipc_mq_create(0, &mq), IPC_OK);
+    void *m = &mq;
+    auto t0 = Clock::now();
+    EXPECT_EQ(ipc_mq_recv(mq, &m, 0), IPC_MQ_EMPTY);
+    EXPECT_LT(Clock::now() - t0, std::chrono::milliseconds(50));
+    t0 = Clock::now();
+    EXPECT_EQ(ipc_mq_recv(mq, &m, 60), IPC_TIMEOUT);
+    EXPECT_GE(Clock::now() - t0, std::chrono::milliseconds(60));
+    EXPECT_EQ(m, nullptr);
+
+    // A receiver waiting for ever is released without a message.
+    zp_sdk_ipc_ret_value rc = IPC_OK;
+    m = &mq;
+    std::thread waiter([&] { rc = ipc_mq_recv(mq, &m, -1); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_EQ(ipc_mq_wake(mq), IPC_OK);
+    waiter.join();
+    EXPECT_EQ(rc, IPC_MQ_EMPTY);
+    EXPECT_EQ(m, nullptr);
+    // A wake-up given before the receive is served first; the message stays
+    // queued and destroying the queue gives it back.
+    ASSERT_EQ(ipc_mq_send(mq, tagged(7), 0, 0), IPC_OK);
+    ASSERT_EQ(ipc_mq_wake(mq), IPC_OK);
+    EXPECT_EQ(ipc_mq_recv(mq, &m, -1), IPC_MQ_EMPTY);
+    ipc_mq_destroy(mq);
+    EXPECT_EQ(mem_live_blocks(kSiteCopy), 0);
+}
+
+}  // namespace

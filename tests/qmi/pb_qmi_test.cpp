@@ -1,0 +1,370 @@
+// The module's PBM client against the simulated modem over the real socket,
+// with the forwarded indications taken off IPC and stored the way the
+// service thread does it: waiting for a late modem, whole-SIM reads into the
+// SIM phonebook file, the NV items, and what each write sends.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <fstream>
+#include <iterator>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "nvmanager.h"
+#include "pb_msg.h"
+#include "pb_qmi.h"
+#include "pbm_sim.h"
+#include "zp_ipc.h"
+#include "zpt_ui_pb_func.h"
+
+namespace {
+
+using namespace std::chrono;
+
+// Stands in for the service's queue: the IPC receive thread hands each
+// forwarded indication to the test thread, which stores it.
+struct ForwardedIndications {
+    std::mutex mu;
+    std::condition_variable cv;
+    std::deque<std::vector<uint8_t>> queue;
+
+    static void on_message(void *msg, void *ctx)
+    {
+        auto *self = static_cast<ForwardedIndications *>(ctx);
+        const auto *head = static_cast<const ipc_msg_head_t *>(msg);
+        if (head->msg_id != MSG_ID_PB_READ_IND)
+            return;
+        const uint8_t *payload = pb_msg_payload(msg);
+        std::lock_guard<std::mutex> lk(self->mu);
+        self->queue.emplace_back(payload, payload + head->length);
+        self->cv.notify_all();
+    }
+
+    bool pop(std::vector<uint8_t> *out, milliseconds wait)
+    {
+        std::unique_lock<std::mutex> lk(mu);
+        if (!cv.wait_for(lk, wait, [&] { return !queue.empty(); }))
+            return false;
+        *out = std::move(queue.front());
+        queue.pop_front();
+        return true;
+    }
+};
+
+struct FileRecord {
+    uint32_t index, sim_index;
+    std::string name, num;
+};
+
+std::vector<FileRecord> sim_file()
+{
+    std::ifstream in(PB_DATA_DIR "/pb_sim_file", std::ios::binary);
+    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::vector<FileRecord> out;
+    for (size_t at = 0; at + PB_RECORD_SIZE <= bytes.size(); at += PB_RECORD_SIZE) {
+        FileRecord r;
+        std::memcpy(&r.index, &bytes[at], 4);
+        std::memcpy(&r.sim_index, &bytes[at + 4], 4);
+        r.name = std::string(&bytes[at + 8], strnlen(&bytes[at + 8], 51));
+        r.num = std::string(&bytes[at + 59], strnlen(&bytes[at + 59], 51));
+        out.push_back(r);
+    }
+    return out;
+}
+
+pbm_sim::Card card_of(unsigned filled, uint16_t max = 250)
+{
+    pbm_sim::Card c;
+    c.max_records = max;
+    c.max_name_len = 120;
+    c.max_num_len = 40;
+    for (unsigned i = 1; i <= filled; ++i) // every other record, so indexes and record numbers differ
+        c.records[static_cast<uint16_t>(2 * i)] = {u"n" + std::u16string(1, static_cast<char16_t>(u'a' + i % 26)),
+                                                  std::to_string(1000 + i)};
+    return c;
+}
+
+class PbQmi : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        simlib_clear_flash(STORAGE_TYPE_SIM);
+        std::memset(&g_sim_module, 0, sizeof g_sim_module);
+        g_sim_module.pb_sim_init_flag = 1;
+        ASSERT_EQ(IPC_OK, ipc_server_start(MU_ID, ForwardedIndications::on_message, &forwarded, &server));
+    }
+
+    void TearDown() override
+    {
+        if (connected)
+            pb_qmi_fin();
+        ipc_server_stop(server);
+        sim.stop();
+        simlib_clear_flash(STORAGE_TYPE_SIM);
+    }
+
+    void start(const pbm_sim::Card &card)
+    {
+        sim.set_card(card);
+        sim.start();
+        EXPECT_EQ(0, pb_qmi_init());
+        connected = true;
+    }
+
+    // Stores forwarded indications until the read flag leaves 2; how many.
+    int store_until_read()
+    {
+        int n = 0;
+        std::vector<uint8_t> payload;
+        while (g_sim_module.pb_sim_read_flag == 2 && forwarded.pop(&payload, seconds(5))) {
+            EXPECT_EQ(sizeof(pbm_record_read_ind_msg_v01), payload.size());
+            auto *ind = new pbm_record_read_ind_msg_v01;
+            std::memcpy(ind, payload.data(), sizeof *ind);
+            EXPECT_EQ(PB_RCODE_OK, pb_qmi_read_cb(ind));
+            delete ind;
+            ++n;
+        }
+        return n;
+    }
+
+    pbm_sim::Simulator sim;
+    ForwardedIndications forwarded;
+    ipc_server_pt server = nullptr;
+    bool connected = false;
+};
+
+TEST_F(PbQmi, InitWaitsForAModemThatStartsLate)
+{
+    sim.set_card(card_of(0));
+    const auto t0 = steady_clock::now();
+    sim.start(400);
+    EXPECT_EQ(0, pb_qmi_init());
+    connected = true;
+    EXPECT_GE(steady_clock::now() - t0, milliseconds(350));
+    EXPECT_EQ(0, pb_qmi_get_all()) << "the client is connected once init returns";
+
+    // Released handles keep their values; using or releasing them again must
+    // be refused, not followed.
+    EXPECT_EQ(0, pb_qmi_fin());
+    connected = false;
+    EXPECT_EQ(0, pb_qmi_fin());
+    EXPECT_EQ(-1, pb_qmi_del_all());
+}
+
+TEST_F(PbQmi, ReadOfTwentyFiveRecordsEndsWithTheThirdIndication)
+{
+    start(card_of(25));
+    ASSERT_EQ(0, pb_qmi_get_all());
+    EXPECT_EQ(2, g_sim_module.pb_sim_read_flag);
+    EXPECT_EQ(25, g_sim_module.pb_sim_used);
+    EXPECT_EQ(250, g_sim_module.pb_sim_max_count);
+
+    std::vector<uint8_t> payload;
+    const uint32_t sizes[] = {10, 10, 5};
+    for (uint32_t expected : sizes) {
+        ASSERT_EQ(2, g_sim_module.pb_sim_read_flag) << "read marked complete too early";
+        ASSERT_TRUE(forwarded.pop(&payload, seconds(5)));
+        pbm_record_read_ind_msg_v01 ind;
+        std::memcpy(&ind, payload.data(), sizeof ind);
+        EXPECT_EQ(expected, ind.basic_record_data.record_instances_len);
+        EXPECT_EQ(PB_RCODE_OK, pb_qmi_read_cb(&ind));
+    }
+    EXPECT_EQ(1, g_sim_module.pb_sim_read_flag);
+
+    const std::vector<FileRecord> file = sim_file();
+    ASSERT_EQ(25u, file.size());
+    for (uint32_t i = 0; i < 25; ++i) {
+        EXPECT_EQ(i + 1, file[i].index);
+        EXPECT_EQ(2 * (i + 1), file[i].sim_index);
+        EXPECT_EQ(std::to_string(1001 + i), file[i].num);
+    }
+    EXPECT_EQ("nb", file[0].name);
+}
+
+TEST_F(PbQmi, EmptySimIsReadAtOnceAndCapabilitiesReachNv)
+{
+    pbm_sim::Card card = card_of(0);
+    card.max_name_len = 14;
+    card.max_num_len = 20;
+    start(card);
+    ASSERT_EQ(0, pb_qmi_get_all());
+    EXPECT_EQ(1, g_sim_module.pb_sim_read_flag);
+    std::vector<uint8_t> payload;
+    EXPECT_FALSE(forwarded.pop(&payload, milliseconds(200))) << "no indication follows an empty read";
+
+    const struct {
+        const char *key;
+        std::string value; // NUL included
+    } nv[] = {{"pb_sim_max_count", std::string("250", 4)},
+              {"pb_sim_name_maxlen", std::string("14", 3)},
+              {"pb_sim_number_maxlen", std::string("20", 3)}};
+    for (const auto &item : nv) {
+        char value[32];
+        int len = 0;
+        ASSERT_EQ(NV_OK, nvmram_readnv(item.key, value, sizeof value, &len)) << item.key;
+        EXPECT_EQ(item.value, std::string(value, static_cast<size_t>(len))) << item.key;
+    }
+}
+
+TEST_F(PbQmi, NumbersAndNamesComeBackInTheSystemForm)
+{
+    pbm_sim::Card card = card_of(0);
+    std::u16string euros(20, u'\u20AC'); // 60 bytes of UTF-8
+    card.records[1] = {u"AB", "+123"};
+    card.records[2] = {u"", "123"};
+    card.records[3] = {euros, "12P3W*#T"};
+    card.records[4] = {std::u16string(120, u'z'), "+" + std::string(40, '9')};
+    start(card);
+    ASSERT_EQ(0, pb_qmi_get_all());
+    EXPECT_EQ(1, store_until_read());
+    const std::vector<FileRecord> f = sim_file();
+    ASSERT_EQ(4u, f.size());
+    EXPECT_EQ("AB", f[0].name);
+    EXPECT_EQ("+123", f[0].num);
+    EXPECT_EQ("", f[1].name) << "an empty name is stored all the same";
+    EXPECT_EQ("123", f[1].num);
+    EXPECT_EQ(pbm_sim::ucs2_to_utf8(std::u16string(16, u'\u20AC')), f[2].name) << "cut at a whole character";
+    EXPECT_EQ("12P3W*#T", f[2].num);
+    EXPECT_EQ(std::string(50, 'z'), f[3].name);
+    EXPECT_EQ("+" + std::string(40, '9'), f[3].num);
+}
+
+TEST_F(PbQmi, FaultyIndicationsAreDroppedAndTheReadStillCompletes)
+{
+    start(card_of(3));
+    pb_flash_info probe{};
+    probe.sim_index = 999;
+    EXPECT_EQ(-1, pb_qmi_del_entry(&probe)); // a request first, so the connection is in place
+    sim.send_raw_indication(0x0004, {0x01, 0x09, 0x00, 1, 0, 6, 0, 0, 0, 1, 0, 11}); // 11 records
+    sim.send_raw_indication(0x0004, {0x01, 0xFF, 0xFF});
+    sim.send_raw_indication(0x0009, {});
+    std::vector<uint8_t> payload;
+    EXPECT_FALSE(forwarded.pop(&payload, milliseconds(300)));
+
+    ASSERT_EQ(0, pb_qmi_get_all());
+    EXPECT_EQ(1, store_until_read());
+    EXPECT_EQ(1, g_sim_module.pb_sim_read_flag);
+    EXPECT_EQ(3u, sim_file().size());
+
+    auto *bad = new pbm_record_read_ind_msg_v01{};
+    bad->basic_record_data.record_instances_len = 11; // as if corrupted on the way
+    EXPECT_NE(PB_RCODE_OK, pb_qmi_read_cb(bad));
+    delete bad;
+    EXPECT_EQ(3u, sim_file().size());
+}
+
+TEST_F(PbQmi, DroppedIndicationLeavesTheReadOpen)
+{
+    start(card_of(15));
+    sim.drop_next_indications(1);
+    ASSERT_EQ(0, pb_qmi_get_all());
+    std::vector<uint8_t> payload;
+    ASSERT_TRUE(forwarded.pop(&payload, seconds(5)));
+    EXPECT_EQ(PB_RCODE_OK, pb_qmi_read_cb(reinterpret_cast<pbm_record_read_ind_msg_v01 *>(payload.data())));
+    EXPECT_EQ(2, g_sim_module.pb_sim_read_flag);
+    EXPECT_EQ(5u, sim_file().size());
+}
+
+pb_flash_info entry(uint32_t sim_index, const char *name, const char *num)
+{
+    pb_flash_info e{};
+    e.sim_index = sim_index;
+    std::snprintf(e.name, sizeof e.name, "%s", name);
+    std::snprintf(e.num, sizeof e.num, "%s", num);
+    return e;
+}
+
+TEST_F(PbQmi, AddSendsThePbmFormAndTakesTheCardsRecordNumber)
+{
+    pbm_sim::Card card = card_of(0, 10);
+    card.records[1] = {u"x", "1"};
+    start(card);
+    static const std::string long_num(45, '7');
+    struct {
+        const char *name, *num;
+        std::string sent_name; // UCS-2 low byte first
+        std::string sent_num;
+        std::string stored_num;
+    } cases[] = {
+        {"AB", "+4930P1W2", std::string("A\0B\0", 4), "+4930e1?2", "+4930P1W2"},
+        {"", "1", "", "1", "1"},
+        {"\xE2\x82\xAC", long_num.c_str(), std::string("\xAC\x20", 2), std::string(39, '7'),
+         std::string(39, '7')},
+    };
+    uint32_t expect_record = 2;
+    for (const auto &c : cases) {
+        pb_flash_info e = entry(77, c.name, c.num);
+        ASSERT_EQ(0, pb_qmi_add_entry(&e)) << c.name;
+        EXPECT_EQ(expect_record, e.sim_index) << "the card picks the lowest free record";
+        const pbm_write_record_req_msg_v01 w = sim.last_write();
+        EXPECT_EQ(0, w.record_information.record_id);
+        EXPECT_EQ(c.sent_name, std::string(w.record_information.name, w.record_information.name_len));
+        EXPECT_EQ(c.sent_num, std::string(w.record_information.number, w.record_information.number_len));
+        EXPECT_EQ(0, w.record_information.number[39]);
+        EXPECT_EQ(c.stored_num, sim.card().records.at(static_cast<uint16_t>(expect_record)).number);
+        ++expect_record;
+    }
+
+    sim.omit_next_record_id();
+    pb_flash_info e = entry(77, "C", "5");
+    EXPECT_EQ(0, pb_qmi_add_entry(&e));
+    EXPECT_EQ(77u, e.sim_index) << "an answer without a record number keeps sim_index";
+
+    sim.refuse_next_writes(1);
+    e = entry(77, "D", "6");
+    EXPECT_EQ(-1, pb_qmi_add_entry(&e));
+    EXPECT_EQ(77u, e.sim_index);
+}
+
+TEST_F(PbQmi, EditAndDeleteNeedARecordNumber)
+{
+    pbm_sim::Card card = card_of(0, 10);
+    card.records[3] = {u"old", "1"};
+    start(card);
+
+    pb_flash_info none = entry(0, "x", "1");
+    EXPECT_EQ(-1, pb_qmi_edit_entry(&none));
+    EXPECT_EQ(-1, pb_qmi_del_entry(&none));
+    EXPECT_EQ(-1, pb_qmi_edit_entry(nullptr));
+    EXPECT_EQ(0u, sim.requests(0x0005) + sim.requests(0x0006)) << "refused without a request";
+
+    pb_flash_info e = entry(3, "new", "+2");
+    ASSERT_EQ(0, pb_qmi_edit_entry(&e));
+    EXPECT_EQ(3, sim.last_write().record_information.record_id);
+    EXPECT_EQ(u"new", sim.card().records.at(3).name);
+    EXPECT_EQ("+2", sim.card().records.at(3).number);
+
+    ASSERT_EQ(0, pb_qmi_del_entry(&e));
+    EXPECT_EQ(-1, pb_qmi_del_entry(&e)) << "the record is gone";
+    e.sim_index = 4;
+    ASSERT_EQ(0, pb_qmi_edit_entry(&e)) << "writing an empty record by number";
+    EXPECT_EQ(0, pb_qmi_del_all());
+    EXPECT_TRUE(sim.card().records.empty());
+    sim.refuse_next_writes(1);
+    EXPECT_EQ(-1, pb_qmi_del_all());
+}
+
+TEST_F(PbQmi, ModemThatStopsAnsweringFailsTheRequest)
+{
+    start(card_of(2));
+    sim.set_silent(true);
+    std::thread stopper([&] {
+        std::this_thread::sleep_for(milliseconds(200));
+        sim.stop();
+    });
+    pb_flash_info e = entry(0, "A", "1");
+    const auto t0 = steady_clock::now();
+    EXPECT_EQ(-1, pb_qmi_add_entry(&e));
+    EXPECT_LT(steady_clock::now() - t0, seconds(10));
+    stopper.join();
+    EXPECT_EQ(-1, pb_qmi_get_all());
+    EXPECT_EQ(0, g_sim_module.pb_sim_read_flag);
+}
+
+} // namespace

@@ -1,0 +1,494 @@
+// The simulated PBM service: one thread accepts connections and answers
+// requests in arrival order, then sends the record-read indications of a
+// read. The card lives in memory and is saved after each change when a save
+// path is set.
+#include "pbm_sim.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+#include "pbm_wire.h"
+
+namespace pbm_sim {
+namespace {
+
+constexpr int SESSION = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
+constexpr uint16_t ADN = PBM_PB_TYPE_ADN_V01;
+
+void mkdir_parents(const std::string &path)
+{
+    for (size_t i = 1; i < path.size(); ++i)
+        if (path[i] == '/')
+            mkdir(path.substr(0, i).c_str(), 0777);
+}
+
+template <typename T> std::vector<uint8_t> encode_resp(uint16_t msg_id, const T &m)
+{
+    std::vector<uint8_t> tlv;
+    qmi_wire::encode(qmi_wire::KIND_RESPONSE, msg_id, &m, sizeof m, tlv);
+    return tlv;
+}
+
+qmi_response_type_v01 failure(qmi_error_type_v01 e) { return {QMI_RESULT_FAILURE_V01, e}; }
+
+// Checks the phonebook a request addresses.
+qmi_error_type_v01 check_book(int session, uint16_t pb_type)
+{
+    if (session != SESSION)
+        return QMI_ERR_INVALID_SESSION_TYPE_V01;
+    if (pb_type != ADN)
+        return QMI_ERR_INVALID_PB_TYPE_V01;
+    return QMI_ERR_NONE_V01;
+}
+
+// PBM number text (with num_type) to the system form; false on a character
+// a card cannot store.
+bool number_from_pbm(const char *text, uint32_t len, int num_type, std::string *out)
+{
+    out->clear();
+    if (num_type == PBM_NUM_TYPE_INTERNATIONAL_V01)
+        *out += '+';
+    for (uint32_t i = 0; i < len; ++i) {
+        const char c = text[i];
+        if (c == '+' && i == 0) {
+            if (out->empty())
+                *out += '+';
+        } else if ((c >= '0' && c <= '9') || c == '*' || c == '#' || c == 'T') {
+            *out += c;
+        } else if (c == 'e') {
+            *out += 'P';
+        } else if (c == '?') {
+            *out += 'W';
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+void fill_instance(uint16_t id, const Record &r, pbm_record_instance_type_v01 *inst)
+{
+    inst->record_id = id;
+    std::string n = r.number;
+    inst->num_type = PBM_NUM_TYPE_UNKNOWN_V01;
+    if (!n.empty() && n[0] == '+') {
+        inst->num_type = PBM_NUM_TYPE_INTERNATIONAL_V01;
+        n.erase(0, 1);
+    }
+    inst->num_plan = PBM_NUM_PLAN_ISDN_V01;
+    for (char &c : n)
+        c = c == 'P' ? 'e' : c == 'W' ? '?' : c;
+    inst->number_len = static_cast<uint32_t>(n.size());
+    std::memcpy(inst->number, n.data(), n.size());
+    inst->name_len = static_cast<uint32_t>(r.name.size() * 2);
+    for (size_t i = 0; i < r.name.size(); ++i) {
+        inst->name[2 * i] = static_cast<char>(r.name[i] & 0xFF);
+        inst->name[2 * i + 1] = static_cast<char>(r.name[i] >> 8);
+    }
+}
+
+} // namespace
+
+Simulator::Simulator(Card card, std::string socket_path) : path_(std::move(socket_path)), card_(std::move(card))
+{
+    if (path_.empty())
+        path_ = qmi_wire::socket_path();
+}
+
+Simulator::~Simulator() { stop(); }
+
+bool Simulator::start(unsigned delay_ms)
+{
+    stop();
+    if (pipe2(wake_, O_CLOEXEC | O_NONBLOCK) != 0)
+        return false;
+    {
+        std::lock_guard<std::mutex> lk(mu_);
+        stop_ = false;
+        running_ = true;
+    }
+    thread_ = std::thread(&Simulator::run, this, delay_ms);
+    return true;
+}
+
+void Simulator::stop()
+{
+    {
+        std::lock_guard<std::mutex> lk(mu_);
+        if (!running_)
+            return;
+        stop_ = true;
+        running_ = false;
+    }
+    cv_.notify_all();
+    const char b = 0;
+    (void)!write(wake_[1], &b, 1);
+    thread_.join();
+    close(wake_[0]);
+    close(wake_[1]);
+    wake_[0] = wake_[1] = -1;
+}
+
+bool Simulator::sleep_ms(unsigned ms)
+{
+    std::unique_lock<std::mutex> lk(mu_);
+    cv_.wait_for(lk, std::chrono::milliseconds(ms), [&] { return stop_; });
+    return !stop_;
+}
+
+bool Simulator::bind_socket()
+{
+    sockaddr_un addr{};
+    if (path_.size() >= sizeof addr.sun_path)
+        return false;
+    mkdir_parents(path_);
+    addr.sun_family = AF_UNIX;
+    std::memcpy(addr.sun_path, path_.c_str(), path_.size() + 1);
+    unlink(path_.c_str());
+    listen_fd_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (listen_fd_ < 0)
+        return false;
+    if (bind(listen_fd_, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 || listen(listen_fd_, 16) != 0) {
+        close(listen_fd_);
+        listen_fd_ = -1;
+        return false;
+    }
+    return true;
+}
+
+void Simulator::run(unsigned delay_ms)
+{
+    if (!sleep_ms(delay_ms) || !bind_socket())
+        return;
+    std::vector<uint8_t> buf(qmi_wire::FRAME_MAX);
+    for (;;) {
+        std::vector<pollfd> fds{{wake_[0], POLLIN, 0}, {listen_fd_, POLLIN, 0}};
+        for (int c : conns_)
+            fds.push_back({c, POLLIN, 0});
+        if (poll(fds.data(), fds.size(), -1) < 0 && errno != EINTR)
+            break;
+        std::vector<std::pair<uint16_t, std::vector<uint8_t>>> raw;
+        {
+            std::lock_guard<std::mutex> lk(mu_);
+            if (stop_)
+                break;
+            raw.swap(raw_inds_);
+        }
+        char drain[16];
+        while (read(wake_[0], drain, sizeof drain) > 0) {
+        }
+        for (const auto &[id, tlv] : raw)
+            for (int c : conns_)
+                qmi_wire::send_frame(c, qmi_wire::KIND_INDICATION, 0, id, tlv);
+        if (fds[1].revents & POLLIN) {
+            const int c = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (c >= 0)
+                conns_.push_back(c);
+        }
+        for (size_t i = 2; i < fds.size(); ++i) {
+            if (!(fds[i].revents & (POLLIN | POLLHUP | POLLERR)))
+                continue;
+            const ssize_t n = recv(fds[i].fd, buf.data(), buf.size(), MSG_DONTWAIT);
+            if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) {
+                close(fds[i].fd);
+                conns_.erase(std::find(conns_.begin(), conns_.end(), fds[i].fd));
+                continue;
+            }
+            qmi_wire::FrameHead head{};
+            if (n > 0 && qmi_wire::get_head(buf.data(), static_cast<size_t>(n), &head) &&
+                head.kind == qmi_wire::KIND_REQUEST)
+                serve_one(fds[i].fd, head.txn, head.msg_id, buf.data() + qmi_wire::FRAME_HEAD_LEN,
+                          head.tlv_len);
+        }
+    }
+    for (int c : conns_)
+        close(c);
+    conns_.clear();
+    close(listen_fd_);
+    listen_fd_ = -1;
+    unlink(path_.c_str());
+}
+
+void Simulator::serve_one(int fd, uint16_t txn, uint16_t msg_id, const uint8_t *tlv, size_t len)
+{
+    std::vector<pbm_record_read_ind_msg_v01> inds;
+    std::vector<uint8_t> out;
+    unsigned delay;
+    bool silent;
+    {
+        std::lock_guard<std::mutex> lk(mu_);
+        ++requests_[msg_id];
+        delay = reply_delay_;
+        silent = silent_;
+        out = handle(msg_id, tlv, len, &inds);
+    }
+    if ((delay && !sleep_ms(delay)) || silent)
+        return;
+    qmi_wire::send_frame(fd, qmi_wire::KIND_RESPONSE, txn, msg_id, out);
+    for (const pbm_record_read_ind_msg_v01 &ind : inds) {
+        {
+            std::lock_guard<std::mutex> lk(mu_);
+            if (drop_inds_ > 0) {
+                --drop_inds_;
+                continue;
+            }
+        }
+        std::vector<uint8_t> t;
+        qmi_wire::encode(qmi_wire::KIND_INDICATION, QMI_PBM_RECORD_READ_IND_V01, &ind, sizeof ind, t);
+        qmi_wire::send_frame(fd, qmi_wire::KIND_INDICATION, 0, QMI_PBM_RECORD_READ_IND_V01, t);
+    }
+}
+
+std::vector<uint8_t> Simulator::handle(uint16_t msg_id, const uint8_t *tlv, size_t len,
+                                       std::vector<pbm_record_read_ind_msg_v01> *inds)
+{
+    auto decode = [&](auto *req) {
+        return qmi_wire::decode(qmi_wire::KIND_REQUEST, msg_id, tlv, len, req, sizeof *req) == 0;
+    };
+    auto refused = [&] {
+        if (refuse_writes_ == 0)
+            return false;
+        --refuse_writes_;
+        return true;
+    };
+    switch (msg_id) {
+    case QMI_PBM_GET_PB_CAPABILITIES_REQ_V01: {
+        pbm_get_pb_capabilities_req_msg_v01 req;
+        pbm_get_pb_capabilities_resp_msg_v01 rsp{};
+        qmi_error_type_v01 e = QMI_ERR_MALFORMED_MSG_V01;
+        if (decode(&req))
+            e = check_book(req.phonebook_info.session_type, req.phonebook_info.pb_type);
+        if (e != QMI_ERR_NONE_V01) {
+            rsp.resp = failure(e);
+        } else {
+            rsp.capability_basic_info_valid = 1;
+            pbm_capability_basic_info_type_v01 &b = rsp.capability_basic_info;
+            b.session_type = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
+            b.pb_type = ADN;
+            b.used_records = static_cast<uint16_t>(card_.records.size());
+            b.max_records = card_.max_records;
+            b.max_num_len = card_.max_num_len;
+            b.max_name_len = card_.max_name_len;
+            rsp.num_pb_sets_valid = 1;
+            rsp.num_pb_sets = 1;
+        }
+        return encode_resp(msg_id, rsp);
+    }
+    case QMI_PBM_READ_RECORDS_REQ_V01: {
+        pbm_read_records_req_msg_v01 req;
+        pbm_read_records_resp_msg_v01 rsp{};
+        qmi_error_type_v01 e = QMI_ERR_MALFORMED_MSG_V01;
+        if (decode(&req))
+            e = check_book(req.record_info.session_type, req.record_info.pb_type);
+        const pbm_record_info_type_v01 &ri = req.record_info;
+        if (e == QMI_ERR_NONE_V01 &&
+            (ri.record_start_id < 1 || ri.record_start_id > ri.record_end_id || ri.record_end_id > card_.max_records))
+            e = QMI_ERR_INVALID_INDEX_V01;
+        if (e != QMI_ERR_NONE_V01) {
+            rsp.resp = failure(e);
+            return encode_resp(msg_id, rsp);
+        }
+        uint16_t seq = 0;
+        for (auto it = card_.records.lower_bound(ri.record_start_id);
+             it != card_.records.end() && it->first <= ri.record_end_id; ++it) {
+            if (inds->empty() || inds->back().basic_record_data.record_instances_len >= per_ind_) {
+                inds->emplace_back();
+                std::memset(&inds->back(), 0, sizeof inds->back());
+                pbm_basic_record_data_type_v01 &b = inds->back().basic_record_data;
+                b.seq_num = ++seq;
+                b.session_type = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
+                b.pb_type = ADN;
+            }
+            pbm_basic_record_data_type_v01 &b = inds->back().basic_record_data;
+            fill_instance(it->first, it->second, &b.record_instances[b.record_instances_len++]);
+            ++rsp.num_of_recs;
+        }
+        rsp.num_of_recs_valid = 1;
+        return encode_resp(msg_id, rsp);
+    }
+    case QMI_PBM_WRITE_RECORD_REQ_V01: {
+        auto *req = &last_write_;
+        pbm_write_record_resp_msg_v01 rsp{};
+        if (!decode(req)) {
+            std::memset(req, 0, sizeof *req);
+            rsp.resp = failure(QMI_ERR_MALFORMED_MSG_V01);
+            return encode_resp(msg_id, rsp);
+        }
+        const pbm_record_information_type_v01 &ri = req->record_information;
+        qmi_error_type_v01 e = check_book(ri.session_type, ri.phonebook_type);
+        Record r;
+        uint16_t id = ri.record_id;
+        if (e == QMI_ERR_NONE_V01 && refused())
+            e = QMI_ERR_DEVICE_MEMORY_ERROR_V01;
+        if (e == QMI_ERR_NONE_V01 && ri.name_len % 2)
+            e = QMI_ERR_ENCODING_V01;
+        if (e == QMI_ERR_NONE_V01 && ri.name_len / 2 > card_.max_name_len)
+            e = QMI_ERR_PB_TEXT_TOO_LONG_V01;
+        if (e == QMI_ERR_NONE_V01 && !number_from_pbm(ri.number, ri.number_len, ri.num_type, &r.number))
+            e = QMI_ERR_INVALID_ARG_V01;
+        const size_t digits = r.number.size() - (!r.number.empty() && r.number[0] == '+');
+        if (e == QMI_ERR_NONE_V01 && digits > card_.max_num_len)
+            e = QMI_ERR_PB_NUMBER_TOO_LONG_V01;
+        if (e == QMI_ERR_NONE_V01 && id > card_.max_records)
+            e = QMI_ERR_INVALID_INDEX_V01;
+        if (e == QMI_ERR_NONE_V01 && id == 0) {
+            for (uint16_t k = 1; k <= card_.max_records && id == 0; ++k)
+                if (!card_.records.count(k))
+                    id = k;
+            if (id == 0)
+                e = QMI_ERR_DEVICE_STORAGE_FULL_V01;
+        }
+        if (e != QMI_ERR_NONE_V01) {
+            rsp.resp = failure(e);
+            return encode_resp(msg_id, rsp);
+        }
+        for (uint32_t i = 0; i + 1 < ri.name_len; i += 2)
+            r.name.push_back(static_cast<char16_t>(static_cast<uint8_t>(ri.name[i]) |
+                                                   static_cast<uint8_t>(ri.name[i + 1]) << 8));
+        card_.records[id] = r;
+        changed();
+        rsp.record_id_valid = omit_record_id_ ? 0 : 1;
+        rsp.record_id = omit_record_id_ ? 0 : id;
+        omit_record_id_ = false;
+        return encode_resp(msg_id, rsp);
+    }
+    case QMI_PBM_DELETE_RECORD_REQ_V01: {
+        pbm_delete_record_req_msg_v01 req;
+        pbm_delete_record_resp_msg_v01 rsp{};
+        qmi_error_type_v01 e = QMI_ERR_MALFORMED_MSG_V01;
+        if (decode(&req))
+            e = check_book(req.record_info.session_type, req.record_info.pb_type);
+        const uint16_t id = req.record_info.record_id;
+        if (e == QMI_ERR_NONE_V01 && refused())
+            e = QMI_ERR_DEVICE_MEMORY_ERROR_V01;
+        if (e == QMI_ERR_NONE_V01 && (id < 1 || id > card_.max_records))
+            e = QMI_ERR_INVALID_INDEX_V01;
+        if (e == QMI_ERR_NONE_V01 && !card_.records.count(id))
+            e = QMI_ERR_NO_ENTRY_V01;
+        if (e != QMI_ERR_NONE_V01) {
+            rsp.resp = failure(e);
+        } else {
+            card_.records.erase(id);
+            changed();
+            rsp.record_id_valid = 1;
+            rsp.record_id = id;
+        }
+        return encode_resp(msg_id, rsp);
+    }
+    case QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01: {
+        pbm_delete_all_pb_records_req_msg_v01 req;
+        pbm_delete_all_pb_records_resp_msg_v01 rsp{};
+        qmi_error_type_v01 e = QMI_ERR_MALFORMED_MSG_V01;
+        if (decode(&req))
+            e = check_book(req.phonebook_info.session_type, req.phonebook_info.pb_type);
+        if (e == QMI_ERR_NONE_V01 && refused())
+            e = QMI_ERR_DEVICE_MEMORY_ERROR_V01;
+        if (e != QMI_ERR_NONE_V01) {
+            rsp.resp = failure(e);
+        } else {
+            card_.records.clear();
+            changed();
+        }
+        return encode_resp(msg_id, rsp);
+    }
+    default: {
+        // Unknown request: a bare failure result.
+        pbm_delete_all_pb_records_resp_msg_v01 rsp{};
+        rsp.resp = failure(QMI_ERR_INVALID_QMI_CMD_V01);
+        return encode_resp(QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01, rsp);
+    }
+    }
+}
+
+void Simulator::changed()
+{
+    if (!save_path_.empty())
+        save_card(save_path_, card_);
+}
+
+void Simulator::set_reply_delay(unsigned ms)
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    reply_delay_ = ms;
+}
+
+void Simulator::set_silent(bool silent)
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    silent_ = silent;
+}
+
+void Simulator::refuse_next_writes(unsigned n)
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    refuse_writes_ = n;
+}
+
+void Simulator::drop_next_indications(unsigned n)
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    drop_inds_ = n;
+}
+
+void Simulator::omit_next_record_id()
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    omit_record_id_ = true;
+}
+
+void Simulator::set_records_per_indication(unsigned n)
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    per_ind_ = std::min<unsigned>(std::max<unsigned>(n, 1), QMI_PBM_MAX_NUM_BASIC_RECORD_INSTANCE_V01);
+}
+
+void Simulator::send_raw_indication(uint16_t msg_id, const std::vector<uint8_t> &tlv)
+{
+    {
+        std::lock_guard<std::mutex> lk(mu_);
+        raw_inds_.emplace_back(msg_id, tlv);
+    }
+    const char b = 0;
+    (void)!write(wake_[1], &b, 1);
+}
+
+void Simulator::set_save_path(const std::string &path)
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    save_path_ = path;
+}
+
+Card Simulator::card() const
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    return card_;
+}
+
+void Simulator::set_card(const Card &card)
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    card_ = card;
+}
+
+unsigned Simulator::requests(uint16_t msg_id) const
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    auto it = requests_.find(msg_id);
+    return it == requests_.end() ? 0 : it->second;
+}
+
+pbm_write_record_req_msg_v01 Simulator::last_write() const
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    return last_write_;
+}
+
+} // namespace pbm_sim

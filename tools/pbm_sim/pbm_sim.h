@@ -1,0 +1,123 @@
+/*
+ * pbm_sim.h - a simulated modem phonebook (PBM) service on the host QMI
+ * transport, for tests (in-process) and for the demo (pbm_simd).
+ *
+ * The card: a profile (record count, the longest name in characters and the
+ * longest number in digits the card takes) and its filled records. Numbers
+ * are kept in the system's form (digits, '*', '#', 'T', 'P', 'W', a leading
+ * '+'); on the wire they travel in PBM's number text ('e' for P, '?' for W,
+ * num_type 1 instead of the '+'). Names travel as UCS-2, low byte first.
+ *
+ * Card file (text, UTF-8, one item a line; '#' starts a comment line):
+ *     card <max_records> <max_name_chars> <max_number_digits>
+ *     <record_id>,<number>,<name>
+ * The card line comes first; the name is the rest of its line and may hold
+ * commas. Example:
+ *     card 250 14 20
+ *     1,+4915112345678,Anna
+ *     7,0301234P5,Büro, Zentrale
+ *
+ * Threads: the service runs on one thread of its own; every public call is
+ * thread-safe. It answers requests one at a time, like a modem would.
+ */
+#ifndef PBM_SIM_H
+#define PBM_SIM_H
+
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "phonebook_manager_service_v01.h"
+
+namespace pbm_sim {
+
+struct Record {
+    std::u16string name; /* UCS-2 characters */
+    std::string number;  /* system form */
+};
+
+struct Card {
+    uint16_t max_records = 250;
+    uint8_t max_name_len = 14; /* characters */
+    uint8_t max_num_len = 20;  /* digits, a leading '+' not counted */
+    std::map<uint16_t, Record> records;
+};
+
+bool load_card(const std::string &path, Card *card, std::string *error);
+bool save_card(const std::string &path, const Card &card);
+
+/* UTF-8 to UCS-2 (characters outside the basic plane are refused) and back. */
+bool utf8_to_ucs2(const std::string &utf8, std::u16string *out);
+std::string ucs2_to_utf8(const std::u16string &ucs2);
+
+class Simulator {
+public:
+    /* socket_path empty: the path the client library uses. */
+    explicit Simulator(Card card = Card(), std::string socket_path = "");
+    ~Simulator();
+    Simulator(const Simulator &) = delete;
+    Simulator &operator=(const Simulator &) = delete;
+
+    /* Returns at once; the service comes up after delay_ms. */
+    bool start(unsigned delay_ms = 0);
+    /* Closes the service socket and every connection; start() may follow. */
+    void stop();
+
+    /* Behaviour for tests. */
+    void set_reply_delay(unsigned ms);        /* answer every request this late */
+    void set_silent(bool silent);             /* read requests, never answer */
+    void refuse_next_writes(unsigned n);      /* write, delete, delete-all fail */
+    void drop_next_indications(unsigned n);   /* record-read indications not sent */
+    void omit_next_record_id();               /* next write answer has no record number */
+    void set_records_per_indication(unsigned n); /* 1..10 */
+    /* Sends raw TLVs as an indication to every connection (a faulty modem). */
+    void send_raw_indication(uint16_t msg_id, const std::vector<uint8_t> &tlv);
+    /* The card is saved to this file after every change. */
+    void set_save_path(const std::string &path);
+
+    Card card() const;
+    void set_card(const Card &card);
+    unsigned requests(uint16_t msg_id) const; /* requests received, by id */
+    /* The last write request decoded, as received. */
+    pbm_write_record_req_msg_v01 last_write() const;
+
+private:
+    void run(unsigned delay_ms);
+    bool bind_socket();
+    void serve_one(int fd, uint16_t txn, uint16_t msg_id, const uint8_t *tlv, size_t len);
+    /* Applies one request to the card (mu_ held); the response TLVs. */
+    std::vector<uint8_t> handle(uint16_t msg_id, const uint8_t *tlv, size_t len,
+                                std::vector<pbm_record_read_ind_msg_v01> *inds);
+    bool sleep_ms(unsigned ms); /* false when stopped meanwhile */
+    void changed(); /* mu_ held */
+
+    std::string path_;
+    mutable std::mutex mu_;
+    std::condition_variable cv_;
+    Card card_;
+    bool stop_ = false;
+    bool running_ = false;
+    int wake_[2] = {-1, -1};
+    int listen_fd_ = -1;
+    std::vector<int> conns_;
+    std::thread thread_;
+
+    unsigned reply_delay_ = 0;
+    bool silent_ = false;
+    unsigned refuse_writes_ = 0;
+    unsigned drop_inds_ = 0;
+    bool omit_record_id_ = false;
+    unsigned per_ind_ = QMI_PBM_MAX_NUM_BASIC_RECORD_INSTANCE_V01;
+    std::string save_path_;
+    std::map<uint16_t, unsigned> requests_;
+    pbm_write_record_req_msg_v01 last_write_{};
+    std::vector<std::pair<uint16_t, std::vector<uint8_t>>> raw_inds_;
+};
+
+} // namespace pbm_sim
+
+#endif /* PBM_SIM_H */
