@@ -2,8 +2,8 @@
 // device phonebook of 999 entries, and get-all plus read of a 1000-entry SIM
 // phonebook, each through the modem simulator daemon and the host process.
 // The floor: one IPC round trip through the service (a request it answers
-// at once) plus one read and one rewrite of a 1000-entry (161,000-byte)
-// phonebook file. Each benchmark reports median_us and p99_us per call.
+// at once) plus one bare read and one bare rewrite of the 1000-entry
+// (161,000-byte) phonebook file.
 //
 // Logging follows the environment, for all three processes: ZP_LOG_LEVEL=2
 // filters it out; ZP_LOG_LEVEL=1 with ZP_LOG_FILE=<path> turns it on.
@@ -163,16 +163,27 @@ double p99(std::vector<double> v)
 }
 
 // The floor: one IPC round trip through the service (a request it answers
-// at once) plus one read and one rewrite of the device phonebook file.
-int floor_step(pb_mem_info *table)
+// at once) plus one bare read and one bare rewrite of the device phonebook
+// file, each a single stdio call on the whole file.
+int floor_step(std::vector<char> *buf)
 {
     pb_event_req_t req{};
     req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
     pb_rsp_t rsp{};
     size_t len = sizeof rsp;
     int rc = simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &len, 5000);
-    rc |= simlib_pb_from_flash(STORAGE_TYPE_FLASH, table);
-    rc |= simlib_pb_to_flash(STORAGE_TYPE_FLASH, table);
+    const char *path = PB_DATA_DIR "/pb_device_file";
+    buf->resize(size_t{PB_RECORD_SIZE} * PB_MAX_ENTRIES);
+    FILE *f = std::fopen(path, "rb");
+    if (f == nullptr)
+        return -1;
+    size_t n = std::fread(buf->data(), 1, buf->size(), f);
+    std::fclose(f);
+    f = std::fopen(path, "wb");
+    if (f == nullptr)
+        return -1;
+    rc |= std::fwrite(buf->data(), 1, n, f) == n ? 0 : -1;
+    rc |= std::fclose(f);
     return rc;
 }
 
@@ -181,7 +192,7 @@ int floor_step(pb_mem_info *table)
 // operation, floor_us (median of the floor) and x_floor (their ratio).
 class samples {
 public:
-    explicit samples(benchmark::State &state) : state_(state), table_(new pb_mem_info()) {}
+    explicit samples(benchmark::State &state) : state_(state) {}
     ~samples()
     {
         if (op_.empty())
@@ -200,14 +211,14 @@ public:
         state_.SetIterationTime(s);
         op_.push_back(s * 1e6);
         t0 = clock_type::now();
-        floor_step(table_.get());
+        floor_step(&buf_);
         floor_.push_back(std::chrono::duration<double, std::micro>(clock_type::now() - t0).count());
         return r;
     }
 
 private:
     benchmark::State &state_;
-    std::unique_ptr<pb_mem_info> table_;
+    std::vector<char> buf_;
     std::vector<double> op_, floor_;
 };
 
@@ -231,10 +242,10 @@ void BM_Floor(benchmark::State &state)
     if (!setup(state))
         return;
     make_device_book(PB_MAX_ENTRIES);
-    std::unique_ptr<pb_mem_info> table(new pb_mem_info());
+    std::vector<char> buf;
     samples s(state);
     for (auto _ : state) {
-        if (s.time([&] { return floor_step(table.get()); }) != 0)
+        if (s.time([&] { return floor_step(&buf); }) != 0)
             state.SkipWithError("floor step failed");
     }
 }
