@@ -14,6 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -118,11 +119,21 @@ class child {
 public:
     explicit child(std::vector<std::string> argv = {})
     {
+#ifdef PB_EMULATOR
+        // Programs of the target run under the same emulator as the test.
+        std::string emu = PB_EMULATOR;
+        std::vector<std::string> pre;
+        for (size_t at = 0, end; at <= emu.size(); at = end + 1) {
+            end = std::min(emu.find(',', at), emu.size());
+            pre.push_back(emu.substr(at, end - at));
+        }
+        argv.insert(argv.begin(), pre.begin(), pre.end());
+#endif
         std::vector<char *> args;
         for (std::string &a : argv)
             args.push_back(a.data());
         args.push_back(nullptr);
-        if (argv.empty() || posix_spawn(&pid_, args[0], nullptr, nullptr, args.data(), environ) != 0)
+        if (argv.empty() || posix_spawnp(&pid_, args[0], nullptr, nullptr, args.data(), environ) != 0)
             pid_ = -1;
     }
     child(child &&o) noexcept : pid_(o.pid_) { o.pid_ = -1; }
