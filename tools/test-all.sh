@@ -24,6 +24,9 @@ run_preset armhf-test
 stage "armhf: target build (/data)"
 cmake --preset armhf >/dev/null
 cmake --build --preset armhf -j"$jobs" >/dev/null
-file build/armhf/app/mutils/pb/libmutils_pb.so.1.0.0 2>/dev/null || true
+lib=build/armhf/app/mutils/pb/libmutils_pb.so
+readelf -h "$lib" | grep -q 'Machine: *ARM' || { echo "armhf: $lib is not an ARM library"; exit 1; }
+grep -qa '/data/pb_sim_file' "$lib" || { echo "armhf: $lib does not use /data"; exit 1; }
+echo "armhf: $lib is a 32-bit ARM library using /data"
 run_preset fuzz
 stage "all stages passed"

@@ -27,7 +27,8 @@ int main(int argc, char **argv)
 {
     std::string card_path, socket_path;
     unsigned start_delay = 0, reply_delay = 0;
-    for (int i = 1; i < argc; ++i) {
+    // Options come in pairs: a name and its value.
+    for (int i = 1; i < argc; i += 2) {
         const std::string a = argv[i];
         const char *v = i + 1 < argc ? argv[i + 1] : nullptr;
         if (!v) {
@@ -46,7 +47,6 @@ int main(int argc, char **argv)
             usage();
             return 2;
         }
-        ++i;
     }
     if (card_path.empty()) {
         usage();

@@ -1,6 +1,269 @@
-// The phonebook engine's record of the card. Written only on the service
-// thread; zero at load.
+// The engine's record of the card, engine start-up and the five entry
+// operations that the service thread runs for write requests.
+//
+// Every entry operation works on a working copy: a whole table local to the
+// call, zero-filled, loaded from the phonebook file, changed with the table
+// operations and written back whole. For the SIM phonebook the card is
+// written before the working copy changes, so a refusal by the card leaves
+// table and file as they were. Only the service thread calls these; they
+// keep no state between calls. g_sim_module changes only on that thread.
+#include <cstring>
+
+#include "pb_log.h"
+#include "pb_work.h"
+#include "pb_qmi.h"
 #include "zpt_ui_pb_func.h"
 
 pb_sim_module_s g_sim_module;
 storage_type_t g_storage_type = STORAGE_TYPE_SIM;
+
+pb_return_code_enum_t pb_func_add_entry(pb_event_req_t *req)
+{
+    pb_working_copy pb_mem;
+    pb_flash_info pb_entry;
+    std::memset(&pb_entry, 0, sizeof pb_entry);
+
+    if (req == nullptr) {
+        PB_LOG("NULL pointer of req\n");
+        return PB_RCODE_ARGSERR;
+    }
+    PB_LOG("PB ADD: name = %s, num = %s\n", req->value.name, req->value.num);
+
+    const auto type = static_cast<storage_type_t>(req->storage_type);
+    // The dense loader renumbers the stored entries 1..n in file order; the
+    // save below writes them back so, keeping device indices without gaps.
+    if (simlib_pb_add_from_flash(type, pb_mem.get()) != 0) {
+        PB_LOG("simlib_pb_add_from_flash failed\n");
+        return PB_RCODE_READ_ERR;
+    }
+
+    if (type == STORAGE_TYPE_SIM) {
+        int free_idx = pb_func_get_pb_free_index(pb_mem.get(), &pb_entry);
+        if (free_idx < 0) {
+            PB_LOG("Coundn't find a free position for new entry.\n");
+            return PB_RCODE_NOTFREE_ERR;
+        }
+        PB_LOG("PB ADD ENTRY: new sim_index = %d\n", free_idx);
+        req->value.sim_index = static_cast<zp_uint32>(free_idx);
+        // The modem may report another record number; it lands in sim_index.
+        if (pb_qmi_add_entry(&req->value) != 0) {
+            PB_LOG("pb_qmi_add_entry failed\n");
+            return PB_RCODE_WRITE_ERR;
+        }
+    } else {
+        req->value.sim_index = PB_SIM_INDEX_NONE;
+    }
+
+    pb_return_code_enum_t ret = simlib_pb_add(pb_mem.get(), &req->value);
+    if (ret != PB_RCODE_OK) {
+        PB_LOG("PB ADD ENTRY: simlib_pb_add failed, ret = %d\n", ret);
+        return PB_RCODE_NOTFREE_ERR;
+    }
+    if (simlib_pb_to_flash(type, pb_mem.get()) < 0) {
+        PB_LOG("write pb info from memory into file failure\n");
+        return PB_RCODE_WRITE_ERR;
+    }
+    return PB_RCODE_OK;
+}
+
+namespace {
+
+// Edit and delete differ only in their log texts and in the card and table
+// calls; the checks and their order are the same.
+struct pb_change_op {
+    bool edit;
+    const char *name;  // "EDIT" or "DEL"
+    int (*card)(pb_flash_info *);
+    pb_return_code_enum_t (*table)(pb_mem_info *, pb_flash_info *);
+    const char *card_failed;
+};
+
+pb_return_code_enum_t pb_func_change_entry(pb_event_req_t *req, const pb_change_op &op)
+{
+    pb_working_copy pb_mem;
+    pb_flash_info pb_entry;
+    std::memset(&pb_entry, 0, sizeof pb_entry);
+
+    if (req == nullptr) {
+        PB_LOG("NULL pointer of req\n");
+        return PB_RCODE_ARGSERR;
+    }
+    if (op.edit)
+        PB_LOG("PB EDIT ENTRY: index = %d, num = %s, name = %s\n", req->value.index, req->value.num,
+               req->value.name);
+    else
+        PB_LOG("PB DEL ENTRY: index = %d\n", req->value.index);
+
+    if (req->value.index == 0) {
+        PB_LOG("PB %s ENTRY: bad index = %d\n", op.name, req->value.index);
+        return PB_RCODE_INVALID_ERR;
+    }
+
+    const auto type = static_cast<storage_type_t>(req->storage_type);
+    // A missing or unreadable file leaves the table empty; the lookup fails.
+    (void)simlib_pb_from_flash(type, pb_mem.get());
+
+    if (simlib_pb_getbyidx(pb_mem.get(), req->value.index, &pb_entry, INDEX_TYPE_FLASH) != 0) {
+        PB_LOG("PB %s ENTRY: index = %d not exist\n", op.name, req->value.index);
+        return PB_RCODE_INVALID_ERR;
+    }
+
+    if (type == STORAGE_TYPE_SIM) {
+        if (pb_entry.sim_index == 0) {
+            PB_LOG("PB %s ENTRY: bad sim_index = %d in entry index = %d\n", op.name, pb_entry.sim_index,
+                   req->value.index);
+            return PB_RCODE_INVALID_ERR;
+        }
+        // The card record of the stored entry is the one changed, whatever
+        // the client sent.
+        req->value.sim_index = pb_entry.sim_index;
+        if (op.card(&req->value) < 0) {
+            PB_LOG("%s\n", op.card_failed);
+            return PB_RCODE_WRITE_ERR;
+        }
+    }
+
+    pb_return_code_enum_t ret = op.table(pb_mem.get(), &req->value);
+    if (ret != PB_RCODE_OK) {
+        if (op.edit)
+            PB_LOG("PB EDIT ENTRY: simlib_pb_edit failed, ret = %d\n", ret);
+        else
+            PB_LOG("PB DEL ENTRY: simlib_pb_del failed, ret = %d\n", ret);
+        return PB_RCODE_NOTFREE_ERR;
+    }
+    if (simlib_pb_to_flash(type, pb_mem.get()) < 0) {
+        PB_LOG("simlib_pb_to_flash failed\n");
+        return PB_RCODE_WRITE_ERR;
+    }
+    return PB_RCODE_OK;
+}
+
+}  // namespace
+
+pb_return_code_enum_t pb_func_edit_entry(pb_event_req_t *req)
+{
+    static const pb_change_op op = {true, "EDIT", pb_qmi_edit_entry, simlib_pb_edit, "pb_qmi_edit_entry failed"};
+    return pb_func_change_entry(req, op);
+}
+
+pb_return_code_enum_t pb_func_del_entry(pb_event_req_t *req)
+{
+    static const pb_change_op op = {false, "DEL", pb_qmi_del_entry, simlib_pb_del, "pb_qmi_del_entry failed"};
+    return pb_func_change_entry(req, op);
+}
+
+pb_return_code_enum_t pb_func_del_any(pb_event_req_t *req)
+{
+    pb_working_copy pb_mem;
+    pb_flash_info pb_entry;
+    std::memset(&pb_entry, 0, sizeof pb_entry);
+
+    if (req == nullptr) {
+        PB_LOG("NULL pointer of req\n");
+        return PB_RCODE_ARGSERR;
+    }
+
+    const auto type = static_cast<storage_type_t>(req->storage_type);
+    (void)simlib_pb_from_flash(type, pb_mem.get());
+
+    // Every slot is looked at: a value below 1 is skipped and does not end
+    // the list. A failed element leaves its entry in card and file.
+    for (int k = 0; k < PB_DEL_ANY_MAX; ++k) {
+        const zp_int32 idx = req->any_idx[k];
+        if (idx < 1)
+            continue;
+        std::memset(&pb_entry, 0, sizeof pb_entry);
+        if (simlib_pb_getbyidx(pb_mem.get(), static_cast<unsigned int>(idx), &pb_entry, INDEX_TYPE_FLASH) != 0) {
+            PB_LOG("PB DEL ENTRY: index = %d not exist\n", idx);
+            continue;
+        }
+        if (type == STORAGE_TYPE_SIM) {
+            if (pb_entry.sim_index == 0) {
+                PB_LOG("PB DEL ENTRY: bad sim_index = %d in entry index = %d\n", pb_entry.sim_index, idx);
+                continue;
+            }
+            if (pb_qmi_del_entry(&pb_entry) < 0) {
+                PB_LOG("pb_qmi_del_entry failed\n");
+                continue;
+            }
+        }
+        pb_return_code_enum_t ret = simlib_pb_del(pb_mem.get(), &pb_entry);
+        if (ret != PB_RCODE_OK)
+            PB_LOG("PB DEL ENTRY: simlib_pb_del failed, ret = %d\n", ret);
+    }
+
+    // One save for the whole list.
+    if (simlib_pb_to_flash(type, pb_mem.get()) < 0) {
+        PB_LOG("simlib_pb_to_flash failed\n");
+        return PB_RCODE_WRITE_ERR;
+    }
+    return PB_RCODE_OK;
+}
+
+pb_return_code_enum_t pb_func_del_all(pb_event_req_t *req)
+{
+    if (req == nullptr) {
+        PB_LOG("NULL pointer of req\n");
+        return PB_RCODE_ARGSERR;
+    }
+    const auto type = static_cast<storage_type_t>(req->storage_type);
+    if (type == STORAGE_TYPE_SIM && pb_qmi_del_all() != 0) {
+        PB_LOG("pb_qmi_del_all failed\n");
+        return PB_RCODE_ERROR;
+    }
+    // An empty phonebook is simply a missing file.
+    if (simlib_clear_flash(type) < 0) {
+        PB_LOG("simlib_clear_flash failed\n");
+        return PB_RCODE_WRITE_ERR;
+    }
+    return PB_RCODE_OK;
+}
+
+int pb_func_init(void)
+{
+    PB_LOG("enter\n");
+    // The SIM phonebook file is a cache of the card, rebuilt by the next
+    // reading of the card; nothing of a previous run is reused.
+    (void)simlib_clear_flash(g_storage_type);
+    std::memset(&g_sim_module, 0, sizeof g_sim_module);
+
+    int ret = 0;
+    // The shared table is not used by the engine's own operations; its
+    // setup is what marks the engine as initialised.
+    if (simlib_pb_init(g_storage_type) < 0) {
+        PB_LOG("pb share memory init failure\n");
+        ret = -1;
+    } else {
+        g_sim_module.pb_sim_init_flag = 1;
+        g_sim_module.pb_sim_read_flag = 0;
+        g_sim_module.pb_sim_max_count = PB_MAX_ENTRIES;
+    }
+    PB_LOG("ok\n");
+    return ret;
+}
+
+pb_return_code_enum_t pb_init_entries(void)
+{
+    if (g_sim_module.pb_sim_init_flag == 0) {
+        PB_LOG("pb sim has not inited\n");
+        return PB_RCODE_INIT_ERR;
+    }
+    switch (g_sim_module.pb_sim_read_flag) {
+    case 1:
+        PB_LOG("PB has been read before, return directly.\n");
+        return PB_RCODE_OK;
+    case 0:
+        // The first get-all starts the reading and is answered "not read
+        // yet", even when the card turns out empty and the flag is 1 now.
+        PB_LOG("Try to read PB\n");
+        (void)pb_qmi_get_all();
+        PB_LOG("Try to read PB ok\n");
+        return PB_RCODE_READED_ERR;
+    case 2:
+        PB_LOG("PB is reading, return\n");
+        return PB_RCODE_READED_ERR;
+    default:
+        PB_LOG("Bad flag for reading PB\n");
+        return PB_RCODE_ERROR;
+    }
+}

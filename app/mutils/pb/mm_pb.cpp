@@ -1,0 +1,228 @@
+// The phonebook service inside the process of module MU_ID.
+//
+// The host's dispatcher thread calls mm_pb_proc() for each phonebook message;
+// it queues a private copy (mem_malloc_ex) and keeps its own buffer. The
+// service thread takes one copy at a time off the queue, runs the engine
+// operation a request names, answers the sender, and frees the copy whatever
+// its id. All engine, file and modem work happens on that one thread, so the
+// queue is the only hand-over point and the service takes no lock of its own.
+// mm_pb_fin() wakes the thread waiting on the queue, joins it, frees copies
+// still queued and closes the modem client.
+#include <pthread.h>
+
+#include <atomic>
+#include <cstring>
+
+#include "mm_pb.h"
+#include "pb_log.h"
+#include "pb_msg.h"
+#include "pb_qmi.h"
+#include "zp_mem.h"
+#include "zpt_ui_pb_func.h"
+
+namespace {
+
+enum : zp_uint16 {
+    SITE_QUEUED_COPY = PB_SITE_SERVICE + 1,  // copy made by mm_pb_proc
+    SITE_RECEIVED = PB_SITE_SERVICE + 2,     // copy freed by the service thread
+    SITE_REFUSED = PB_SITE_SERVICE + 3,      // copy the queue refused
+    SITE_RESPONSE = PB_SITE_SERVICE + 4,     // response buffer
+};
+
+ipc_mq_cb_pt mm_pb_mq;
+pthread_t mm_pb_pid;
+bool mm_pb_started;  // mm_pb_pid names a thread not yet joined
+// Written by the host's thread, read by the service thread before each
+// receive.
+std::atomic<int> mm_pb_running_flag{0};
+
+pb_return_code_enum_t pb_call_init_entries(pb_event_req_t *) { return pb_init_entries(); }
+
+// What the service does with each action; any action not listed is
+// answered PB_RCODE_ARGSERR.
+struct pb_action {
+    zp_int32 event;
+    pb_return_code_enum_t (*run)(pb_event_req_t *);
+};
+
+constexpr pb_action k_actions[] = {
+    {SIM_PB_HANDLE_TYPE_GETALL, pb_call_init_entries},
+    {SIM_PB_HANDLE_TYPE_ADD, pb_func_add_entry},
+    {SIM_PB_HANDLE_TYPE_EDIT, pb_func_edit_entry},
+    {SIM_PB_HANDLE_TYPE_DEL, pb_func_del_entry},
+    {SIM_PB_HANDLE_TYPE_DEL_ANY, pb_func_del_any},
+    {SIM_PB_HANDLE_TYPE_DEL_ALL, pb_func_del_all},
+};
+
+// Copies the payload into a zeroed body: a short payload leaves the rest 0,
+// a long one is cut, so nothing past the message is ever read.
+void pb_take_payload(const void *msg, void *body, size_t size)
+{
+    const auto *head = static_cast<const ipc_msg_head_t *>(msg);
+    std::memset(body, 0, size);
+    size_t n = head->length < size ? head->length : size;
+    std::memcpy(body, pb_msg_payload(msg), n);
+}
+
+void pb_terminate_text(pb_flash_info *info)
+{
+    info->name[PB_TEXT_LEN - 1] = '\0';
+    info->num[PB_TEXT_LEN - 1] = '\0';
+    info->email[PB_TEXT_LEN - 1] = '\0';
+}
+
+void pb_handle_request(const void *msg)
+{
+    pb_event_req_t req;
+    pb_take_payload(msg, &req, sizeof req);
+    pb_terminate_text(&req.value);
+
+    pb_rsp_t rsp{0, 0};
+    PB_LOG("IPC RECV: EVENT = %d\n", req.event);
+
+    const pb_action *action = nullptr;
+    for (const pb_action &a : k_actions) {
+        if (a.event == req.event) {
+            action = &a;
+            break;
+        }
+    }
+    if (action == nullptr) {
+        PB_LOG("Action = %d not supported, ignore\n", req.event);
+        rsp.pb_result = PB_RCODE_ARGSERR;
+    } else {
+        rsp.pb_result = action->run(&req);
+        // An add answers with the record index left in the request, whatever
+        // the result.
+        if (req.event == SIM_PB_HANDLE_TYPE_ADD)
+            rsp.value = static_cast<zp_int32>(req.value.sim_index);
+    }
+    (void)pb_send_response(static_cast<const zp_uint8 *>(msg), MSG_ID_PB_RSP, &rsp, sizeof rsp);
+}
+
+void pb_handle_read_ind(const void *msg)
+{
+    pbm_record_read_ind_msg_v01 ind;
+    pb_take_payload(msg, &ind, sizeof ind);
+    (void)pb_qmi_read_cb(&ind);
+}
+
+void *mm_pb_thread(void *)
+{
+    (void)pb_func_init();
+    for (;;) {
+        if (mm_pb_running_flag.load() != 1)
+            break;
+
+        void *msg = nullptr;
+        if (ipc_mq_recv(mm_pb_mq, &msg, -1) != IPC_OK)
+            continue;  // woken, or a failed receive: look at the flag again
+
+        const auto *head = static_cast<const ipc_msg_head_t *>(msg);
+        zp_uint32 type = head ? head->msg_type : static_cast<zp_uint32>(IPC_MSG_TYPE_BND);
+        zp_uint32 id = head ? head->msg_id : 0;
+        PB_LOG("IPC RECV: TYPE = 0x%x, ID =0x%x\n", type, id);
+
+        if (head != nullptr && id == MSG_ID_PB_REQ)
+            pb_handle_request(msg);
+        else if (head != nullptr && id == MSG_ID_PB_READ_IND)
+            pb_handle_read_ind(msg);
+        else
+            PB_LOG("IPC RECV: ID =0x%x ignored\n", id);
+
+        mem_free_ex(pb_tid16(), SITE_RECEIVED, 0, msg);
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+int mm_pb_init(void)
+{
+    (void)pb_qmi_init();
+    if (ipc_mq_create(0, &mm_pb_mq) != IPC_OK)
+        return -1;
+    mm_pb_running_flag.store(1);
+    if (pthread_create(&mm_pb_pid, nullptr, mm_pb_thread, nullptr) != 0)
+        return -1;
+    mm_pb_started = true;
+    return 0;
+}
+
+int mm_pb_proc(void *msg)
+{
+    if (msg == nullptr)
+        return -1;
+    const auto *head = static_cast<const ipc_msg_head_t *>(msg);
+    PB_LOG("IPC FORWARD: TYPE = 0x%x, ID =0x%x\n", head->msg_type, head->msg_id);
+    // No sender address: it could not be answered.
+    if (head->msg_type == IPC_INNER_MQ)
+        return -1;
+
+    const size_t size = pb_msg_delivered_size(head);
+    void *copy = mem_malloc_ex(pb_tid16(), SITE_QUEUED_COPY, 0, size);
+    if (copy == nullptr)
+        return 0;  // lost; the client waits until its own time limit
+    std::memcpy(copy, msg, size);
+    // No queue (not started, or stopped): nobody would take the copy.
+    if (mm_pb_mq == nullptr || ipc_mq_send(mm_pb_mq, copy, 0, 0) != IPC_OK)
+        mem_free_ex(pb_tid16(), SITE_REFUSED, 0, copy);
+    return 0;
+}
+
+int mm_pb_fin(void)
+{
+    mm_pb_running_flag.store(0);
+    // The receive has no time limit: wake it so the thread sees the flag
+    // without one more message arriving.
+    if (!mm_pb_started)
+        return -1;
+    (void)ipc_mq_wake(mm_pb_mq);
+    if (pthread_join(mm_pb_pid, nullptr) != 0)
+        return -1;
+    mm_pb_started = false;
+    // Requests still queued are never answered; their copies are freed
+    // with the queue.
+    (void)ipc_mq_destroy(mm_pb_mq);
+    mm_pb_mq = nullptr;
+    (void)pb_qmi_fin();
+    return 0;
+}
+
+int pb_send_response(const zp_uint8 *req_msg, zp_uint32 msg_id, const void *data, size_t len)
+{
+    if (req_msg == nullptr) {
+        PB_LOG("null pointer of req_msg\n");
+        return -1;
+    }
+    const auto *req_head = reinterpret_cast<const ipc_msg_head_t *>(req_msg);
+    const ipc_addr_t *src = pb_msg_sender(req_msg);
+    if (src == nullptr) {
+        PB_LOG("null pointer of ipc source addr\n");
+        return -1;
+    }
+    ipc_addr_t addr;
+    std::memcpy(&addr, src, sizeof addr);
+
+    auto *rsp = static_cast<ipc_msg_head_t *>(ipc_memory_assign(static_cast<zp_uint32>(len), 0));
+    if (rsp == nullptr) {
+        PB_LOG("alloc IPC memory failed\n");
+        return -1;
+    }
+    std::memset(rsp, 0, IPC_MSG_HEAD_LEN);
+    rsp->msg_id = msg_id;
+    rsp->length = static_cast<zp_uint32>(len);
+    rsp->session_id = req_head->session_id;
+    rsp->msg_type = req_head->msg_type == IPC_SYN_REQ ? IPC_SYN_RSP : IPC_ASY_MSG;
+    if (data != nullptr)
+        std::memcpy(pb_msg_payload(rsp), data, len);
+
+    int ret = 0;
+    zp_sdk_ipc_ret_value err = ipc_msg_send_asy(&addr, rsp, static_cast<zp_uint32>(len));
+    if (err != IPC_OK) {
+        PB_LOG("IPC send response failed, err = %lu\n", static_cast<unsigned long>(err));
+        ret = -1;
+    }
+    mem_free_ex(pb_tid16(), SITE_RESPONSE, 0, rsp);
+    return ret;
+}

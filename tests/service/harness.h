@@ -1,0 +1,224 @@
+// Test harness: phonebook files read and written as raw 161-byte records
+// (not with the store's own functions), child processes and waits with
+// bounds, and a bare datagram socket that puts messages on the wire as the
+// IPC library does (head, then payload), to send any message type and see
+// the exact head of the answer.
+#pragma once
+
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "zp_ipc.h"
+#include "zpt_ui_pb_api.h"
+
+extern char **environ;
+
+namespace pbt {
+
+constexpr zp_uint32 kNoSim = 0xFFFFFFFFu;
+
+inline std::string book(storage_type_t t)
+{
+    return std::string(PB_DATA_DIR) + (t == STORAGE_TYPE_SIM ? "/pb_sim_file" : "/pb_device_file");
+}
+
+inline pb_flash_info entry(zp_uint32 index, zp_uint32 sim_index, const std::string &name, const char *num = "1")
+{
+    pb_flash_info e{index, sim_index, {}, {}, {}};
+    std::snprintf(e.name, sizeof e.name, "%s", name.c_str());
+    std::snprintf(e.num, sizeof e.num, "%s", num);
+    return e;
+}
+
+// A record is the entry's first 161 bytes: the host is little-endian.
+inline void write_book(storage_type_t t, const std::vector<pb_flash_info> &entries)
+{
+    FILE *f = std::fopen(book(t).c_str(), "wb");
+    for (const pb_flash_info &e : entries)
+        std::fwrite(&e, 1, PB_RECORD_SIZE, f);
+    std::fclose(f);
+}
+
+inline std::vector<pb_flash_info> read_book(storage_type_t t)
+{
+    std::vector<pb_flash_info> out;
+    pb_flash_info e{};
+    if (FILE *f = std::fopen(book(t).c_str(), "rb")) {
+        while (std::fread(&e, 1, PB_RECORD_SIZE, f) == PB_RECORD_SIZE)
+            out.push_back(e);
+        std::fclose(f);
+    }
+    return out;
+}
+
+template <typename F>
+auto field(const std::vector<pb_flash_info> &v, F get)
+{
+    std::vector<decltype(get(v[0]))> out;
+    for (const pb_flash_info &e : v)
+        out.push_back(get(e));
+    return out;
+}
+inline std::vector<std::string> names(const std::vector<pb_flash_info> &v)
+{
+    return field(v, [](const pb_flash_info &e) { return std::string(e.name); });
+}
+inline std::vector<zp_uint32> indexes(const std::vector<pb_flash_info> &v)
+{
+    return field(v, [](const pb_flash_info &e) { return e.index; });
+}
+
+inline bool exists(const std::string &path) { return ::access(path.c_str(), F_OK) == 0; }
+
+inline void remove_books()
+{
+    for (storage_type_t t : {STORAGE_TYPE_SIM, STORAGE_TYPE_FLASH}) {
+        std::remove(book(t).c_str());
+        std::remove((book(t) + "_tmp").c_str());
+    }
+}
+
+template <typename Pred>
+bool wait_until(Pred pred, int ms)
+{
+    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+    for (; !pred(); std::this_thread::sleep_for(std::chrono::milliseconds(5)))
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+    return true;
+}
+
+// ZP_IPC_DIR, made with its parents.
+inline std::string ipc_dir()
+{
+    const char *d = std::getenv("ZP_IPC_DIR");
+    std::string dir = d ? d : IPC_DEFAULT_DIR;
+    for (size_t at = 1; at != std::string::npos; at = dir.find('/', at + 1))
+        ::mkdir(dir.substr(0, at).c_str(), 0770);
+    ::mkdir(dir.c_str(), 0770);
+    return dir;
+}
+
+// A child process, killed if still running when it goes out of scope.
+class child {
+public:
+    explicit child(std::vector<std::string> argv = {})
+    {
+#ifdef PB_EMULATOR
+        // Programs of the target run under the same emulator as the test.
+        std::string emu = PB_EMULATOR;
+        std::vector<std::string> pre;
+        for (size_t at = 0, end; at <= emu.size(); at = end + 1) {
+            end = std::min(emu.find(',', at), emu.size());
+            pre.push_back(emu.substr(at, end - at));
+        }
+        argv.insert(argv.begin(), pre.begin(), pre.end());
+#endif
+        std::vector<char *> args;
+        for (std::string &a : argv)
+            args.push_back(a.data());
+        args.push_back(nullptr);
+        if (argv.empty() || posix_spawnp(&pid_, args[0], nullptr, nullptr, args.data(), environ) != 0)
+            pid_ = -1;
+    }
+    child(child &&o) noexcept : pid_(o.pid_) { o.pid_ = -1; }
+    child &operator=(child &&o) noexcept
+    {
+        std::swap(pid_, o.pid_);
+        return *this;
+    }
+    ~child() { wait(0, SIGKILL); }
+    bool running() const { return pid_ > 0; }
+
+    // Sends `sig` (if any), then the exit status; -1 when it did not exit
+    // within `ms` (it is then killed) or ended by a signal.
+    int wait(int ms, int sig = 0)
+    {
+        if (pid_ <= 0)
+            return -1;
+        int status = 0;
+        if (sig != 0)
+            ::kill(pid_, sig);
+        if (!wait_until([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, ms)) {
+            ::kill(pid_, SIGKILL);
+            waitpid(pid_, &status, 0);
+            status = -1;
+        }
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+private:
+    pid_t pid_ = -1;
+};
+
+struct raw_reply {
+    bool arrived = false;
+    ipc_msg_head_t head{};
+    pb_rsp_t rsp{-99, -99};
+};
+
+class raw_peer {
+public:
+    explicit raw_peer(const std::string &name) : path_(ipc_dir() + "/" + name)
+    {
+        sockaddr_un a{AF_UNIX, {}};
+        std::snprintf(a.sun_path, sizeof a.sun_path, "%s", path_.c_str());
+        ::unlink(path_.c_str());
+        bind(fd_, reinterpret_cast<sockaddr *>(&a), sizeof a);
+    }
+    ~raw_peer() { close(); }
+    // Gone from the file system: answers to it fail at once.
+    void close()
+    {
+        ::close(fd_);
+        fd_ = -1;
+        ::unlink(path_.c_str());
+    }
+
+    bool send(zp_uint32 type, zp_uint32 id, zp_uint32 session, const void *payload, zp_uint32 len)
+    {
+        ipc_addr_t to{};
+        ipc_get_addr_by_id(MU_ID, 0, &to);
+        std::vector<zp_uint8> d(IPC_MSG_HEAD_LEN + len);
+        const ipc_msg_head_t head{type, id, len, session};
+        std::memcpy(d.data(), &head, sizeof head);
+        std::memcpy(d.data() + IPC_MSG_HEAD_LEN, payload, len);
+        auto n = sendto(fd_, d.data(), d.size(), 0, reinterpret_cast<const sockaddr *>(&to.addr), sizeof to.addr);
+        return n == static_cast<ssize_t>(d.size());
+    }
+
+    raw_reply receive(int ms)
+    {
+        raw_reply r;
+        pollfd p{fd_, POLLIN, 0};
+        zp_uint8 buf[IPC_MSG_HEAD_LEN + sizeof(pb_rsp_t)] = {};
+        if (poll(&p, 1, ms) != 1 || recv(fd_, buf, sizeof buf, 0) < static_cast<ssize_t>(IPC_MSG_HEAD_LEN))
+            return r;
+        r.arrived = true;
+        std::memcpy(&r.head, buf, sizeof r.head);
+        std::memcpy(&r.rsp, buf + IPC_MSG_HEAD_LEN, sizeof r.rsp);
+        return r;
+    }
+
+private:
+    std::string path_;
+    int fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+};
+
+}  // namespace pbt
