@@ -118,7 +118,7 @@ for i in $(seq 100); do
 done
 echo "pb_host is up (pid $host_pid)"
 
-step "The SIM phonebook (the first read starts the reading of the card)"
+step "The SIM phonebook as read from the card (pbcli waits while the card is being read)"
 pbcli list sim
 
 step "Add and edit entries on the SIM"
