@@ -8,13 +8,13 @@ namespace pbcli {
 
 namespace {
 
-struct CmdSpec {
+struct CmdInfo {
     const char *name;
     Cmd cmd;
     bool takes_phonebook;
 };
 
-const CmdSpec kCommands[] = {
+const CmdInfo kCommands[] = {
     {"help", Cmd::HELP, false},          {"list", Cmd::LIST, true},     {"show", Cmd::SHOW, true},
     {"add", Cmd::ADD, true},             {"edit", Cmd::EDIT, true},     {"delete", Cmd::DELETE, true},
     {"delete-all", Cmd::DELETE_ALL, true}, {"import", Cmd::IMPORT, false}, {"export", Cmd::EXPORT, true},
@@ -110,15 +110,15 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
 
     if (pos.empty())
         return "no command given";
-    const CmdSpec *spec = nullptr;
+    const CmdInfo *info = nullptr;
     for (const auto &c : kCommands)
         if (pos[0] == c.name)
-            spec = &c;
-    if (!spec)
+            info = &c;
+    if (!info)
         return "unknown command '" + pos[0] + "'";
-    args->cmd = spec->cmd;
+    args->cmd = info->cmd;
     size_t next = 1;
-    if (spec->takes_phonebook) {
+    if (info->takes_phonebook) {
         if (pos.size() < 2)
             return pos[0] + ": name the phonebook, sim or device";
         if (pos[1] == "sim")
