@@ -231,7 +231,8 @@ Exit status:
   5  no entry at the index given
 
 Environment: ZP_IPC_DIR names the folder of the service's socket;
-ZP_LOG_LEVEL (default 1) and ZP_LOG_FILE control the library's log.
+ZP_LOG_LEVEL (default 2 here: errors only) and ZP_LOG_FILE control
+the library's log.
 )";
 }
 
