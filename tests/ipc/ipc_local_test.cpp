@@ -1,5 +1,5 @@
-// The library within one process: missing sockets, sending to one's own
-// module, the receiving side's life cycle, and the in-process queue.
+// The library within one process: the module socket's life cycle, sending
+// to one's own module, and the in-process queue.
 #include <gtest/gtest.h>
 
 #include <sys/socket.h>
@@ -24,11 +24,11 @@ constexpr zp_uint16 kSiteCopy = 0x0E00;
 
 void ignore(void *, void *) {}
 
-TEST(IpcAddr, MissingDeadOrUnreachableModuleSocketFailsCleanly)
+TEST(IpcServer, SocketFileLifeCycleAndUnreachableModules)
 {
     ipc_addr_t missing, dead;
     ASSERT_EQ(ipc_get_addr_by_id(CLI3_ID, 0, &missing), IPC_OK);
-    ipc_server_pt srv = nullptr;
+    ipc_server_pt srv = nullptr, second = nullptr;
     ASSERT_EQ(ipc_server_start(CLI3_ID, ignore, nullptr, &srv), IPC_OK);
     ipc_server_stop(srv);  // leaves the folder, not the socket
     // A socket file whose owner is gone.
@@ -42,9 +42,18 @@ TEST(IpcAddr, MissingDeadOrUnreachableModuleSocketFailsCleanly)
         EXPECT_EQ(ipc_msg_send_asy(to, &req, 0), IPC_NOT_FOUND) << to->addr.sun_path;
         EXPECT_EQ(ipc_msg_send_syn(to, &req, 0, 1000, &rsp, &rsp_len), IPC_NOT_FOUND) << to->addr.sun_path;
     }
-    // The receiving side takes over the dead one's file.
+    // The receiving side takes over the dead one's file, alone, and removes
+    // it promptly when it stops.
     ASSERT_EQ(ipc_server_start(CLI2_ID, ignore, nullptr, &srv), IPC_OK);
+    EXPECT_EQ(ipc_server_start(CLI2_ID, ignore, nullptr, &second), IPC_REJECT);
+    struct stat st;
+    ASSERT_EQ(stat(dead.addr.sun_path, &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0660u);
+    const auto t0 = Clock::now();
     ipc_server_stop(srv);
+    EXPECT_LT(Clock::now() - t0, std::chrono::milliseconds(200));
+    EXPECT_NE(stat(dead.addr.sun_path, &st), 0);
+    EXPECT_EQ(mem_live_total(), 0);
 
     // A folder too long for sun_path is refused, not cut short.
     const std::string keep = std::getenv("ZP_IPC_DIR");
@@ -104,23 +113,6 @@ TEST(IpcAsync, MessagesToOwnModuleArriveWithTheModuleAsSender)
     ipc_mq_destroy(mq);
     EXPECT_EQ(mem_live_blocks(kSiteCopy), 0);
     EXPECT_EQ(mem_live_blocks(PB_SITE_IPC_BUFFER), 0);
-}
-
-TEST(IpcServer, OneServerPerModuleSocketModeAndPromptStop)
-{
-    ipc_server_pt srv = nullptr, second = nullptr;
-    ASSERT_EQ(ipc_server_start(CLI2_ID, ignore, nullptr, &srv), IPC_OK);
-    EXPECT_EQ(ipc_server_start(CLI2_ID, ignore, nullptr, &second), IPC_REJECT);
-    ipc_addr_t a;
-    ipc_get_addr_by_id(CLI2_ID, 0, &a);
-    struct stat st;
-    ASSERT_EQ(stat(a.addr.sun_path, &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0660u);
-    const auto t0 = Clock::now();
-    ipc_server_stop(srv);
-    EXPECT_LT(Clock::now() - t0, std::chrono::milliseconds(200));
-    EXPECT_NE(stat(a.addr.sun_path, &st), 0);
-    EXPECT_EQ(mem_live_total(), 0);
 }
 
 void *tagged(zp_uint32 tag)
