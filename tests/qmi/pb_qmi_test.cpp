@@ -10,7 +10,6 @@
 #include <cstring>
 #include <deque>
 #include <fstream>
-#include <iterator>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -56,24 +55,14 @@ struct ForwardedIndications {
     }
 };
 
-struct FileRecord {
-    uint32_t index, sim_index;
-    std::string name, num;
-};
-
-std::vector<FileRecord> sim_file()
+// The SIM phonebook file: records of the entry's first 161 bytes.
+std::vector<pb_flash_info> sim_file()
 {
     std::ifstream in(PB_DATA_DIR "/pb_sim_file", std::ios::binary);
-    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::vector<FileRecord> out;
-    for (size_t at = 0; at + PB_RECORD_SIZE <= bytes.size(); at += PB_RECORD_SIZE) {
-        FileRecord r;
-        std::memcpy(&r.index, &bytes[at], 4);
-        std::memcpy(&r.sim_index, &bytes[at + 4], 4);
-        r.name = std::string(&bytes[at + 8], strnlen(&bytes[at + 8], 51));
-        r.num = std::string(&bytes[at + 59], strnlen(&bytes[at + 59], 51));
-        out.push_back(r);
-    }
+    std::vector<pb_flash_info> out;
+    pb_flash_info e{};
+    while (in.read(reinterpret_cast<char *>(&e), PB_RECORD_SIZE))
+        out.push_back(e);
     return out;
 }
 
@@ -154,25 +143,38 @@ TEST_F(PbQmi, InitWaitsForAModemThatStartsLate)
     EXPECT_EQ(-1, pb_qmi_del_all());
 }
 
-TEST_F(PbQmi, ReadOfTwentyFiveRecordsEndsWithTheThirdIndication)
+// The first four records try the forms a name and a number can take.
+TEST_F(PbQmi, ReadOfTwentyFiveRecordsEndsWithTheThirdIndicationInTheSystemForm)
 {
-    start(card_of(25));
+    pbm_sim::Card card = card_of(25);
+    card.records[2] = {u"AB", "+123"};
+    card.records[4] = {u"", "123"};
+    card.records[6] = {std::u16string(20, u'\u20AC'), "12P3W*#T"}; // 60 bytes of UTF-8
+    card.records[8] = {std::u16string(120, u'z'), "+" + std::string(40, '9')};
+    start(card);
     ASSERT_EQ(0, pb_qmi_get_all());
     EXPECT_EQ(2, g_sim_module.pb_sim_read_flag);
     EXPECT_EQ(25, g_sim_module.pb_sim_used);
     EXPECT_EQ(250, g_sim_module.pb_sim_max_count);
-
     EXPECT_EQ(3, store_until_read()) << "not ended by the third indication of 10, 10 and 5 records";
     EXPECT_EQ(1, g_sim_module.pb_sim_read_flag);
 
-    const std::vector<FileRecord> file = sim_file();
-    ASSERT_EQ(25u, file.size());
+    const std::vector<pb_flash_info> f = sim_file();
+    ASSERT_EQ(25u, f.size());
+    const struct {
+        std::string name, num;
+    } forms[] = {{"AB", "+123"},
+                 {"", "123"}, // an empty name is stored all the same
+                 {pbm_sim::ucs2_to_utf8(std::u16string(16, u'\u20AC')), "12P3W*#T"}, // cut at a whole character
+                 {std::string(50, 'z'), "+" + std::string(40, '9')}};
     for (uint32_t i = 0; i < 25; ++i) {
-        EXPECT_EQ(i + 1, file[i].index);
-        EXPECT_EQ(2 * (i + 1), file[i].sim_index);
-        EXPECT_EQ(std::to_string(1001 + i), file[i].num);
+        EXPECT_EQ(i + 1, f[i].index);
+        EXPECT_EQ(2 * (i + 1), f[i].sim_index);
+        EXPECT_EQ(i < 4 ? forms[i].num : std::to_string(1001 + i), f[i].num);
+        if (i < 4) {
+            EXPECT_EQ(forms[i].name, f[i].name);
+        }
     }
-    EXPECT_EQ("nb", file[0].name);
 }
 
 TEST_F(PbQmi, EmptySimIsReadAtOnceAndCapabilitiesReachNv)
@@ -195,29 +197,6 @@ TEST_F(PbQmi, EmptySimIsReadAtOnceAndCapabilitiesReachNv)
         ASSERT_EQ(NV_OK, nvmram_readnv(nv.first, value, sizeof value, &len)) << nv.first;
         EXPECT_EQ(nv.second, std::string(value, static_cast<size_t>(len))) << nv.first;
     }
-}
-
-TEST_F(PbQmi, NumbersAndNamesComeBackInTheSystemForm)
-{
-    pbm_sim::Card card = card_of(0);
-    std::u16string euros(20, u'\u20AC'); // 60 bytes of UTF-8
-    card.records[1] = {u"AB", "+123"};
-    card.records[2] = {u"", "123"};
-    card.records[3] = {euros, "12P3W*#T"};
-    card.records[4] = {std::u16string(120, u'z'), "+" + std::string(40, '9')};
-    start(card);
-    ASSERT_EQ(0, pb_qmi_get_all());
-    EXPECT_EQ(1, store_until_read());
-    const std::vector<FileRecord> f = sim_file();
-    ASSERT_EQ(4u, f.size());
-    EXPECT_EQ("AB", f[0].name);
-    EXPECT_EQ("+123", f[0].num);
-    EXPECT_EQ("", f[1].name) << "an empty name is stored all the same";
-    EXPECT_EQ("123", f[1].num);
-    EXPECT_EQ(pbm_sim::ucs2_to_utf8(std::u16string(16, u'\u20AC')), f[2].name) << "cut at a whole character";
-    EXPECT_EQ("12P3W*#T", f[2].num);
-    EXPECT_EQ(std::string(50, 'z'), f[3].name);
-    EXPECT_EQ("+" + std::string(40, '9'), f[3].num);
 }
 
 TEST_F(PbQmi, FaultyIndicationsAreDroppedAndTheReadStillCompletes)

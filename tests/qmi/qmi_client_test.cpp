@@ -284,7 +284,7 @@ TEST(PbmSimd, ServesACardFileAndSavesEveryChange)
     qmi_service_info info[1];
     unsigned entries = 1, services = 0;
     for (int i = 0; i < 500 && qmi_client_get_service_list(svc, info, &entries, &services) != 0; ++i) {
-        entries = 1;
+        entries = 1; // a failed query reports no entry
         std::this_thread::sleep_for(milliseconds(10));
     }
     qmi_client_type client = nullptr;
