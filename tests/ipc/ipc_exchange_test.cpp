@@ -178,8 +178,6 @@ TEST_P(IpcSyncSizes, PayloadCrossesBothWaysWithTheRequestSession)
     const Bytes sent = pattern(GetParam().sent, 3), want = inverted(sent);
     const Result r = exchange(kEcho, sent, GetParam().room, 2000);
     ASSERT_EQ(r.rc, IPC_OK);
-    EXPECT_EQ(r.head.msg_type, static_cast<zp_uint32>(IPC_SYN_RSP));
-    EXPECT_EQ(r.head.msg_id, static_cast<zp_uint32>(kAnswer));
     EXPECT_EQ(r.head.session_id, r.session);
     EXPECT_EQ(r.head.length, GetParam().room);
     EXPECT_EQ(r.payload, Bytes(want.begin(), want.begin() + GetParam().room));
