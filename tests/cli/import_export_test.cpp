@@ -6,7 +6,7 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
-#include <sstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -53,9 +53,8 @@ void write_text(const std::string &content) { std::ofstream(kText, std::ios::bin
 
 std::string read_text(const std::string &path)
 {
-    std::stringstream ss;
-    ss << std::ifstream(path, std::ios::binary).rdbuf();
-    return ss.str();
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 bool exists(const std::string &path) { return std::ifstream(path).good(); }
