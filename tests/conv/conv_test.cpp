@@ -20,19 +20,10 @@ Bytes hex(const std::string &s) // "E8 32 9B"
             out.push_back(static_cast<unsigned char>(std::stoul(s.substr(i, 2), nullptr, 16)));
     return out;
 }
-char *cp(Bytes &b) // never null: an empty input is not a missing one
-{
-    static char empty[1];
-    return b.empty() ? empty : reinterpret_cast<char *>(b.data());
-}
+// Never null: an empty input is not a missing one.
+char *cp(Bytes &b) { static char empty[1]; return b.empty() ? empty : reinterpret_cast<char *>(b.data()); }
 std::string str(const Bytes &b, int len) { return std::string(b.begin(), b.begin() + len); }
-std::string rep(const std::string &h, int n) // h repeated n times
-{
-    std::string out;
-    while (n-- > 0)
-        out += " " + h;
-    return out;
-}
+std::string rep(const std::string &h, int n) { return n > 0 ? " " + h + rep(h, n - 1) : ""; } // h n times
 
 namespace {
 

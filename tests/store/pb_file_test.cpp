@@ -61,12 +61,13 @@ TEST_F(PbFile, RecordBytesAreLittleEndianFieldsWithoutPadding)
     bob.sim_index = 0xFFFFFFFFu;
     ASSERT_EQ(0, simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &bob));
     Bytes want(2 * PB_RECORD_SIZE, 0);
-    const unsigned char head[] = {1, 0, 0, 0, 3, 0, 0, 0, 'B', 'o', 'b'};
-    const unsigned char dev_head[] = {1, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 'B', 'o', 'b'};
-    std::memcpy(&want[0], head, sizeof head);
-    std::memcpy(&want[59], "+123", 4);
-    std::memcpy(&want[PB_RECORD_SIZE], dev_head, sizeof dev_head);
-    std::memcpy(&want[PB_RECORD_SIZE + 59], "+123", 4);
+    for (size_t r : {size_t{0}, size_t{PB_RECORD_SIZE}}) {
+        want[r] = 1;
+        std::memcpy(&want[r + 8], "Bob", 3);
+        std::memcpy(&want[r + 59], "+123", 4);
+    }
+    want[4] = 3;
+    std::memset(&want[PB_RECORD_SIZE + 4], 0xFF, 4);  // a device entry
     EXPECT_EQ(want, get(kBook));
 }
 
@@ -179,7 +180,6 @@ TEST_F(PbFile, WriteThatFailsPartWayReportsFailureAndDropsBackup)
         return simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine);
     }));
     EXPECT_FALSE(exists(kBackup));
-
 }
 
 }  // namespace

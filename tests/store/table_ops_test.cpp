@@ -1,6 +1,7 @@
 // Table operations and the per-process tables.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <random>
@@ -29,8 +30,8 @@ TEST(SharedTables, InitKeepsTableAndRefusesUnknownTypes)
     pb_mem_info *sim = g_pb_mem_sim;
     ASSERT_EQ(0, simlib_pb_init(STORAGE_TYPE_SIM));  // renews the lock, keeps the table
     EXPECT_EQ(sim, g_pb_mem_sim);
-    EXPECT_EQ(-1, simlib_pb_init(STORAGE_TYPE_UNKNOWN));
-    EXPECT_EQ(-1, simlib_pb_init(static_cast<storage_type_t>(0)));
+    for (int bad : {int{STORAGE_TYPE_UNKNOWN}, 0})
+        EXPECT_EQ(-1, simlib_pb_init(static_cast<storage_type_t>(bad)));
     EXPECT_EQ(nullptr, g_pb_mem_flash);
     ASSERT_EQ(0, simlib_pb_init(STORAGE_TYPE_FLASH));
     simlib_pb_destroy(STORAGE_TYPE_FLASH);
@@ -53,9 +54,7 @@ TEST_F(TableOps, TableRulesHoldAfterMixedChanges)
         pb_flash_info e{idx, idx + 5000, "name", "123", ""};
         switch (rng() % 3) {
         case 0: {
-            zp_uint32 first_free = 0;
-            while (first_free < PB_MAX_ENTRIES && used[first_free])
-                ++first_free;
+            const zp_uint32 first_free = static_cast<zp_uint32>(std::find(used, used + PB_MAX_ENTRIES, false) - used);
             if (first_free == PB_MAX_ENTRIES)
                 continue;
             ASSERT_EQ(PB_RCODE_OK, simlib_pb_add(t.get(), &e));

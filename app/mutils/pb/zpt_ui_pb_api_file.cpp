@@ -98,17 +98,23 @@ bool read_text(FILE *f, char *field)
     return whole;
 }
 
-// Reads the fields after the stored index; logs the field that came up short.
-bool read_record_tail(FILE *f, pb_flash_info *rec)
+// Reads the fields after the stored index, one read per field, and logs the
+// field that came up short. With trace, also logs the sim_index and the name
+// as they are read (the dense loader's progress lines).
+bool read_record_tail(FILE *f, pb_flash_info *rec, bool trace)
 {
     if (!read_u32(f, &rec->sim_index)) {
         PB_LOG("read sim index error \n\n");
         return false;
     }
+    if (trace)
+        PB_LOG("sim_index is [%d] \n\n", rec->sim_index);
     if (!read_text(f, rec->name)) {
         PB_LOG("read name error \n\n");
         return false;
     }
+    if (trace)
+        PB_LOG("read SIM record name==>[%s]\n\n", rec->name);
     if (!read_text(f, rec->num)) {
         PB_LOG("read number error \n\n");
         return false;
@@ -263,24 +269,8 @@ int simlib_pb_add_from_flash(storage_type_t type, pb_mem_info *p_pb_mem)
             break;
         PB_LOG("index is [%d] k [%d]\n\n", rec.index, k);
         rec.index = k + 1;
-        if (!read_u32(f.get(), &rec.sim_index)) {
-            PB_LOG("read sim index error \n\n");
+        if (!read_record_tail(f.get(), &rec, true))
             break;
-        }
-        PB_LOG("sim_index is [%d] \n\n", rec.sim_index);
-        if (!read_text(f.get(), rec.name)) {
-            PB_LOG("read name error \n\n");
-            break;
-        }
-        PB_LOG("read SIM record name==>[%s]\n\n", rec.name);
-        if (!read_text(f.get(), rec.num)) {
-            PB_LOG("read number error \n\n");
-            break;
-        }
-        if (!read_text(f.get(), rec.email)) {
-            PB_LOG("read email error \n\n");
-            break;
-        }
         mem.pb[k] = rec;
         ++mem.pb_count;
     }
@@ -309,14 +299,17 @@ int simlib_pb_from_flash(storage_type_t type, pb_mem_info *p_pb_mem)
             PB_LOG("no data to read \n\n");
             break;
         }
-        if (!read_record_tail(f.get(), &rec))
+        // The slots passed over stay free, and are logged before the rest
+        // of the record is read.
+        const bool fits = rec.index > k && rec.index <= PB_MAX_ENTRIES;
+        for (; fits && k < rec.index - 1; ++k)
+            PB_LOG("read SIM record index==>[%d] tmp_num [%d]\n\n", rec.index, k);
+        if (!read_record_tail(f.get(), &rec, false))
             break;
-        if (rec.index <= k || rec.index > PB_MAX_ENTRIES) {
+        if (!fits) {
             PB_LOG("skip record index [%d] at slot [%d]\n\n", rec.index, k);
             continue;
         }
-        for (; k < rec.index - 1; ++k)
-            PB_LOG("read SIM record index==>[%d] tmp_num [%d]\n\n", rec.index, k);
         mem.pb[k] = rec;
         PB_LOG("pb_array[%d]: index = %d, sim_index = %d, number = %s, name = %s, email = %s\n", k, rec.index,
                rec.sim_index, rec.num, rec.name, rec.email);
