@@ -100,27 +100,28 @@ bool read_text(FILE *f, char *field)
 
 // Reads the fields after the stored index, one read per field, and logs the
 // field that came up short. With trace, also logs the sim_index and the name
-// as they are read (the dense loader's progress lines).
-bool read_record_tail(FILE *f, pb_flash_info *rec, bool trace)
+// as they are read (the dense loader's progress lines). The lines name the
+// loader that asked, `caller`.
+bool read_record_tail(FILE *f, pb_flash_info *rec, bool trace, const char *caller)
 {
     if (!read_u32(f, &rec->sim_index)) {
-        PB_LOG("read sim index error \n\n");
+        PB_LOG_FOR(caller, "read sim index error \n\n");
         return false;
     }
     if (trace)
-        PB_LOG("sim_index is [%d] \n\n", rec->sim_index);
+        PB_LOG_FOR(caller, "sim_index is [%d] \n\n", rec->sim_index);
     if (!read_text(f, rec->name)) {
-        PB_LOG("read name error \n\n");
+        PB_LOG_FOR(caller, "read name error \n\n");
         return false;
     }
     if (trace)
-        PB_LOG("read SIM record name==>[%s]\n\n", rec->name);
+        PB_LOG_FOR(caller, "read SIM record name==>[%s]\n\n", rec->name);
     if (!read_text(f, rec->num)) {
-        PB_LOG("read number error \n\n");
+        PB_LOG_FOR(caller, "read number error \n\n");
         return false;
     }
     if (!read_text(f, rec->email)) {
-        PB_LOG("read email error \n\n");
+        PB_LOG_FOR(caller, "read email error \n\n");
         return false;
     }
     return true;
@@ -269,7 +270,7 @@ int simlib_pb_add_from_flash(storage_type_t type, pb_mem_info *p_pb_mem)
             break;
         PB_LOG("index is [%d] k [%d]\n\n", rec.index, k);
         rec.index = k + 1;
-        if (!read_record_tail(f.get(), &rec, true))
+        if (!read_record_tail(f.get(), &rec, true, __func__))
             break;
         mem.pb[k] = rec;
         ++mem.pb_count;
@@ -304,7 +305,7 @@ int simlib_pb_from_flash(storage_type_t type, pb_mem_info *p_pb_mem)
         const bool fits = rec.index > k && rec.index <= PB_MAX_ENTRIES;
         for (; fits && k < rec.index - 1; ++k)
             PB_LOG("read SIM record index==>[%d] tmp_num [%d]\n\n", rec.index, k);
-        if (!read_record_tail(f.get(), &rec, false))
+        if (!read_record_tail(f.get(), &rec, false, __func__))
             break;
         if (!fits) {
             PB_LOG("skip record index [%d] at slot [%d]\n\n", rec.index, k);
