@@ -170,16 +170,14 @@ TEST_F(PbFile, WriteThatFailsPartWayReportsFailureAndDropsBackup)
     for (zp_uint32 k = 0; k < PB_MAX_ENTRIES; ++k)
         t->mem.pb[k] = pb_flash_info{k + 1, k + 1, "n", "1", ""};
     t->mem.pb_count = PB_MAX_ENTRIES;
-    put(kBook, records({1}));  // so that a backup is made
-    EXPECT_TRUE(fails_with_file_size_limit(10000, [&] { return simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get()); }));
-    EXPECT_FALSE(exists(kBackup));
-
-    // The appended record fits the stream buffer: the failure shows at close.
-    put(kBook, records({1}));
-    EXPECT_TRUE(fails_with_file_size_limit(PB_RECORD_SIZE + 10, [&] {
-        return simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine);
-    }));
-    EXPECT_FALSE(exists(kBackup));
+    // The appended record fits the stream buffer: its failure shows at close.
+    for (bool rewrite : {true, false}) {
+        put(kBook, records({1}));  // so that a backup is made
+        EXPECT_TRUE(fails_with_file_size_limit(rewrite ? 10000 : PB_RECORD_SIZE + 10, [&] {
+            return rewrite ? simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get()) : simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine);
+        })) << rewrite;
+        EXPECT_FALSE(exists(kBackup));
+    }
 }
 
 }  // namespace
