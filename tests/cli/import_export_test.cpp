@@ -106,7 +106,7 @@ TEST_F(ImportExport, LinesParseAsNumberNameEmail)
     }
 }
 
-TEST_F(ImportExport, NewEntriesFillGapsFromTheLowestAndRewriteOnce)
+TEST_F(ImportExport, NewEntriesFillGapsFromTheLowestAndAFullPhonebookSkipsLines)
 {
     store(STORAGE_TYPE_FLASH, {{1, "1|One|"}, {3, "3|Three|"}});
     write_text("2,Two,\n4,Four,\n");
@@ -114,39 +114,49 @@ TEST_F(ImportExport, NewEntriesFillGapsFromTheLowestAndRewriteOnce)
     EXPECT_EQ(load(STORAGE_TYPE_FLASH),
               (std::vector<std::string>{"1:1|One|", "2:2|Two|", "3:3|Three|", "4:4|Four|"}));
     EXPECT_FALSE(exists(kDevFile + "_tmp"));
-}
 
-TEST_F(ImportExport, FullPhonebookSkipsLinesAndStillSucceeds)
-{
     std::vector<std::pair<int, std::string>> all;
     for (int i = 1; i <= PB_MAX_ENTRIES; ++i)
         all.push_back({i, std::to_string(i) + "|n|"});
     store(STORAGE_TYPE_FLASH, all);
     const auto before = load(STORAGE_TYPE_FLASH);
-    write_text("5,Extra,x\n");
     ASSERT_EQ(simlib_pb_import(kText.c_str(), STORAGE_TYPE_FLASH), PB_RCODE_OK);
     EXPECT_EQ(load(STORAGE_TYPE_FLASH), before);
 }
 
-TEST_F(ImportExport, RefusedImportsLeaveThePhonebookUntouched)
+// A refused import leaves the phonebook as it was; a refused export creates
+// no file.
+TEST_F(ImportExport, RefusedImportsAndExportsChangeNothing)
 {
     store(STORAGE_TYPE_FLASH, {{1, "1|One|"}});
-    write_text("2,Two,\n");
+    const std::string in = TEST_WORK_DIR "/import_in.txt";
+    std::ofstream(in) << "2,Two,\n";
+    const zp_int32 idx[] = {1};
     const struct {
+        bool import;
         const char *path;
         int type;
+        const zp_int32 *array;
         pb_return_code_enum_t rc;
     } cases[] = {
-        {nullptr, STORAGE_TYPE_FLASH, PB_RCODE_ARGSERR},
-        {"", STORAGE_TYPE_FLASH, PB_RCODE_ARGSERR},
-        {kText.c_str(), STORAGE_TYPE_SIM, PB_RCODE_INVALID_ERR},
-        {TEST_WORK_DIR "/no/such/file", STORAGE_TYPE_FLASH, PB_RCODE_INVALID_ERR},
-        {kText.c_str(), STORAGE_TYPE_UNKNOWN, PB_RCODE_ERROR},
-        {kText.c_str(), 0, PB_RCODE_ERROR},
+        {true, nullptr, STORAGE_TYPE_FLASH, idx, PB_RCODE_ARGSERR},
+        {true, "", STORAGE_TYPE_FLASH, idx, PB_RCODE_ARGSERR},
+        {true, in.c_str(), STORAGE_TYPE_SIM, idx, PB_RCODE_INVALID_ERR},
+        {true, TEST_WORK_DIR "/no/such/file", STORAGE_TYPE_FLASH, idx, PB_RCODE_INVALID_ERR},
+        {true, in.c_str(), STORAGE_TYPE_UNKNOWN, idx, PB_RCODE_ERROR},
+        {true, in.c_str(), 0, idx, PB_RCODE_ERROR},
+        {false, nullptr, STORAGE_TYPE_FLASH, idx, PB_RCODE_ARGSERR},
+        {false, "", STORAGE_TYPE_FLASH, idx, PB_RCODE_ARGSERR},
+        {false, kText.c_str(), STORAGE_TYPE_FLASH, nullptr, PB_RCODE_ARGSERR},
+        {false, kText.c_str(), STORAGE_TYPE_UNKNOWN, idx, PB_RCODE_ERROR},
+        {false, TEST_WORK_DIR "/no/such/dir/out.txt", STORAGE_TYPE_FLASH, idx, PB_RCODE_ERROR},
     };
     for (const auto &c : cases) {
-        EXPECT_EQ(simlib_pb_import(c.path, static_cast<storage_type_t>(c.type)), c.rc) << c.type;
+        const auto type = static_cast<storage_type_t>(c.type);
+        EXPECT_EQ(c.import ? simlib_pb_import(c.path, type) : simlib_pb_export(c.path, type, c.array, 1), c.rc)
+            << c.import << " " << c.type;
         EXPECT_EQ(load(STORAGE_TYPE_FLASH), std::vector<std::string>{"1:1|One|"});
+        EXPECT_FALSE(exists(kText));
     }
     EXPECT_FALSE(exists(kSimFile)) << "import never writes the SIM phonebook";
 }
@@ -162,29 +172,7 @@ TEST_F(ImportExport, ExportWritesNameFirstInArrayOrderAndSkipsMissing)
     const zp_int32 sim_idx[] = {102, 2};
     ASSERT_EQ(simlib_pb_export(kText.c_str(), STORAGE_TYPE_SIM, sim_idx, 2), PB_RCODE_OK);
     EXPECT_EQ(read_text(kText), "SOS,112,\n");
-}
-
-TEST_F(ImportExport, ExportCreatesNoFileWhenRefusedAndAnEmptyOneForNoIndex)
-{
-    store(STORAGE_TYPE_FLASH, {{1, "1|One|"}});
-    const zp_int32 idx[] = {1};
-    const struct {
-        const char *path;
-        int type;
-        const zp_int32 *array;
-        pb_return_code_enum_t rc;
-    } refused[] = {
-        {nullptr, STORAGE_TYPE_FLASH, idx, PB_RCODE_ARGSERR},
-        {"", STORAGE_TYPE_FLASH, idx, PB_RCODE_ARGSERR},
-        {kText.c_str(), STORAGE_TYPE_FLASH, nullptr, PB_RCODE_ARGSERR},
-        {kText.c_str(), STORAGE_TYPE_UNKNOWN, idx, PB_RCODE_ERROR},
-        {TEST_WORK_DIR "/no/such/dir/out.txt", STORAGE_TYPE_FLASH, idx, PB_RCODE_ERROR},
-    };
-    for (const auto &c : refused) {
-        EXPECT_EQ(simlib_pb_export(c.path, static_cast<storage_type_t>(c.type), c.array, 1), c.rc);
-        EXPECT_FALSE(exists(kText));
-    }
-    write_text("old content\n");
+    // No index: an empty file, the old content gone.
     ASSERT_EQ(simlib_pb_export(kText.c_str(), STORAGE_TYPE_FLASH, nullptr, 0), PB_RCODE_OK);
     EXPECT_EQ(read_text(kText), "");
 }
