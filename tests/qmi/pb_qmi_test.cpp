@@ -124,15 +124,32 @@ protected:
     bool connected = false;
 };
 
-TEST_F(PbQmi, InitWaitsForAModemThatStartsLate)
+// A late modem is waited for; an empty SIM is read at once, with no
+// indication to wait for, and its capabilities reach NV.
+TEST_F(PbQmi, InitWaitsForALateModemAndAnEmptySimIsReadAtOnce)
 {
-    sim.set_card(card_of(0));
+    pbm_sim::Card card = card_of(0);
+    card.max_name_len = 14;
+    card.max_num_len = 20;
+    sim.set_card(card);
     const auto t0 = steady_clock::now();
     sim.start(400);
     EXPECT_EQ(0, pb_qmi_init());
     connected = true;
     EXPECT_GE(steady_clock::now() - t0, milliseconds(350));
-    EXPECT_EQ(0, pb_qmi_get_all()) << "the client is connected once init returns";
+    ASSERT_EQ(0, pb_qmi_get_all()) << "the client is connected once init returns";
+    EXPECT_EQ(1, g_sim_module.pb_sim_read_flag);
+    std::vector<uint8_t> payload;
+    EXPECT_FALSE(forwarded.pop(&payload, milliseconds(200))) << "no indication follows an empty read";
+    // Each value is stored with its NUL.
+    for (const auto &nv : {std::make_pair("pb_sim_max_count", std::string("250", 4)),
+                           std::make_pair("pb_sim_name_maxlen", std::string("14", 3)),
+                           std::make_pair("pb_sim_number_maxlen", std::string("20", 3))}) {
+        char value[32];
+        int len = 0;
+        ASSERT_EQ(NV_OK, nvmram_readnv(nv.first, value, sizeof value, &len)) << nv.first;
+        EXPECT_EQ(nv.second, std::string(value, static_cast<size_t>(len))) << nv.first;
+    }
 
     // Released handles keep their values; using or releasing them again must
     // be refused, not followed.
@@ -176,28 +193,6 @@ TEST_F(PbQmi, ReadOfTwentyFiveRecordsEndsWithTheThirdIndicationInTheSystemForm)
     }
 }
 
-TEST_F(PbQmi, EmptySimIsReadAtOnceAndCapabilitiesReachNv)
-{
-    pbm_sim::Card card = card_of(0);
-    card.max_name_len = 14;
-    card.max_num_len = 20;
-    start(card);
-    ASSERT_EQ(0, pb_qmi_get_all());
-    EXPECT_EQ(1, g_sim_module.pb_sim_read_flag);
-    std::vector<uint8_t> payload;
-    EXPECT_FALSE(forwarded.pop(&payload, milliseconds(200))) << "no indication follows an empty read";
-
-    // Each value is stored with its NUL.
-    for (const auto &nv : {std::make_pair("pb_sim_max_count", std::string("250", 4)),
-                           std::make_pair("pb_sim_name_maxlen", std::string("14", 3)),
-                           std::make_pair("pb_sim_number_maxlen", std::string("20", 3))}) {
-        char value[32];
-        int len = 0;
-        ASSERT_EQ(NV_OK, nvmram_readnv(nv.first, value, sizeof value, &len)) << nv.first;
-        EXPECT_EQ(nv.second, std::string(value, static_cast<size_t>(len))) << nv.first;
-    }
-}
-
 TEST_F(PbQmi, FaultyIndicationsAreDroppedAndTheReadStillCompletes)
 {
     start(card_of(11));
@@ -231,10 +226,14 @@ pb_flash_info entry(uint32_t sim_index, const char *name, const char *num)
     return e;
 }
 
-TEST_F(PbQmi, AddSendsThePbmFormAndTakesTheCardsRecordNumber)
+// Adds send the PBM form and take the card's record number; edits and
+// deletes need one and are refused without a request; a refused write or a
+// modem that went away fails, and a read is then not marked started.
+TEST_F(PbQmi, WritesSendThePbmFormAndFailWithoutARecordOrAModem)
 {
     pbm_sim::Card card = card_of(0, 10);
     card.records[1] = {u"x", "1"};
+    card.records[9] = {u"old", "1"};
     start(card);
     const struct {
         const char *name;
@@ -259,47 +258,30 @@ TEST_F(PbQmi, AddSendsThePbmFormAndTakesTheCardsRecordNumber)
     pb_flash_info e = entry(77, "C", "5");
     EXPECT_EQ(0, pb_qmi_add_entry(&e));
     EXPECT_EQ(77u, e.sim_index) << "an answer without a record number keeps sim_index";
-
     sim.refuse_next_writes(1);
     e = entry(77, "D", "6");
     EXPECT_EQ(-1, pb_qmi_add_entry(&e));
     EXPECT_EQ(77u, e.sim_index);
-}
 
-TEST_F(PbQmi, EditAndDeleteNeedARecordNumber)
-{
-    pbm_sim::Card card = card_of(0, 10);
-    card.records[3] = {u"old", "1"};
-    start(card);
-
+    const unsigned writes = sim.requests(0x0005) + sim.requests(0x0006);
     pb_flash_info none = entry(0, "x", "1");
     EXPECT_EQ(-1, pb_qmi_edit_entry(&none));
     EXPECT_EQ(-1, pb_qmi_del_entry(&none));
     EXPECT_EQ(-1, pb_qmi_edit_entry(nullptr));
-    EXPECT_EQ(0u, sim.requests(0x0005) + sim.requests(0x0006)) << "refused without a request";
-
-    pb_flash_info e = entry(3, "new", "+2");
+    EXPECT_EQ(writes, sim.requests(0x0005) + sim.requests(0x0006)) << "refused without a request";
+    e = entry(9, "new", "+2");
     ASSERT_EQ(0, pb_qmi_edit_entry(&e));
-    EXPECT_EQ(3, sim.last_write().record_information.record_id);
-    EXPECT_EQ(u"new", sim.card().records.at(3).name);
-    EXPECT_EQ("+2", sim.card().records.at(3).number);
-
+    EXPECT_EQ(9, sim.last_write().record_information.record_id);
+    EXPECT_EQ(u"new", sim.card().records.at(9).name);
+    EXPECT_EQ("+2", sim.card().records.at(9).number);
     ASSERT_EQ(0, pb_qmi_del_entry(&e));
     EXPECT_EQ(-1, pb_qmi_del_entry(&e)) << "the record is gone";
     EXPECT_EQ(0, pb_qmi_del_all());
     EXPECT_TRUE(sim.card().records.empty());
     sim.refuse_next_writes(1);
     EXPECT_EQ(-1, pb_qmi_del_all());
-}
 
-// A modem that goes away: the request fails, and a read is not marked
-// started, so the next get-all tries again. A modem that goes silent first
-// is the client library's own test.
-TEST_F(PbQmi, ModemThatGoesAwayFailsTheRequest)
-{
-    start(card_of(2));
     sim.stop();
-    pb_flash_info e = entry(0, "A", "1");
     EXPECT_EQ(-1, pb_qmi_add_entry(&e));
     EXPECT_EQ(-1, pb_qmi_get_all());
     EXPECT_EQ(0, g_sim_module.pb_sim_read_flag);

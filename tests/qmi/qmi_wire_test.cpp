@@ -105,19 +105,17 @@ std::vector<uint8_t> concat(std::vector<uint8_t> a, const std::vector<uint8_t> &
     return a;
 }
 
-struct Malformed {
-    const char *what;
-    std::vector<uint8_t> tlv;
-    int error;
-};
-
 TEST(PbmWire, MalformedIndicationsFailWithoutOverrun)
 {
     std::vector<uint8_t> eleven;
     for (int i = 0; i < 11; ++i)
         eleven = concat(eleven, instance(1, 2));
     std::vector<uint8_t> one = basic(1, instance(3, 4));
-    const std::vector<Malformed> cases = {
+    const struct {
+        const char *what;
+        std::vector<uint8_t> tlv;
+        int error;
+    } cases[] = {
         {"no record data", {}, QMI_IDL_LIB_MISSING_TLV},
         {"TLV head cut short", {0x01, 0x05}, QMI_IDL_LIB_LENGTH_INCONSISTENCY},
         {"TLV longer than the buffer", {0x01, 0xFF, 0x00, 1, 2}, QMI_IDL_LIB_LENGTH_INCONSISTENCY},
@@ -130,7 +128,7 @@ TEST(PbmWire, MalformedIndicationsFailWithoutOverrun)
         {"unknown mandatory TLV", concat(one, {0x03, 0x00, 0x00}), QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV},
         {"unknown optional TLV is skipped", concat(one, {0x7F, 0x02, 0x00, 0xAA, 0xBB}), 0},
     };
-    for (const Malformed &c : cases) {
+    for (const auto &c : cases) {
         std::vector<uint8_t> heap(c.tlv); // exact-size heap copy: a read past it trips the address sanitizer
         auto *out = new pbm_record_read_ind_msg_v01;
         EXPECT_EQ(c.error, qmi_wire::decode(KIND_INDICATION, 0x0004, heap.data(), heap.size(), out, sizeof *out))
