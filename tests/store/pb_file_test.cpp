@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -21,15 +22,14 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 const std::string kBook = PB_DATA_DIR "/pb_device_file", kBackup = PB_DATA_DIR "/pb_device_file_tmp";
 
-Bytes records(std::initializer_list<zp_uint32> indexes)
+// Records with these indexes, sim_index 1 and empty texts.
+Bytes records(const std::vector<zp_uint32> &indexes)
 {
-    Bytes out;
-    for (zp_uint32 i : indexes) {
-        Bytes r(PB_RECORD_SIZE, 0);
+    Bytes out(indexes.size() * PB_RECORD_SIZE, 0);
+    for (size_t k = 0; k < indexes.size(); ++k) {
         for (int b = 0; b < 4; ++b)
-            r[b] = static_cast<unsigned char>(i >> (8 * b));
-        r[4] = 1;
-        out.insert(out.end(), r.begin(), r.end());
+            out[k * PB_RECORD_SIZE + b] = static_cast<unsigned char>(indexes[k] >> (8 * b));
+        out[k * PB_RECORD_SIZE + 4] = 1;
     }
     return out;
 }
@@ -73,10 +73,9 @@ TEST_F(PbFile, RecordBytesAreLittleEndianFieldsWithoutPadding)
 
 TEST_F(PbFile, LoadersKeepTableRulesOnCraftedFiles)
 {
-    Bytes many, cut = records({1, 2, 3}), unterminated = records({1});
-    for (zp_uint32 i = 1; i <= 1001; ++i)
-        for (unsigned char c : records({i}))
-            many.push_back(c);
+    std::vector<zp_uint32> one_to_1001(1001);
+    std::iota(one_to_1001.begin(), one_to_1001.end(), 1u);
+    Bytes many = records(one_to_1001), cut = records({1, 2, 3}), unterminated = records({1});
     cut.resize(cut.size() + 100, 0x41);
     std::memset(&unterminated[8], 'x', 3 * PB_TEXT_LEN);
     struct {
