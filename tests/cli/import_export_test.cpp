@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <memory>
 #include <iterator>
@@ -21,8 +20,7 @@ const std::string kText = TEST_WORK_DIR "/import_export_test.txt";
 // The used entries of a phonebook as "index:number|name|email".
 std::vector<std::string> load(storage_type_t type)
 {
-    auto t = std::make_unique<pb_mem_info>();
-    std::memset(t.get(), 0, sizeof *t);
+    auto t = std::make_unique<pb_mem_info>();  // zero-filled
     EXPECT_EQ(simlib_pb_from_flash(type, t.get()), 0);
     std::vector<std::string> out;
     for (const auto &e : t->mem.pb) {
@@ -37,8 +35,7 @@ std::vector<std::string> load(storage_type_t type)
 // Stores entries "number|name|email" at the given indexes.
 void store(storage_type_t type, const std::vector<std::pair<int, std::string>> &entries)
 {
-    auto t = std::make_unique<pb_mem_info>();
-    std::memset(t.get(), 0, sizeof *t);
+    auto t = std::make_unique<pb_mem_info>();  // zero-filled
     for (const auto &[index, text] : entries) {
         pb_flash_info &e = t->mem.pb[index - 1];
         e.index = index;

@@ -77,10 +77,9 @@ TEST(Json, StringsAlwaysParseWhateverTheBytes)
 
 TEST(Table, ColumnsLineUpWithWideAndEscapedText)
 {
-    std::vector<pb_flash_info> v(3);
+    std::vector<pb_flash_info> v(3);  // zero-filled
     const char *names[] = {"王小明", "Zoë", "e\xCC\x81\n"};  // wide; accent; combining accent and line feed
     for (int i = 0; i < 3; ++i) {
-        std::memset(&v[i], 0, sizeof v[i]);
         v[i].index = i + 1;
         std::strcpy(v[i].name, names[i]);
         std::strcpy(v[i].num, "+1");
