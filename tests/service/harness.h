@@ -9,16 +9,15 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,11 +36,13 @@ inline std::string book(storage_type_t t)
     return std::string(PB_DATA_DIR) + (t == STORAGE_TYPE_SIM ? "/pb_sim_file" : "/pb_device_file");
 }
 
-inline pb_flash_info entry(zp_uint32 index, zp_uint32 sim_index, const std::string &name, const char *num = "1")
+inline bool exists(const std::string &path) { return ::access(path.c_str(), F_OK) == 0; }
+
+inline pb_flash_info entry(zp_uint32 index, zp_uint32 sim_index, const std::string &name)
 {
     pb_flash_info e{index, sim_index, {}, {}, {}};
     std::snprintf(e.name, sizeof e.name, "%s", name.c_str());
-    std::snprintf(e.num, sizeof e.num, "%s", num);
+    std::snprintf(e.num, sizeof e.num, "1");
     return e;
 }
 
@@ -66,24 +67,15 @@ inline std::vector<pb_flash_info> read_book(storage_type_t t)
     return out;
 }
 
-template <typename F>
-auto field(const std::vector<pb_flash_info> &v, F get)
+// "index:name", or "index@sim_index:name" for an entry with a card record.
+inline std::string listing(const std::vector<pb_flash_info> &v)
 {
-    std::vector<decltype(get(v[0]))> out;
+    std::string s;
     for (const pb_flash_info &e : v)
-        out.push_back(get(e));
-    return out;
+        s += (s.empty() ? "" : " ") + std::to_string(e.index) +
+             (e.sim_index == kNoSim ? "" : "@" + std::to_string(e.sim_index)) + ":" + e.name;
+    return s;
 }
-inline std::vector<std::string> names(const std::vector<pb_flash_info> &v)
-{
-    return field(v, [](const pb_flash_info &e) { return std::string(e.name); });
-}
-inline std::vector<zp_uint32> indexes(const std::vector<pb_flash_info> &v)
-{
-    return field(v, [](const pb_flash_info &e) { return e.index; });
-}
-
-inline bool exists(const std::string &path) { return ::access(path.c_str(), F_OK) == 0; }
 
 inline void remove_books()
 {
@@ -103,68 +95,52 @@ bool wait_until(Pred pred, int ms)
     return true;
 }
 
-// ZP_IPC_DIR, made with its parents.
-inline std::string ipc_dir()
-{
-    const char *d = std::getenv("ZP_IPC_DIR");
-    std::string dir = d ? d : IPC_DEFAULT_DIR;
-    for (size_t at = 1; at != std::string::npos; at = dir.find('/', at + 1))
-        ::mkdir(dir.substr(0, at).c_str(), 0770);
-    ::mkdir(dir.c_str(), 0770);
-    return dir;
-}
-
 // A child process, killed if still running when it goes out of scope.
-class child {
-public:
-    explicit child(std::vector<std::string> argv = {})
+struct child {
+    pid_t pid = -1;
+
+    child() = default;
+    explicit child(std::vector<std::string> argv)
     {
 #ifdef PB_EMULATOR
         // Programs of the target run under the same emulator as the test.
-        std::string emu = PB_EMULATOR;
-        std::vector<std::string> pre;
-        for (size_t at = 0, end; at <= emu.size(); at = end + 1) {
-            end = std::min(emu.find(',', at), emu.size());
-            pre.push_back(emu.substr(at, end - at));
-        }
-        argv.insert(argv.begin(), pre.begin(), pre.end());
+        std::istringstream emu(PB_EMULATOR);
+        size_t at = 0;
+        for (std::string a; std::getline(emu, a, ',');)
+            argv.insert(argv.begin() + static_cast<long>(at++), a);
 #endif
         std::vector<char *> args;
         for (std::string &a : argv)
             args.push_back(a.data());
         args.push_back(nullptr);
-        if (argv.empty() || posix_spawnp(&pid_, args[0], nullptr, nullptr, args.data(), environ) != 0)
-            pid_ = -1;
+        if (posix_spawnp(&pid, args[0], nullptr, nullptr, args.data(), environ) != 0)
+            pid = -1;
     }
-    child(child &&o) noexcept : pid_(o.pid_) { o.pid_ = -1; }
+    child(child &&o) noexcept : pid(o.pid) { o.pid = -1; }
     child &operator=(child &&o) noexcept
     {
-        std::swap(pid_, o.pid_);
+        std::swap(pid, o.pid);
         return *this;
     }
     ~child() { wait(0, SIGKILL); }
-    bool running() const { return pid_ > 0; }
 
     // Sends `sig` (if any), then the exit status; -1 when it did not exit
     // within `ms` (it is then killed) or ended by a signal.
     int wait(int ms, int sig = 0)
     {
-        if (pid_ <= 0)
-            return -1;
         int status = 0;
+        if (pid <= 0)
+            return -1;
         if (sig != 0)
-            ::kill(pid_, sig);
-        if (!wait_until([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, ms)) {
-            ::kill(pid_, SIGKILL);
-            waitpid(pid_, &status, 0);
+            ::kill(pid, sig);
+        if (!wait_until([&] { return waitpid(pid, &status, WNOHANG) == pid; }, ms)) {
+            ::kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
             status = -1;
         }
-        pid_ = -1;
+        pid = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
-
-private:
-    pid_t pid_ = -1;
 };
 
 struct raw_reply {
@@ -175,8 +151,10 @@ struct raw_reply {
 
 class raw_peer {
 public:
-    explicit raw_peer(const std::string &name) : path_(ipc_dir() + "/" + name)
+    explicit raw_peer(const std::string &name) : path_(std::string(std::getenv("ZP_IPC_DIR")) + "/" + name)
     {
+        if (std::system(("mkdir -p " + path_.substr(0, path_.rfind('/'))).c_str()) != 0)
+            return;
         sockaddr_un a{AF_UNIX, {}};
         std::snprintf(a.sun_path, sizeof a.sun_path, "%s", path_.c_str());
         ::unlink(path_.c_str());
