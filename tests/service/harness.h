@@ -79,10 +79,8 @@ inline std::string listing(const std::vector<pb_flash_info> &v)
 
 inline void remove_books()
 {
-    for (storage_type_t t : {STORAGE_TYPE_SIM, STORAGE_TYPE_FLASH}) {
-        std::remove(book(t).c_str());
-        std::remove((book(t) + "_tmp").c_str());
-    }
+    for (const char *f : {"/pb_sim_file", "/pb_sim_file_tmp", "/pb_device_file", "/pb_device_file_tmp"})
+        std::remove((PB_DATA_DIR + std::string(f)).c_str());
 }
 
 template <typename Pred>
@@ -99,7 +97,6 @@ bool wait_until(Pred pred, int ms)
 struct child {
     pid_t pid = -1;
 
-    child() = default;
     explicit child(std::vector<std::string> argv)
     {
 #ifdef PB_EMULATOR
@@ -116,12 +113,7 @@ struct child {
         if (posix_spawnp(&pid, args[0], nullptr, nullptr, args.data(), environ) != 0)
             pid = -1;
     }
-    child(child &&o) noexcept : pid(o.pid) { o.pid = -1; }
-    child &operator=(child &&o) noexcept
-    {
-        std::swap(pid, o.pid);
-        return *this;
-    }
+    child(const child &) = delete;
     ~child() { wait(0, SIGKILL); }
 
     // Sends `sig` (if any), then the exit status; -1 when it did not exit
@@ -144,9 +136,9 @@ struct child {
 };
 
 struct raw_reply {
-    bool arrived = false;
-    ipc_msg_head_t head{};
-    pb_rsp_t rsp{-99, -99};
+    bool arrived;
+    ipc_msg_head_t head;
+    pb_rsp_t rsp;
 };
 
 class raw_peer {
@@ -177,18 +169,16 @@ public:
         const ipc_msg_head_t head{type, id, len, session};
         std::memcpy(d.data(), &head, sizeof head);
         std::memcpy(d.data() + IPC_MSG_HEAD_LEN, payload, len);
-        auto n = sendto(fd_, d.data(), d.size(), 0, reinterpret_cast<const sockaddr *>(&to.addr), sizeof to.addr);
-        return n == static_cast<ssize_t>(d.size());
+        return sendto(fd_, d.data(), d.size(), 0, reinterpret_cast<const sockaddr *>(&to.addr), sizeof to.addr) ==
+               static_cast<ssize_t>(d.size());
     }
 
     raw_reply receive(int ms)
     {
-        raw_reply r;
+        raw_reply r{};
         pollfd p{fd_, POLLIN, 0};
         zp_uint8 buf[IPC_MSG_HEAD_LEN + sizeof(pb_rsp_t)] = {};
-        if (poll(&p, 1, ms) != 1 || recv(fd_, buf, sizeof buf, 0) < static_cast<ssize_t>(IPC_MSG_HEAD_LEN))
-            return r;
-        r.arrived = true;
+        r.arrived = poll(&p, 1, ms) == 1 && recv(fd_, buf, sizeof buf, 0) >= static_cast<ssize_t>(IPC_MSG_HEAD_LEN);
         std::memcpy(&r.head, buf, sizeof r.head);
         std::memcpy(&r.rsp, buf + IPC_MSG_HEAD_LEN, sizeof r.rsp);
         return r;

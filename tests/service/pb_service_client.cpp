@@ -14,27 +14,29 @@
 
 int main(int argc, char **argv)
 {
-    if (argc == 4) {
-        storage_type_t type = std::strcmp(argv[1], "sim") == 0 ? STORAGE_TYPE_SIM : STORAGE_TYPE_FLASH;
-        int failed = 0;
-        for (int k = 0; k < std::atoi(argv[3]); ++k) {
-            pb_flash_info e{};
-            std::snprintf(e.name, sizeof e.name, "%s-%d", argv[2], k);
-            std::snprintf(e.num, sizeof e.num, "+49%d", k);
-            failed += simlib_pb_write_handler(type, SIM_PB_HANDLE_TYPE_ADD, &e) != PB_RCODE_OK;
-        }
-        return failed == 0 ? 0 : 1;
-    }
-    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(argc == 3 ? std::atoi(argv[2]) : 0);
-    while (std::chrono::steady_clock::now() < end) {
+    if (argc == 3 && std::strcmp(argv[1], "flood") == 0) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::atoi(argv[2]));
         pb_event_req_t req{};
         req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
-        pb_rsp_t rsp{};
-        size_t len = sizeof rsp;
-        if (simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &len, 2000) != 0)
-            return 0;
-        if (rsp.pb_result != PB_RCODE_ARGSERR)
+        for (pb_rsp_t rsp{}; std::chrono::steady_clock::now() < end;) {
+            size_t len = sizeof rsp;
+            // A short time limit: a request queued at the stop is never answered.
+            if (simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &len, 2000) != 0)
+                return 0;
+            if (rsp.pb_result != PB_RCODE_ARGSERR)
+                return 1;
+        }
+        return 0;
+    }
+    if (argc != 4)
+        return 2;
+    const storage_type_t type = std::strcmp(argv[1], "sim") == 0 ? STORAGE_TYPE_SIM : STORAGE_TYPE_FLASH;
+    for (int k = 0; k < std::atoi(argv[3]); ++k) {
+        pb_flash_info e{};
+        std::snprintf(e.name, sizeof e.name, "%s-%d", argv[2], k);
+        std::snprintf(e.num, sizeof e.num, "+49%d", k);
+        if (simlib_pb_write_handler(type, SIM_PB_HANDLE_TYPE_ADD, &e) != PB_RCODE_OK)
             return 1;
     }
-    return argc == 3 ? 0 : 2;
+    return 0;
 }
