@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -135,14 +136,15 @@ struct child {
     }
 };
 
+// An answer as it came off the wire: head, then payload.
 struct raw_reply {
-    bool arrived;
     ipc_msg_head_t head;
     pb_rsp_t rsp;
+    bool arrived;
 };
+static_assert(offsetof(raw_reply, rsp) == IPC_MSG_HEAD_LEN, "head and payload as on the wire");
 
-class raw_peer {
-public:
+struct raw_peer {
     explicit raw_peer(const std::string &name) : path_(std::string(std::getenv("ZP_IPC_DIR")) + "/" + name)
     {
         if (std::system(("mkdir -p " + path_.substr(0, path_.rfind('/'))).c_str()) != 0)
@@ -177,14 +179,11 @@ public:
     {
         raw_reply r{};
         pollfd p{fd_, POLLIN, 0};
-        zp_uint8 buf[IPC_MSG_HEAD_LEN + sizeof(pb_rsp_t)] = {};
-        r.arrived = poll(&p, 1, ms) == 1 && recv(fd_, buf, sizeof buf, 0) >= static_cast<ssize_t>(IPC_MSG_HEAD_LEN);
-        std::memcpy(&r.head, buf, sizeof r.head);
-        std::memcpy(&r.rsp, buf + IPC_MSG_HEAD_LEN, sizeof r.rsp);
+        r.arrived = poll(&p, 1, ms) == 1 && recv(fd_, &r, offsetof(raw_reply, arrived), 0) >=
+                                              static_cast<ssize_t>(IPC_MSG_HEAD_LEN);
         return r;
     }
 
-private:
     std::string path_;
     int fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };

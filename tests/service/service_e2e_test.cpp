@@ -30,7 +30,8 @@ protected:
         for (size_t k = 1; k <= kFilled; ++k)
             std::ofstream(card, std::ios::app) << k << ",+4930" << k << ",card" << k << "\n";
         sim_.emplace(std::vector<std::string>{PBM_SIMD_BIN, "--card", card});
-        ASSERT_TRUE(pbt::wait_until([] { return pbt::exists(std::getenv("ZP_IPC_DIR") + std::string("/qmi_pbm")); }, 5000));
+        const std::string modem = std::getenv("ZP_IPC_DIR") + std::string("/qmi_pbm");
+        ASSERT_TRUE(pbt::wait_until([&] { return pbt::exists(modem); }, 5000));
         // The host binds MU_ID's socket once its service is up.
         host_.emplace(std::vector<std::string>{PB_HOST_BIN});
         ASSERT_TRUE(pbt::wait_until([] { return pbt::exists(mu_socket()); }, 5000));
