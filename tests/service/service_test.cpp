@@ -40,7 +40,7 @@ protected:
         ASSERT_EQ(mm_pb_init(), 0);
         ASSERT_EQ(ipc_server_start(MU_ID, [](void *m, void *) { mm_pb_proc(m); }, nullptr, &server_), IPC_OK);
         // The thread takes a message only after the engine's start-up.
-        ASSERT_TRUE(ask(IPC_SYN_REQ, SIM_PB_HANDLE_TYPE_GETCOUNT).arrived);
+        ASSERT_TRUE(ask(IPC_SYN_REQ, {SIM_PB_HANDLE_TYPE_GETCOUNT, {}, DEV, {}}).arrived);
     }
     void TearDown() override
     {
@@ -55,15 +55,9 @@ protected:
         pbt::remove_books();
     }
 
-    // A request on the device phonebook, sent as a message of `type`; the
-    // answer, unless told not to wait.
-    pbt::raw_reply ask(zp_uint32 type, zp_int32 event, const pb_flash_info &v = {}, zp_uint32 session = 0,
-                       int ms = 5000)
+    // Sends `req` as a message of `type`; the answer, unless told not to wait.
+    pbt::raw_reply ask(zp_uint32 type, const pb_event_req_t &req, zp_uint32 session = 0, int ms = 5000)
     {
-        pb_event_req_t req{};
-        req.event = event;
-        req.storage_type = DEV;
-        req.value = v;
         return peer_.send(type, MSG_ID_PB_REQ, session, &req, sizeof req) ? peer_.receive(ms) : pbt::raw_reply{};
     }
 
@@ -93,114 +87,100 @@ protected:
     pbt::raw_peer peer_{"peer"};
 };
 
-// The answer is of the kind the request came as, carries its session, and
-// only an add reports a record index; unsupported actions change nothing.
-// Texts without a terminator are cut. Messages that cannot or need not be
-// answered are dropped, and their copies freed all the same (TearDown).
-TEST_F(Service, AnswersMirrorTheRequestAndOnlyRequestsAreAnswered)
-{
-    pbt::write_book(DEV, {entry(1, kNoSim, "keep")});
-    pb_flash_info unterminated = entry(1, 9, "");
-    std::memset(&unterminated.name, 'n', 3 * PB_TEXT_LEN);
-    const struct {
-        zp_uint32 type;
-        zp_int32 event;
-        zp_uint32 want_type;
-        zp_int32 result, value;
-    } rows[] = {
-        {IPC_SYN_REQ, SIM_PB_HANDLE_TYPE_ADD, IPC_SYN_RSP, PB_RCODE_OK, -1},
-        {IPC_ASY_MSG, SIM_PB_HANDLE_TYPE_EDIT, IPC_ASY_MSG, PB_RCODE_OK, 0},
-        {IPC_SYN_REQ, SIM_PB_HANDLE_TYPE_GETBYIDX, IPC_SYN_RSP, PB_RCODE_ARGSERR, 0},
-        {IPC_SYN_REQ, 13, IPC_SYN_RSP, PB_RCODE_ARGSERR, 0},
-        {IPC_ASY_MSG, -1, IPC_ASY_MSG, PB_RCODE_ARGSERR, 0},
-    };
-    zp_uint32 session = 0xABCD0000;
-    for (const auto &r : rows) {
-        pbt::raw_reply a = ask(r.type, r.event, unterminated, ++session);
-        ASSERT_TRUE(a.arrived) << r.event;
-        EXPECT_EQ(a.head.msg_type, r.want_type) << r.event;
-        EXPECT_EQ(a.head.msg_id, MSG_ID_PB_RSP);
-        EXPECT_EQ(a.head.session_id, session);
-        EXPECT_EQ(a.rsp.pb_result, r.result) << r.event;
-        EXPECT_EQ(a.rsp.value, r.value) << r.event;
-    }
-    const std::string cut(PB_TEXT_LEN - 1, 'n');
-    EXPECT_EQ(file(DEV), "1:" + cut + " 2:" + cut);
-
-    pb_rsp_t stray{1, 2};
-    ASSERT_TRUE(peer_.send(IPC_ASY_MSG, MSG_ID_PB_RSP, 9, &stray, sizeof stray));
-    ASSERT_TRUE(peer_.send(IPC_ASY_MSG, 0x12345678u, 9, &stray, sizeof stray));
-    EXPECT_FALSE(peer_.receive(200).arrived);
-}
-
 // Requests still queued at the stop are never answered, but their copies are
 // given back (TearDown checks).
 TEST_F(Service, StopWithRequestsStillQueuedFreesThem)
 {
     for (zp_uint32 k = 0; k < 100; ++k)
-        ask(IPC_ASY_MSG, SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "x"), k, 0);
+        ask(IPC_ASY_MSG, {SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "x"), DEV, {}}, k, 0);
     EXPECT_TRUE(peer_.receive(5000).arrived);
     peer_.close();
 }
 
-// Each step through the client calls, on the file the step before left. Adds
-// renumber the book densely and a SIM add takes the lowest free card record;
-// deletes keep the other indexes; a delete-list skips bad or refused elements
-// without ending; delete-all removes the file. A card that refuses leaves the
-// file as it was; after every step the card holds exactly the SIM file's
-// entries.
-TEST_F(Service, EntryOperationsChangeTheCardFirstThenTheFile)
+// Each step is one request on the wire, on the files the step before left.
+// The answer is of the kind the request came as (a one-way request is
+// answered one way), carries its session, and only an add reports a record
+// index, whatever its result. Adds renumber the book densely and a SIM add
+// takes the lowest free card record; deletes keep the other indexes; a
+// delete-list skips bad or refused elements without ending; delete-all
+// removes the file; unsupported actions change nothing; texts without a
+// terminator are cut. A card that refuses leaves the file as it was; after
+// every step the card holds exactly the SIM file's entries.
+TEST_F(Service, EntryOperationsAnswerInKindAndChangeTheCardFirstThenTheFile)
 {
+    constexpr zp_uint32 SYN = IPC_SYN_REQ, ASY = IPC_ASY_MSG;
+    constexpr zp_int32 ADD = SIM_PB_HANDLE_TYPE_ADD, EDIT = SIM_PB_HANDLE_TYPE_EDIT, DEL = SIM_PB_HANDLE_TYPE_DEL,
+                       DEL_ANY = SIM_PB_HANDLE_TYPE_DEL_ANY, DEL_ALL = SIM_PB_HANDLE_TYPE_DEL_ALL;
+    pb_flash_info unterminated = entry(0, 5, "");
+    std::memset(&unterminated.name, 'n', 3 * PB_TEXT_LEN);
+    const std::string cut(PB_TEXT_LEN - 1, 'n'), four = "1@1:c1 2@3:Ed 3@4:c4 4@2:Gap";
     std::vector<int> device_list(PB_DEL_ANY_MAX, 0);
     device_list[0] = 3, device_list[2] = 3, device_list[3] = 1500, device_list[4] = -4;
     device_list.back() = 1;
     const struct {
+        zp_uint32 type;
         storage_type_t book;
-        sim_pb_handle_t what;
+        zp_int32 event;
         pb_flash_info e;
         std::vector<int> list;  // of a delete-list
         unsigned refused;       // card writes refused
-        pb_return_code_enum_t want;
+        zp_int32 want, value;
         std::string file;
     } steps[] = {
-        {DEV, SIM_PB_HANDLE_TYPE_ADD, entry(0, 5, "d"), {}, 0, PB_RCODE_OK, "1:a 2:b 3:c 4:d"},
-        {DEV, SIM_PB_HANDLE_TYPE_DEL, entry(2, 0, ""), {}, 0, PB_RCODE_OK, "1:a 3:c 4:d"},
-        {DEV, SIM_PB_HANDLE_TYPE_EDIT, entry(2, 0, "gone"), {}, 0, PB_RCODE_INVALID_ERR, "1:a 3:c 4:d"},
-        {DEV, SIM_PB_HANDLE_TYPE_EDIT, entry(3, 0, "C"), {}, 0, PB_RCODE_OK, "1:a 3:C 4:d"},
-        {DEV, SIM_PB_HANDLE_TYPE_DEL_ANY, {}, std::vector<int>(PB_DEL_ANY_MAX + 1, 4), 0, PB_RCODE_ARGSERR,
-         "1:a 3:C 4:d"},
-        {DEV, SIM_PB_HANDLE_TYPE_DEL_ANY, {}, device_list, 0, PB_RCODE_OK, "4:d"},
-        {DEV, SIM_PB_HANDLE_TYPE_DEL_ALL, {}, {}, 0, PB_RCODE_OK, "none"},
-        {SIM, SIM_PB_HANDLE_TYPE_DEL, entry(2, 0, ""), {}, 0, PB_RCODE_OK, "1@1:c1 3@3:c3 4@4:c4"},
-        {SIM, SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "Gap"), {}, 0, PB_RCODE_OK, "1@1:c1 2@3:c3 3@4:c4 4@2:Gap"},
+        {SYN, DEV, ADD, unterminated, {}, 0, PB_RCODE_OK, -1, "1:a 2:b 3:c 4:" + cut},
+        {ASY, DEV, DEL, entry(2, 0, ""), {}, 0, PB_RCODE_OK, 0, "1:a 3:c 4:" + cut},
+        {SYN, DEV, EDIT, entry(2, 0, "gone"), {}, 0, PB_RCODE_INVALID_ERR, 0, "1:a 3:c 4:" + cut},
+        {ASY, DEV, EDIT, entry(3, 0, "C"), {}, 0, PB_RCODE_OK, 0, "1:a 3:C 4:" + cut},
+        {SYN, DEV, SIM_PB_HANDLE_TYPE_GETBYIDX, entry(3, 0, "X"), {}, 0, PB_RCODE_ARGSERR, 0, "1:a 3:C 4:" + cut},
+        {SYN, DEV, 13, entry(3, 0, "X"), {}, 0, PB_RCODE_ARGSERR, 0, "1:a 3:C 4:" + cut},
+        {ASY, DEV, -1, entry(3, 0, "X"), {}, 0, PB_RCODE_ARGSERR, 0, "1:a 3:C 4:" + cut},
+        {SYN, DEV, DEL_ANY, {}, device_list, 0, PB_RCODE_OK, 0, "4:" + cut},
+        {SYN, DEV, DEL_ALL, {}, {}, 0, PB_RCODE_OK, 0, "none"},
+        {SYN, SIM, DEL, entry(2, 0, ""), {}, 0, PB_RCODE_OK, 0, "1@1:c1 3@3:c3 4@4:c4"},
+        {SYN, SIM, ADD, entry(0, 0, "Gap"), {}, 0, PB_RCODE_OK, 2, "1@1:c1 2@3:c3 3@4:c4 4@2:Gap"},
         // The stored record number wins over the one the client sends.
-        {SIM, SIM_PB_HANDLE_TYPE_EDIT, entry(2, 77, "Ed"), {}, 0, PB_RCODE_OK, "1@1:c1 2@3:Ed 3@4:c4 4@2:Gap"},
-        {SIM, SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "No"), {}, 1, PB_RCODE_WRITE_ERR, "1@1:c1 2@3:Ed 3@4:c4 4@2:Gap"},
-        {SIM, SIM_PB_HANDLE_TYPE_EDIT, entry(1, 0, "No"), {}, 1, PB_RCODE_WRITE_ERR, "1@1:c1 2@3:Ed 3@4:c4 4@2:Gap"},
-        {SIM, SIM_PB_HANDLE_TYPE_DEL, entry(1, 0, ""), {}, 1, PB_RCODE_WRITE_ERR, "1@1:c1 2@3:Ed 3@4:c4 4@2:Gap"},
-        {SIM, SIM_PB_HANDLE_TYPE_DEL_ALL, {}, {}, 1, PB_RCODE_ERROR, "1@1:c1 2@3:Ed 3@4:c4 4@2:Gap"},
-        {SIM, SIM_PB_HANDLE_TYPE_DEL_ANY, {}, {2, 3}, 1, PB_RCODE_OK, "1@1:c1 2@3:Ed 4@2:Gap"},
-        {SIM, SIM_PB_HANDLE_TYPE_DEL_ALL, {}, {}, 0, PB_RCODE_OK, "none"},
+        {ASY, SIM, EDIT, entry(2, 77, "Ed"), {}, 0, PB_RCODE_OK, 0, four},
+        {SYN, SIM, ADD, entry(0, 0, "No"), {}, 1, PB_RCODE_WRITE_ERR, 5, four},
+        {SYN, SIM, EDIT, entry(1, 0, "No"), {}, 1, PB_RCODE_WRITE_ERR, 0, four},
+        {SYN, SIM, DEL, entry(1, 0, ""), {}, 1, PB_RCODE_WRITE_ERR, 0, four},
+        {SYN, SIM, DEL_ALL, {}, {}, 1, PB_RCODE_ERROR, 0, four},
+        {SYN, SIM, DEL_ANY, {}, {2, 3}, 1, PB_RCODE_OK, 0, "1@1:c1 2@3:Ed 4@2:Gap"},
+        {SYN, SIM, DEL_ALL, {}, {}, 0, PB_RCODE_OK, 0, "none"},
     };
     pbt::write_book(DEV, {entry(1, kNoSim, "a"), entry(3, kNoSim, "b"), entry(4, kNoSim, "c")});
     read_card();
-    for (auto s : steps) {
+    zp_uint32 session = 0xABCD0000;
+    for (const auto &s : steps) {
         sim_.refuse_next_writes(s.refused);
-        const pb_return_code_enum_t got =
-            s.what == SIM_PB_HANDLE_TYPE_DEL_ANY
-                ? simlib_pb_del_any(s.book, s.list.data(), static_cast<int>(s.list.size()))
-                : simlib_pb_write_handler(s.book, s.what, &s.e);
-        EXPECT_EQ(got, s.want) << s.book << " " << s.what << " " << s.e.name;
-        EXPECT_EQ(file(s.book), s.file) << s.book << " " << s.what << " " << s.e.name;
+        pb_event_req_t req{s.event, s.e, s.book, {}};
+        std::copy(s.list.begin(), s.list.end(), req.any_idx);
+        const pbt::raw_reply a = ask(s.type, req, ++session);
+        const std::string step = std::to_string(s.book) + " " + std::to_string(s.event) + " " + s.e.name;
+        ASSERT_TRUE(a.arrived) << step;
+        EXPECT_EQ(a.head.msg_type, s.type == SYN ? zp_uint32{IPC_SYN_RSP} : ASY) << step;
+        EXPECT_EQ(a.head.msg_id, MSG_ID_PB_RSP);
+        EXPECT_EQ(a.head.session_id, session);
+        EXPECT_EQ(a.rsp.pb_result, s.want) << step;
+        EXPECT_EQ(a.rsp.value, s.value) << step;
+        EXPECT_EQ(file(s.book), s.file) << step;
         std::map<zp_uint32, std::string> on_card, in_file;
         for (const auto &[id, r] : sim_.card().records)
             on_card[id] = pbm_sim::ucs2_to_utf8(r.name);
         for (const pb_flash_info &e : pbt::read_book(SIM))
             in_file[e.sim_index] = e.name;
-        EXPECT_EQ(on_card, in_file) << s.book << " " << s.what << " " << s.e.name;
+        EXPECT_EQ(on_card, in_file) << step;
     }
-    // An add without an entry is refused before sending: the service would
-    // have stored an empty one.
+    // A response, or a message of another module, is not answered (its
+    // copy is freed all the same: TearDown).
+    pb_rsp_t stray{1, 2};
+    ASSERT_TRUE(peer_.send(IPC_ASY_MSG, MSG_ID_PB_RSP, 9, &stray, sizeof stray));
+    ASSERT_TRUE(peer_.send(IPC_ASY_MSG, 0x12345678u, 9, &stray, sizeof stray));
+    EXPECT_FALSE(peer_.receive(200).arrived);
+    // The client refuses before sending what the service cannot take: more
+    // elements than a delete-list holds, and an add without an entry (the
+    // service would store an empty one, and the record index has nowhere
+    // to go).
+    EXPECT_EQ(simlib_pb_del_any(DEV, device_list.data(), PB_DEL_ANY_MAX + 1), PB_RCODE_ARGSERR);
     EXPECT_EQ(simlib_pb_write_handler(DEV, SIM_PB_HANDLE_TYPE_ADD, nullptr), PB_RCODE_ARGSERR);
 }
 
