@@ -9,16 +9,16 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,11 +37,13 @@ inline std::string book(storage_type_t t)
     return std::string(PB_DATA_DIR) + (t == STORAGE_TYPE_SIM ? "/pb_sim_file" : "/pb_device_file");
 }
 
-inline pb_flash_info entry(zp_uint32 index, zp_uint32 sim_index, const std::string &name, const char *num = "1")
+inline bool exists(const std::string &path) { return ::access(path.c_str(), F_OK) == 0; }
+
+inline pb_flash_info entry(zp_uint32 index, zp_uint32 sim_index, const std::string &name)
 {
     pb_flash_info e{index, sim_index, {}, {}, {}};
     std::snprintf(e.name, sizeof e.name, "%s", name.c_str());
-    std::snprintf(e.num, sizeof e.num, "%s", num);
+    std::snprintf(e.num, sizeof e.num, "1");
     return e;
 }
 
@@ -66,31 +68,20 @@ inline std::vector<pb_flash_info> read_book(storage_type_t t)
     return out;
 }
 
-template <typename F>
-auto field(const std::vector<pb_flash_info> &v, F get)
+// "index:name", or "index@sim_index:name" for an entry with a card record.
+inline std::string listing(const std::vector<pb_flash_info> &v)
 {
-    std::vector<decltype(get(v[0]))> out;
+    std::string s;
     for (const pb_flash_info &e : v)
-        out.push_back(get(e));
-    return out;
+        s += (s.empty() ? "" : " ") + std::to_string(e.index) +
+             (e.sim_index == kNoSim ? "" : "@" + std::to_string(e.sim_index)) + ":" + e.name;
+    return s;
 }
-inline std::vector<std::string> names(const std::vector<pb_flash_info> &v)
-{
-    return field(v, [](const pb_flash_info &e) { return std::string(e.name); });
-}
-inline std::vector<zp_uint32> indexes(const std::vector<pb_flash_info> &v)
-{
-    return field(v, [](const pb_flash_info &e) { return e.index; });
-}
-
-inline bool exists(const std::string &path) { return ::access(path.c_str(), F_OK) == 0; }
 
 inline void remove_books()
 {
-    for (storage_type_t t : {STORAGE_TYPE_SIM, STORAGE_TYPE_FLASH}) {
-        std::remove(book(t).c_str());
-        std::remove((book(t) + "_tmp").c_str());
-    }
+    for (const char *f : {"/pb_sim_file", "/pb_sim_file_tmp", "/pb_device_file", "/pb_device_file_tmp"})
+        std::remove((PB_DATA_DIR + std::string(f)).c_str());
 }
 
 template <typename Pred>
@@ -103,80 +94,61 @@ bool wait_until(Pred pred, int ms)
     return true;
 }
 
-// ZP_IPC_DIR, made with its parents.
-inline std::string ipc_dir()
-{
-    const char *d = std::getenv("ZP_IPC_DIR");
-    std::string dir = d ? d : IPC_DEFAULT_DIR;
-    for (size_t at = 1; at != std::string::npos; at = dir.find('/', at + 1))
-        ::mkdir(dir.substr(0, at).c_str(), 0770);
-    ::mkdir(dir.c_str(), 0770);
-    return dir;
-}
-
 // A child process, killed if still running when it goes out of scope.
-class child {
-public:
-    explicit child(std::vector<std::string> argv = {})
+struct child {
+    pid_t pid = -1;
+
+    explicit child(std::vector<std::string> argv)
     {
 #ifdef PB_EMULATOR
         // Programs of the target run under the same emulator as the test.
-        std::string emu = PB_EMULATOR;
-        std::vector<std::string> pre;
-        for (size_t at = 0, end; at <= emu.size(); at = end + 1) {
-            end = std::min(emu.find(',', at), emu.size());
-            pre.push_back(emu.substr(at, end - at));
-        }
-        argv.insert(argv.begin(), pre.begin(), pre.end());
+        std::istringstream emu(PB_EMULATOR);
+        size_t at = 0;
+        for (std::string a; std::getline(emu, a, ',');)
+            argv.insert(argv.begin() + static_cast<long>(at++), a);
 #endif
         std::vector<char *> args;
         for (std::string &a : argv)
             args.push_back(a.data());
         args.push_back(nullptr);
-        if (argv.empty() || posix_spawnp(&pid_, args[0], nullptr, nullptr, args.data(), environ) != 0)
-            pid_ = -1;
+        if (posix_spawnp(&pid, args[0], nullptr, nullptr, args.data(), environ) != 0)
+            pid = -1;
     }
-    child(child &&o) noexcept : pid_(o.pid_) { o.pid_ = -1; }
-    child &operator=(child &&o) noexcept
-    {
-        std::swap(pid_, o.pid_);
-        return *this;
-    }
+    child(const child &) = delete;
     ~child() { wait(0, SIGKILL); }
-    bool running() const { return pid_ > 0; }
 
     // Sends `sig` (if any), then the exit status; -1 when it did not exit
     // within `ms` (it is then killed) or ended by a signal.
     int wait(int ms, int sig = 0)
     {
-        if (pid_ <= 0)
-            return -1;
         int status = 0;
+        if (pid <= 0)
+            return -1;
         if (sig != 0)
-            ::kill(pid_, sig);
-        if (!wait_until([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, ms)) {
-            ::kill(pid_, SIGKILL);
-            waitpid(pid_, &status, 0);
+            ::kill(pid, sig);
+        if (!wait_until([&] { return waitpid(pid, &status, WNOHANG) == pid; }, ms)) {
+            ::kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
             status = -1;
         }
-        pid_ = -1;
+        pid = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
-
-private:
-    pid_t pid_ = -1;
 };
 
+// An answer as it came off the wire: head, then payload.
 struct raw_reply {
-    bool arrived = false;
-    ipc_msg_head_t head{};
-    pb_rsp_t rsp{-99, -99};
+    ipc_msg_head_t head;
+    pb_rsp_t rsp;
+    bool arrived;
 };
+static_assert(offsetof(raw_reply, rsp) == IPC_MSG_HEAD_LEN, "head and payload as on the wire");
 
-class raw_peer {
-public:
-    explicit raw_peer(const std::string &name) : path_(ipc_dir() + "/" + name)
+struct raw_peer {
+    explicit raw_peer(const std::string &name) : path_(std::string(std::getenv("ZP_IPC_DIR")) + "/" + name)
     {
+        if (std::system(("mkdir -p " + path_.substr(0, path_.rfind('/'))).c_str()) != 0)
+            return;
         sockaddr_un a{AF_UNIX, {}};
         std::snprintf(a.sun_path, sizeof a.sun_path, "%s", path_.c_str());
         ::unlink(path_.c_str());
@@ -199,24 +171,19 @@ public:
         const ipc_msg_head_t head{type, id, len, session};
         std::memcpy(d.data(), &head, sizeof head);
         std::memcpy(d.data() + IPC_MSG_HEAD_LEN, payload, len);
-        auto n = sendto(fd_, d.data(), d.size(), 0, reinterpret_cast<const sockaddr *>(&to.addr), sizeof to.addr);
-        return n == static_cast<ssize_t>(d.size());
+        return sendto(fd_, d.data(), d.size(), 0, reinterpret_cast<const sockaddr *>(&to.addr), sizeof to.addr) ==
+               static_cast<ssize_t>(d.size());
     }
 
     raw_reply receive(int ms)
     {
-        raw_reply r;
+        raw_reply r{};
         pollfd p{fd_, POLLIN, 0};
-        zp_uint8 buf[IPC_MSG_HEAD_LEN + sizeof(pb_rsp_t)] = {};
-        if (poll(&p, 1, ms) != 1 || recv(fd_, buf, sizeof buf, 0) < static_cast<ssize_t>(IPC_MSG_HEAD_LEN))
-            return r;
-        r.arrived = true;
-        std::memcpy(&r.head, buf, sizeof r.head);
-        std::memcpy(&r.rsp, buf + IPC_MSG_HEAD_LEN, sizeof r.rsp);
+        r.arrived = poll(&p, 1, ms) == 1 && recv(fd_, &r, offsetof(raw_reply, arrived), 0) >=
+                                              static_cast<ssize_t>(IPC_MSG_HEAD_LEN);
         return r;
     }
 
-private:
     std::string path_;
     int fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };

@@ -1,5 +1,5 @@
 // A client process for the end-to-end tests.
-//   pb_service_client add <sim|flash> <prefix> <count>: adds <count> entries
+//   pb_service_client <sim|flash> <prefix> <count>: adds <count> entries
 //     named <prefix>-<k>; exit 0 when every add was answered PB_RCODE_OK.
 //   pb_service_client flood <ms>: sends requests the service answers at once
 //     until an exchange fails (the service has stopped) or <ms> pass; exit 0
@@ -14,24 +14,13 @@
 
 int main(int argc, char **argv)
 {
-    if (argc == 5 && std::strcmp(argv[1], "add") == 0) {
-        storage_type_t type = std::strcmp(argv[2], "sim") == 0 ? STORAGE_TYPE_SIM : STORAGE_TYPE_FLASH;
-        int failed = 0;
-        for (int k = 0; k < std::atoi(argv[4]); ++k) {
-            pb_flash_info e{};
-            std::snprintf(e.name, sizeof e.name, "%s-%d", argv[3], k);
-            std::snprintf(e.num, sizeof e.num, "+49%d", k);
-            failed += simlib_pb_write_handler(type, SIM_PB_HANDLE_TYPE_ADD, &e) != PB_RCODE_OK;
-        }
-        return failed == 0 ? 0 : 1;
-    }
     if (argc == 3 && std::strcmp(argv[1], "flood") == 0) {
-        auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::atoi(argv[2]));
-        while (std::chrono::steady_clock::now() < end) {
-            pb_event_req_t req{};
-            req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
-            pb_rsp_t rsp{};
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::atoi(argv[2]));
+        pb_event_req_t req{};
+        req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
+        for (pb_rsp_t rsp{}; std::chrono::steady_clock::now() < end;) {
             size_t len = sizeof rsp;
+            // A short time limit: a request queued at the stop is never answered.
             if (simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &len, 2000) != 0)
                 return 0;
             if (rsp.pb_result != PB_RCODE_ARGSERR)
@@ -39,5 +28,15 @@ int main(int argc, char **argv)
         }
         return 0;
     }
-    return 2;
+    if (argc != 4)
+        return 2;
+    const storage_type_t type = std::strcmp(argv[1], "sim") == 0 ? STORAGE_TYPE_SIM : STORAGE_TYPE_FLASH;
+    for (int k = 0; k < std::atoi(argv[3]); ++k) {
+        pb_flash_info e{};
+        std::snprintf(e.name, sizeof e.name, "%s-%d", argv[2], k);
+        std::snprintf(e.num, sizeof e.num, "+49%d", k);
+        if (simlib_pb_write_handler(type, SIM_PB_HANDLE_TYPE_ADD, &e) != PB_RCODE_OK)
+            return 1;
+    }
+    return 0;
 }
