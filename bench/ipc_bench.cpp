@@ -259,8 +259,9 @@ int main(int argc, char **argv)
     unlink(mu.addr.sun_path);
     unlink(bare_path().c_str());
     if (g_bare.median_us > 0 && g_ipc.median_us > 0)
-        std::printf("IPC round trip / bare ping-pong: median %.2fx (%.1f/%.1f us), p99 %.2fx (%.1f/%.1f us)\n",
-                    g_ipc.median_us / g_bare.median_us, g_ipc.median_us, g_bare.median_us,
-                    g_ipc.p99_us / g_bare.p99_us, g_ipc.p99_us, g_bare.p99_us);
+        std::printf(
+            "IPC round trip / bare ping-pong: median %.2fx (%.1f/%.1f us), p99 %.2fx (%.1f/%.1f us)\n",
+            g_ipc.median_us / g_bare.median_us, g_ipc.median_us, g_bare.median_us,
+            g_ipc.p99_us / g_bare.p99_us, g_ipc.p99_us, g_bare.p99_us);
     return 0;
 }

@@ -171,6 +171,6 @@ void BM_ReadWholeSimTransportOnly(benchmark::State &state)
 
 BENCHMARK(BM_ReadWholeSimTransportOnly)->Arg(250)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-} // namespace
+}  // namespace
 
 BENCHMARK_MAIN();

@@ -202,8 +202,7 @@ public:
         state_.counters["floor_us"] = median(floor_);
         state_.counters["x_floor"] = median(op_) / median(floor_);
     }
-    template <typename F>
-    auto time(F &&f)
+    template <typename F> auto time(F &&f)
     {
         auto t0 = clock_type::now();
         auto r = f();
@@ -302,8 +301,9 @@ void BM_SimGetAllAndRead(benchmark::State &state)
     samples s(state);
     for (auto _ : state) {
         int num = 0;
-        if (s.time([&] { return simlib_pb_read_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_GETALL, &num); }) ==
-                nullptr ||
+        if (s.time([&] {
+                return simlib_pb_read_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_GETALL, &num);
+            }) == nullptr ||
             num != kSimEntries)
             state.SkipWithError("get-all failed");
     }

@@ -90,12 +90,13 @@ void compressed(const uint8_t *data, size_t n, unsigned char form)
     str[0] = form;
     std::unique_ptr<unsigned short[]> des(new unsigned short[21]);
     int len = -1;
-    const int rc = form == 0x81 ? ucs2_81_to_80(des.get(), &len, str.get()) : ucs2_82_to_80(des.get(), &len, str.get());
+    const int rc =
+        form == 0x81 ? ucs2_81_to_80(des.get(), &len, str.get()) : ucs2_82_to_80(des.get(), &len, str.get());
     if (rc != 0 || len != static_cast<int>(2 * count) || des[count] != 0xFFFF)
         abort();
 }
 
-} // namespace
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <vector>
 
-#include "../platform/qmi/pbm_wire.cpp" // the codec is internal to the library
+#include "../platform/qmi/pbm_wire.cpp"  // the codec is internal to the library
 
 namespace {
 
@@ -14,13 +14,13 @@ const struct {
     int kind;
     uint16_t id;
 } kMessages[] = {
-    {qmi_wire::KIND_REQUEST, 0x0002},  {qmi_wire::KIND_RESPONSE, 0x0002}, {qmi_wire::KIND_REQUEST, 0x0004},
+    {qmi_wire::KIND_REQUEST, 0x0002},  {qmi_wire::KIND_RESPONSE, 0x0002},   {qmi_wire::KIND_REQUEST, 0x0004},
     {qmi_wire::KIND_RESPONSE, 0x0004}, {qmi_wire::KIND_INDICATION, 0x0004}, {qmi_wire::KIND_REQUEST, 0x0005},
-    {qmi_wire::KIND_RESPONSE, 0x0005}, {qmi_wire::KIND_REQUEST, 0x0006},  {qmi_wire::KIND_RESPONSE, 0x0006},
+    {qmi_wire::KIND_RESPONSE, 0x0005}, {qmi_wire::KIND_REQUEST, 0x0006},    {qmi_wire::KIND_RESPONSE, 0x0006},
     {qmi_wire::KIND_REQUEST, 0x0007},  {qmi_wire::KIND_RESPONSE, 0x0007},
 };
 
-} // namespace
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
@@ -29,7 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const auto &m = kMessages[data[0] % (sizeof kMessages / sizeof kMessages[0])];
     uint32_t len = 0;
     qmi_wire::c_struct_len(m.kind, m.id, &len);
-    std::vector<uint8_t> tlv(data + 1, data + size); // exact size: overreads are caught
+    std::vector<uint8_t> tlv(data + 1, data + size);  // exact size: overreads are caught
     std::vector<uint8_t> first(len), second(len);
     if (qmi_wire::decode(m.kind, m.id, tlv.data(), tlv.size(), first.data(), len) != 0)
         return 0;

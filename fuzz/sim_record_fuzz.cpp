@@ -49,7 +49,7 @@ void decode_number(const uint8_t *data, size_t n)
         abort();
 }
 
-} // namespace
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

@@ -16,8 +16,7 @@
 extern "C" {
 #endif
 
-void log_print(int level, const char *format, ...)
-    __attribute__((format(printf, 2, 3)));
+void log_print(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 /* Non-zero when a message of `level` would be written: lets callers skip
  * costly argument preparation. */

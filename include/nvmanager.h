@@ -25,7 +25,7 @@ typedef enum {
     NV_MAX = 7
 } nv_errorcode;
 
-#define NV_KEY_MAX 64
+#define NV_KEY_MAX   64
 #define NV_VALUE_MAX 4096
 
 nv_errorcode nvmram_writenv(const char *key, const char *value, int len);

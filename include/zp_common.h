@@ -21,7 +21,7 @@ typedef int32_t zp_int32;
 /* Log levels of log_print(); a message is written when its level is at or
  * above the process's threshold. */
 #define ZP_LOG_DEBUG 0
-#define ZP_LOG_INFO 1
+#define ZP_LOG_INFO  1
 #define ZP_LOG_ERROR 2
 
 #ifdef __cplusplus

@@ -104,7 +104,7 @@ typedef enum {
 } module_id_t;
 
 typedef struct zp_sdk_ipc_msg_head {
-    zp_uint32 msg_type;   /* zp_sdk_ipc_msg_type */
+    zp_uint32 msg_type; /* zp_sdk_ipc_msg_type */
     zp_uint32 msg_id;
     zp_uint32 length;     /* payload bytes, head not counted */
     zp_uint32 session_id; /* pairs a response with its request */
@@ -117,7 +117,7 @@ typedef struct zp_sdk_ipc_addr {
 } zp_sdk_ipc_addr;
 typedef zp_sdk_ipc_addr ipc_addr_t;
 
-#define IPC_MSG_HEAD_LEN 16u
+#define IPC_MSG_HEAD_LEN            16u
 #define IPC_INNER_MQ_PAYLOAD_OFFSET 8u
 /* Largest payload a message may carry between processes. */
 #define IPC_MSG_MAX_PAYLOAD 65536u

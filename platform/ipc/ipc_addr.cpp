@@ -80,15 +80,11 @@ zp_sdk_ipc_ret_value send_errno(int err)
     case ENOENT:
     case ECONNREFUSED:  // a socket file nobody serves any longer
         return IPC_NOT_FOUND;
-    case EAGAIN:
-        return IPC_TIMEOUT;
-    case EMSGSIZE:
-        return IPC_INVALID_PARA;
+    case EAGAIN: return IPC_TIMEOUT;
+    case EMSGSIZE: return IPC_INVALID_PARA;
     case EACCES:
-    case EPERM:
-        return IPC_REJECT;
-    default:
-        return IPC_SYS_ERR;
+    case EPERM: return IPC_REJECT;
+    default: return IPC_SYS_ERR;
     }
 }
 
@@ -111,7 +107,8 @@ zp_sdk_ipc_ret_value send_datagram(int fd, const sockaddr_un *to, socklen_t tole
     const int err = errno;
     const zp_sdk_ipc_ret_value ret = send_errno(err);
     if (ret != IPC_NOT_FOUND)
-        IPC_LOG("send to %s failed: %s\n", to->sun_path[0] ? to->sun_path : "(reply socket)", std::strerror(err));
+        IPC_LOG("send to %s failed: %s\n", to->sun_path[0] ? to->sun_path : "(reply socket)",
+                std::strerror(err));
     return ret;
 }
 

@@ -18,7 +18,7 @@
 
 #define IPC_EXPORT extern "C" __attribute__((visibility("default")))
 
-#define IPC_LOG(fmt, ...) \
+#define IPC_LOG(fmt, ...)                                                                                    \
     log_print(ZP_LOG_INFO, "[%s:%s:%d]" fmt, __FILE_NAME__, __func__, __LINE__, ##__VA_ARGS__)
 
 namespace zp_ipc {

@@ -141,15 +141,17 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_asy(ipc_addr_t *addr, void *msg, zp
         const ReplySocket *r = reply_socket();
         fd = r != nullptr ? r->fd : -1;
     }
-    const zp_sdk_ipc_ret_value ret = fd >= 0 ? send_datagram(fd, &to, tolen, &head, payload, len) : IPC_SYS_ERR;
+    const zp_sdk_ipc_ret_value ret =
+        fd >= 0 ? send_datagram(fd, &to, tolen, &head, payload, len) : IPC_SYS_ERR;
     pthread_rwlock_unlock(&g_home_lock);
     return ret;
 }
 
-IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_syn(ipc_addr_t *addr, void *msg, zp_uint32 len, zp_uint32 timeout,
-                                                 void *rsp, size_t *rsp_len)
+IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_syn(ipc_addr_t *addr, void *msg, zp_uint32 len,
+                                                 zp_uint32 timeout, void *rsp, size_t *rsp_len)
 {
-    if (addr == nullptr || msg == nullptr || rsp == nullptr || rsp_len == nullptr || len > IPC_MSG_MAX_PAYLOAD)
+    if (addr == nullptr || msg == nullptr || rsp == nullptr || rsp_len == nullptr ||
+        len > IPC_MSG_MAX_PAYLOAD)
         return IPC_INVALID_PARA;
     sockaddr_un to;
     const socklen_t tolen = addr_len(addr, &to);
@@ -201,8 +203,8 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_syn(ipc_addr_t *addr, void *msg, zp
         } else if (const char *fault = datagram_fault(&in, static_cast<size_t>(n))) {
             IPC_LOG("dropped reply datagram of %zd bytes: %s\n", n, fault);
         } else if (in.msg_type != IPC_SYN_RSP || in.session_id != head.session_id) {
-            IPC_LOG("discarded message type %u session 0x%x while waiting for 0x%x\n", in.msg_type, in.session_id,
-                    head.session_id);
+            IPC_LOG("discarded message type %u session 0x%x while waiting for 0x%x\n", in.msg_type,
+                    in.session_id, head.session_id);
         } else {
             const size_t got = in.length < room ? in.length : room;
             in.length = static_cast<zp_uint32>(got);

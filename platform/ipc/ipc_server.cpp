@@ -152,7 +152,8 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_ha
     sockaddr_un me;
     const socklen_t melen = addr_len(&srv->addr, &me);
     srv->fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (srv->fd < 0 || bind(srv->fd, reinterpret_cast<sockaddr *>(&me), melen) != 0 || chmod(path, 0660) != 0) {
+    if (srv->fd < 0 || bind(srv->fd, reinterpret_cast<sockaddr *>(&me), melen) != 0 ||
+        chmod(path, 0660) != 0) {
         IPC_LOG("cannot serve %s: %s\n", path, std::strerror(errno));
         ret = (srv->fd >= 0 && errno == EADDRINUSE) ? IPC_REJECT : IPC_SYS_ERR;
         free_server(srv);

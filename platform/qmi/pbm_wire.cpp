@@ -551,7 +551,7 @@ constexpr uint32_t RESULT_ONLY = 1u << TLV_RESULT;
 template <typename T> const T &as(const void *p) { return *static_cast<const T *>(p); }
 template <typename T> T *as_mut(void *p) { return static_cast<T *>(p); }
 
-} // namespace
+}  // namespace
 
 void put_head(uint8_t *out, const FrameHead &head)
 {
@@ -606,17 +606,27 @@ bool c_struct_len(int kind, uint16_t msg_id, uint32_t *len)
 {
     uint32_t n = 0;
     switch (key(kind, msg_id)) {
-    case key(KIND_REQUEST, QMI_PBM_GET_PB_CAPABILITIES_REQ_V01): n = sizeof(pbm_get_pb_capabilities_req_msg_v01); break;
-    case key(KIND_RESPONSE, QMI_PBM_GET_PB_CAPABILITIES_RESP_V01): n = sizeof(pbm_get_pb_capabilities_resp_msg_v01); break;
+    case key(KIND_REQUEST, QMI_PBM_GET_PB_CAPABILITIES_REQ_V01):
+        n = sizeof(pbm_get_pb_capabilities_req_msg_v01);
+        break;
+    case key(KIND_RESPONSE, QMI_PBM_GET_PB_CAPABILITIES_RESP_V01):
+        n = sizeof(pbm_get_pb_capabilities_resp_msg_v01);
+        break;
     case key(KIND_REQUEST, QMI_PBM_READ_RECORDS_REQ_V01): n = sizeof(pbm_read_records_req_msg_v01); break;
     case key(KIND_RESPONSE, QMI_PBM_READ_RECORDS_RESP_V01): n = sizeof(pbm_read_records_resp_msg_v01); break;
     case key(KIND_INDICATION, QMI_PBM_RECORD_READ_IND_V01): n = sizeof(pbm_record_read_ind_msg_v01); break;
     case key(KIND_REQUEST, QMI_PBM_WRITE_RECORD_REQ_V01): n = sizeof(pbm_write_record_req_msg_v01); break;
     case key(KIND_RESPONSE, QMI_PBM_WRITE_RECORD_RESP_V01): n = sizeof(pbm_write_record_resp_msg_v01); break;
     case key(KIND_REQUEST, QMI_PBM_DELETE_RECORD_REQ_V01): n = sizeof(pbm_delete_record_req_msg_v01); break;
-    case key(KIND_RESPONSE, QMI_PBM_DELETE_RECORD_RESP_V01): n = sizeof(pbm_delete_record_resp_msg_v01); break;
-    case key(KIND_REQUEST, QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01): n = sizeof(pbm_delete_all_pb_records_req_msg_v01); break;
-    case key(KIND_RESPONSE, QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01): n = sizeof(pbm_delete_all_pb_records_resp_msg_v01); break;
+    case key(KIND_RESPONSE, QMI_PBM_DELETE_RECORD_RESP_V01):
+        n = sizeof(pbm_delete_record_resp_msg_v01);
+        break;
+    case key(KIND_REQUEST, QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01):
+        n = sizeof(pbm_delete_all_pb_records_req_msg_v01);
+        break;
+    case key(KIND_RESPONSE, QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01):
+        n = sizeof(pbm_delete_all_pb_records_resp_msg_v01);
+        break;
     default: return false;
     }
     *len = n;
@@ -641,7 +651,8 @@ int encode(int kind, uint16_t msg_id, const void *c, size_t c_len, std::vector<u
     case key(KIND_RESPONSE, 0x0005): return enc_record_id_resp(as<pbm_write_record_resp_msg_v01>(c), w);
     case key(KIND_REQUEST, 0x0006): return enc_delete_req(as<pbm_delete_record_req_msg_v01>(c), w);
     case key(KIND_RESPONSE, 0x0006): return enc_record_id_resp(as<pbm_delete_record_resp_msg_v01>(c), w);
-    case key(KIND_REQUEST, 0x0007): return enc_delete_all_req(as<pbm_delete_all_pb_records_req_msg_v01>(c), w);
+    case key(KIND_REQUEST, 0x0007):
+        return enc_delete_all_req(as<pbm_delete_all_pb_records_req_msg_v01>(c), w);
     default: return enc_delete_all_resp(as<pbm_delete_all_pb_records_resp_msg_v01>(c), w);
     }
 }
@@ -662,17 +673,20 @@ int decode(int kind, uint16_t msg_id, const uint8_t *tlv, size_t tlv_len, void *
         return rc;
     switch (key(kind, msg_id)) {
     case key(KIND_REQUEST, 0x0002): return dec_caps_req(set, as_mut<pbm_get_pb_capabilities_req_msg_v01>(c));
-    case key(KIND_RESPONSE, 0x0002): return dec_caps_resp(set, as_mut<pbm_get_pb_capabilities_resp_msg_v01>(c));
+    case key(KIND_RESPONSE, 0x0002):
+        return dec_caps_resp(set, as_mut<pbm_get_pb_capabilities_resp_msg_v01>(c));
     case key(KIND_REQUEST, 0x0004): return dec_read_req(set, as_mut<pbm_read_records_req_msg_v01>(c));
     case key(KIND_RESPONSE, 0x0004): return dec_read_resp(set, as_mut<pbm_read_records_resp_msg_v01>(c));
     case key(KIND_INDICATION, 0x0004): return dec_read_ind(set, as_mut<pbm_record_read_ind_msg_v01>(c));
     case key(KIND_REQUEST, 0x0005): return dec_write_req(set, as_mut<pbm_write_record_req_msg_v01>(c));
     case key(KIND_RESPONSE, 0x0005): return dec_record_id_resp(set, as_mut<pbm_write_record_resp_msg_v01>(c));
     case key(KIND_REQUEST, 0x0006): return dec_delete_req(set, as_mut<pbm_delete_record_req_msg_v01>(c));
-    case key(KIND_RESPONSE, 0x0006): return dec_record_id_resp(set, as_mut<pbm_delete_record_resp_msg_v01>(c));
-    case key(KIND_REQUEST, 0x0007): return dec_delete_all_req(set, as_mut<pbm_delete_all_pb_records_req_msg_v01>(c));
+    case key(KIND_RESPONSE, 0x0006):
+        return dec_record_id_resp(set, as_mut<pbm_delete_record_resp_msg_v01>(c));
+    case key(KIND_REQUEST, 0x0007):
+        return dec_delete_all_req(set, as_mut<pbm_delete_all_pb_records_req_msg_v01>(c));
     default: return dec_delete_all_resp(set, as_mut<pbm_delete_all_pb_records_resp_msg_v01>(c));
     }
 }
 
-} // namespace qmi_wire
+}  // namespace qmi_wire

@@ -56,6 +56,6 @@ std::string socket_path();
 /* One frame to a connected socket; false when the peer is gone. */
 bool send_frame(int fd, uint8_t kind, uint16_t txn, uint16_t msg_id, const std::vector<uint8_t> &tlv);
 
-} // namespace qmi_wire
+}  // namespace qmi_wire
 
 #endif /* PBM_WIRE_H */

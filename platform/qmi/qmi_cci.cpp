@@ -48,7 +48,7 @@ struct Pending {
     std::vector<uint8_t> tlv;
 };
 
-} // namespace
+}  // namespace
 
 struct qmi_client_struct {
     bool notifier = false;
@@ -59,7 +59,7 @@ struct qmi_client_struct {
     std::atomic<bool> stopping{false};
     std::thread thread;
 
-    std::mutex mu; // guards everything below
+    std::mutex mu;  // guards everything below
     std::condition_variable cv;
     bool gone = false;
     uint16_t next_txn = 1;
@@ -118,7 +118,7 @@ void notifier_loop(qmi_client_struct *c)
                     char b;
                     const ssize_t n = recv(fd, &b, 1, MSG_DONTWAIT);
                     if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR))
-                        break; // the service went away
+                        break;  // the service went away
                 }
             }
             close(fd);
@@ -139,7 +139,7 @@ void receive_loop(qmi_client_struct *c)
             break;
         qmi_wire::FrameHead head{};
         if (!qmi_wire::get_head(buf.data(), static_cast<size_t>(n), &head))
-            continue; // a torn or oversized frame is dropped
+            continue;  // a torn or oversized frame is dropped
         const uint8_t *tlv = buf.data() + qmi_wire::FRAME_HEAD_LEN;
         if (head.kind == qmi_wire::KIND_RESPONSE) {
             std::lock_guard<std::mutex> lk(c->mu);
@@ -164,12 +164,12 @@ void add_to_registry(qmi_client_struct *c)
     g_registry.insert(c);
 }
 
-} // namespace
+}  // namespace
 
 extern "C" {
 
-qmi_idl_service_object_type pbm_get_service_object_internal_v01(int32_t idl_maj_version, int32_t idl_min_version,
-                                                                 int32_t library_version)
+qmi_idl_service_object_type
+pbm_get_service_object_internal_v01(int32_t idl_maj_version, int32_t idl_min_version, int32_t library_version)
 {
     if (idl_maj_version != g_pbm_object.idl_major || idl_min_version != g_pbm_object.idl_minor ||
         library_version != g_pbm_object.tool_version)
@@ -228,7 +228,7 @@ qmi_client_error_type qmi_client_get_service_list(qmi_idl_service_object_type se
         for (unsigned int i = 0; i < n; ++i) {
             std::memset(&service_info_array[i], 0, sizeof service_info_array[i]);
             service_info_array[i].info[0] = SERVICE_ENTRY_MARK;
-            service_info_array[i].info[1] = i; // instance
+            service_info_array[i].info[1] = i;  // instance
         }
         *num_entries = n;
     }
@@ -262,7 +262,7 @@ qmi_client_error_type qmi_client_release(qmi_client_type user_handle)
         if (!user_handle || !g_registry.count(user_handle))
             return QMI_CLIENT_INVALID_CLNT;
         if (user_handle->thread.get_id() == std::this_thread::get_id())
-            return QMI_INTERNAL_ERR; // from inside the callback: it would wait for itself
+            return QMI_INTERNAL_ERR;  // from inside the callback: it would wait for itself
         g_registry.erase(user_handle);
     }
     qmi_client_struct *c = user_handle;
@@ -289,8 +289,8 @@ qmi_client_error_type qmi_client_send_msg_sync(qmi_client_type user_handle, unsi
     if (!is_live(user_handle, false))
         return QMI_CLIENT_INVALID_CLNT;
     uint32_t resp_need = 0;
-    if (msg_id > 0xffffu || !qmi_wire::c_struct_len(qmi_wire::KIND_RESPONSE, static_cast<uint16_t>(msg_id),
-                                                    &resp_need))
+    if (msg_id > 0xffffu ||
+        !qmi_wire::c_struct_len(qmi_wire::KIND_RESPONSE, static_cast<uint16_t>(msg_id), &resp_need))
         return QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND;
     if (!resp_c_struct || resp_c_struct_len < resp_need)
         return QMI_IDL_LIB_BUFFER_TOO_SMALL;
@@ -329,16 +329,16 @@ qmi_client_error_type qmi_client_send_msg_sync(qmi_client_type user_handle, unsi
 }
 
 qmi_client_error_type qmi_client_message_decode(qmi_client_type user_handle,
-                                                qmi_idl_type_of_message_type req_resp_ind, unsigned int message_id,
-                                                const void *p_src, unsigned int src_len, void *p_dst,
-                                                unsigned int dst_len)
+                                                qmi_idl_type_of_message_type req_resp_ind,
+                                                unsigned int message_id, const void *p_src,
+                                                unsigned int src_len, void *p_dst, unsigned int dst_len)
 {
     if (!is_live(user_handle, false))
         return QMI_CLIENT_INVALID_CLNT;
     if (message_id > 0xffffu || req_resp_ind < QMI_IDL_REQUEST || req_resp_ind > QMI_IDL_INDICATION)
         return QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND;
-    return qmi_wire::decode(req_resp_ind, static_cast<uint16_t>(message_id), static_cast<const uint8_t *>(p_src),
-                            src_len, p_dst, dst_len);
+    return qmi_wire::decode(req_resp_ind, static_cast<uint16_t>(message_id),
+                            static_cast<const uint8_t *>(p_src), src_len, p_dst, dst_len);
 }
 
-} // extern "C"
+}  // extern "C"

@@ -4,8 +4,8 @@
 
 #include <cstdio>
 #include <fstream>
-#include <memory>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -82,17 +82,24 @@ TEST_F(ImportExport, LinesParseAsNumberNameEmail)
         {"two fields keep the line feed", "123,Alice\n2,B", {"1:123|Alice\n|", "2:2|B|"}},
         {"trailing comma is an empty e-mail", "123,Alice,\n", {"1:123|Alice|"}},
         {"invalid lines skipped", "no comma\n\n,Alice,x\n123,,x\n5,Eve,e\n", {"1:5|Eve|e"}},
-        {"spaces stay in number and name, e-mail ends at a space", " 1 2 , Al ice ,  a@b c\r\n",
+        {"spaces stay in number and name, e-mail ends at a space",
+         " 1 2 , Al ice ,  a@b c\r\n",
          {"1: 1 2 | Al ice |a@b"}},
         // A comma inside a name shifts the rest into the e-mail field.
         {"comma in name", "123,Smith, John,x\n", {"1:123|Smith|John,x"}},
-        {"long fields cut to 50 bytes", k60 + "," + k60 + "," + k60 + "\n", {"1:" + k50 + "|" + k50 + "|" + k50}},
+        {"long fields cut to 50 bytes",
+         k60 + "," + k60 + "," + k60 + "\n",
+         {"1:" + k50 + "|" + k50 + "|" + k50}},
         // A cut at byte 50 would split the last kept character of these.
-        {"long Cyrillic name cut between characters", "1,x" + times(kZhe, 26) + "\n", {"1:1|x" + times(kZhe, 24) + "|"}},
-        {"long Chinese name never ends in half a character", "1,x" + times(kZhong, 17) + ",c\n",
+        {"long Cyrillic name cut between characters",
+         "1,x" + times(kZhe, 26) + "\n",
+         {"1:1|x" + times(kZhe, 24) + "|"}},
+        {"long Chinese name never ends in half a character",
+         "1,x" + times(kZhong, 17) + ",c\n",
          {"1:1|x" + times(kZhong, 16) + "|c"}},
         // A line longer than 511 characters is read in pieces, each one a line.
-        {"long line read in pieces", "1," + std::string(509, 'a') + "9,Bob,b\n",
+        {"long line read in pieces",
+         "1," + std::string(509, 'a') + "9,Bob,b\n",
          {"1:1|" + std::string(50, 'a') + "|", "2:9|Bob|b"}},
     };
     for (const auto &c : cases) {
@@ -150,7 +157,8 @@ TEST_F(ImportExport, RefusedImportsAndExportsChangeNothing)
     };
     for (const auto &c : cases) {
         const auto type = static_cast<storage_type_t>(c.type);
-        EXPECT_EQ(c.import ? simlib_pb_import(c.path, type) : simlib_pb_export(c.path, type, c.array, 1), c.rc)
+        EXPECT_EQ(c.import ? simlib_pb_import(c.path, type) : simlib_pb_export(c.path, type, c.array, 1),
+                  c.rc)
             << c.import << " " << c.type;
         EXPECT_EQ(load(STORAGE_TYPE_FLASH), std::vector<std::string>{"1:1|One|"});
         EXPECT_FALSE(exists(kText));

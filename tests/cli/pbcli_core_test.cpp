@@ -42,7 +42,8 @@ TEST(ParseArgs, RefusesWhatTheServiceWouldMisread)
 TEST(ParseArgs, TakesOptionsAnywhereInBothSpellings)
 {
     Args a;
-    ASSERT_EQ(parse({"edit", "sim", "17", "--name=Zoë", "-j", "-N", "+4930", "--email", "", "-w", "2.5"}, &a), "");
+    ASSERT_EQ(parse({"edit", "sim", "17", "--name=Zoë", "-j", "-N", "+4930", "--email", "", "-w", "2.5"}, &a),
+              "");
     EXPECT_EQ(a.cmd, Cmd::EDIT);
     EXPECT_TRUE(a.json);
     EXPECT_EQ(a.type, STORAGE_TYPE_SIM);
@@ -77,7 +78,7 @@ TEST(Json, StringsAlwaysParseWhateverTheBytes)
 
 TEST(Table, ColumnsLineUpWithWideAndEscapedText)
 {
-    std::vector<pb_flash_info> v(3);  // zero-filled
+    std::vector<pb_flash_info> v(3);                         // zero-filled
     const char *names[] = {"王小明", "Zoë", "e\xCC\x81\n"};  // wide; accent; combining accent and line feed
     for (int i = 0; i < 3; ++i) {
         v[i].index = i + 1;
@@ -88,12 +89,11 @@ TEST(Table, ColumnsLineUpWithWideAndEscapedText)
     print_table(out, STORAGE_TYPE_SIM, v);
     // Chinese characters take two columns, a combining accent none; a line
     // feed is shown escaped so that one entry stays on one line.
-    EXPECT_EQ(out.str(),
-              "SIM phonebook: 3 entries\n"
-              "Index  SIM  Name    Number  E-mail\n"
-              "    1    0  王小明  +1\n"
-              "    2    0  Zoë     +1\n"
-              "    3    0  e\xCC\x81\\n     +1\n");
+    EXPECT_EQ(out.str(), "SIM phonebook: 3 entries\n"
+                         "Index  SIM  Name    Number  E-mail\n"
+                         "    1    0  王小明  +1\n"
+                         "    2    0  Zoë     +1\n"
+                         "    3    0  e\xCC\x81\\n     +1\n");
 }
 
 }  // namespace

@@ -146,7 +146,8 @@ TEST_F(PbcliE2e, SimListShowsEveryScriptAndChangesReachTheCard)
     std::string got;
     for (int i = 0; i < 5; ++i) {
         const std::string e = "entries." + std::to_string(i) + ".";
-        got += r.js[e + "index"] + "/" + r.js[e + "sim_index"] + " " + r.js[e + "name"] + " " + r.js[e + "number"] + "\n";
+        got += r.js[e + "index"] + "/" + r.js[e + "sim_index"] + " " + r.js[e + "name"] + " " +
+               r.js[e + "number"] + "\n";
     }
     EXPECT_EQ(got, "1/1 Zoë Müller +4930123456\n2/2 Анна Каренина 84957654321\n3/4 王小明 +8613800138000\n"
                    "4/5 Emergency 112\n5/7 Balance *100#\n");
@@ -175,7 +176,8 @@ TEST_F(PbcliE2e, SimListShowsEveryScriptAndChangesReachTheCard)
 TEST_F(PbcliE2e, SeveralIndexesAreDoneAndTheMissingOnesReported)
 {
     const std::string csv = kWork + "/e2e_import.csv", out = kWork + "/e2e_export.csv";
-    std::ofstream(csv) << "+491711234567,Jürgen Groß,j@example.de\n+74957654321,Ольга,\n+861087654321,李娜,\n";
+    std::ofstream(csv)
+        << "+491711234567,Jürgen Groß,j@example.de\n+74957654321,Ольга,\n+861087654321,李娜,\n";
     ASSERT_EQ(pbcli({"import", csv}).js["imported"], "3");
 
     Outcome exp = pbcli({"export", "device", out, "3", "1", "9"});

@@ -88,7 +88,8 @@ void respond(void *msg, void *ctx)
     if (h->msg_id == kEcho || h->msg_id == kSlow)
         answer(msg, inverted(Bytes(in, in + h->length)));
     if (h->msg_id == kCount)
-        answer(msg, Bytes(reinterpret_cast<zp_uint8 *>(r->counts), reinterpret_cast<zp_uint8 *>(r->counts + 2)));
+        answer(msg,
+               Bytes(reinterpret_cast<zp_uint8 *>(r->counts), reinterpret_cast<zp_uint8 *>(r->counts + 2)));
     ++r->counts[0];
 }
 
@@ -113,7 +114,7 @@ struct Result {
     ipc_msg_head_t head;
     Bytes payload;
     zp_uint32 session;
-    bool past_room; // bytes written beyond the caller's room
+    bool past_room;  // bytes written beyond the caller's room
 };
 
 Result exchange(zp_uint32 msg_id, const Bytes &payload, size_t room, zp_uint32 timeout_ms)
@@ -126,7 +127,10 @@ Result exchange(zp_uint32 msg_id, const Bytes &payload, size_t room, zp_uint32 t
     *h = {IPC_ASY_MSG, msg_id, static_cast<zp_uint32>(payload.size()), 0};
     ipc_gen_seesion_id(h);
     size_t rsp_len = room;
-    Result r{ipc_msg_send_syn(&to, req.data(), h->length, timeout_ms, rsp.data(), &rsp_len), {}, {}, h->session_id,
+    Result r{ipc_msg_send_syn(&to, req.data(), h->length, timeout_ms, rsp.data(), &rsp_len),
+             {},
+             {},
+             h->session_id,
              rsp_len > room || Bytes(rsp.end() - 64, rsp.end()) != Bytes(64, 0xEE)};
     std::memcpy(&r.head, rsp.data(), sizeof(r.head));
     if (r.rc == IPC_OK)
@@ -148,7 +152,8 @@ protected:
         ipc_addr_t a;
         ipc_get_addr_by_id(MU_ID, 0, &a);
         const int probe = socket(AF_UNIX, SOCK_DGRAM, 0);
-        for (int i = 0; i < 500 && connect(probe, reinterpret_cast<sockaddr *>(&a.addr), sizeof(a.addr)) != 0; ++i)
+        for (int i = 0; i < 500 && connect(probe, reinterpret_cast<sockaddr *>(&a.addr), sizeof(a.addr)) != 0;
+             ++i)
             usleep(10000);
         close(probe);
     }
@@ -228,13 +233,13 @@ Bytes datagram(zp_uint32 type, zp_uint32 length, size_t payload)
 TEST_F(IpcExchange, MalformedDatagramsAreDroppedWithoutReachingTheHandler)
 {
     const Bytes cases[] = {
-        {},                                          // empty
-        Bytes(10, 1),                                // short head
-        datagram(IPC_ASY_MSG, 100, 20),              // length beyond what arrived
-        datagram(IPC_SYN_REQ, 4, 8),                 // length short of what arrived
-        datagram(0xFFFFFFF0u, 8, 8),                 // no such type
-        datagram(IPC_INNER_MQ, 8, 8),                // queue-only type
-        datagram(IPC_ASY_MSG, 0xFFFFFFF0u, 8),       // absurd length
+        {},                                     // empty
+        Bytes(10, 1),                           // short head
+        datagram(IPC_ASY_MSG, 100, 20),         // length beyond what arrived
+        datagram(IPC_SYN_REQ, 4, 8),            // length short of what arrived
+        datagram(0xFFFFFFF0u, 8, 8),            // no such type
+        datagram(IPC_INNER_MQ, 8, 8),           // queue-only type
+        datagram(IPC_ASY_MSG, 0xFFFFFFF0u, 8),  // absurd length
         datagram(IPC_ASY_MSG, IPC_MSG_MAX_PAYLOAD + 1, IPC_MSG_MAX_PAYLOAD + 1),  // oversized
     };
     ipc_addr_t to;
@@ -246,7 +251,8 @@ TEST_F(IpcExchange, MalformedDatagramsAreDroppedWithoutReachingTheHandler)
     close(fd);
     const Result r = exchange(kCount, {}, 8, 2000);
     ASSERT_EQ(r.payload.size(), 8u);
-    EXPECT_EQ(r.payload, Bytes(8, 0)) << "a malformed datagram reached the handler, or a request its reply address";
+    EXPECT_EQ(r.payload, Bytes(8, 0))
+        << "a malformed datagram reached the handler, or a request its reply address";
 }
 
 }  // namespace

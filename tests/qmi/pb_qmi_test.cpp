@@ -71,9 +71,9 @@ pbm_sim::Card card_of(unsigned filled, uint16_t max = 250)
     c.max_records = max;
     c.max_name_len = 120;
     c.max_num_len = 40;
-    for (unsigned i = 1; i <= filled; ++i) // every other record, so indexes and record numbers differ
-        c.records[static_cast<uint16_t>(2 * i)] = {u"n" + std::u16string(1, static_cast<char16_t>(u'a' + i % 26)),
-                                                  std::to_string(1000 + i)};
+    for (unsigned i = 1; i <= filled; ++i)  // every other record, so indexes and record numbers differ
+        c.records[static_cast<uint16_t>(2 * i)] = {
+            u"n" + std::u16string(1, static_cast<char16_t>(u'a' + i % 26)), std::to_string(1000 + i)};
     return c;
 }
 
@@ -112,7 +112,8 @@ protected:
         std::vector<uint8_t> payload;
         while (g_sim_module.pb_sim_read_flag == 2 && forwarded.pop(&payload, seconds(5))) {
             EXPECT_EQ(sizeof(pbm_record_read_ind_msg_v01), payload.size());
-            EXPECT_EQ(PB_RCODE_OK, pb_qmi_read_cb(reinterpret_cast<pbm_record_read_ind_msg_v01 *>(payload.data())));
+            EXPECT_EQ(PB_RCODE_OK,
+                      pb_qmi_read_cb(reinterpret_cast<pbm_record_read_ind_msg_v01 *>(payload.data())));
             ++n;
         }
         return n;
@@ -165,7 +166,7 @@ TEST_F(PbQmi, ReadOfTwentyFiveRecordsEndsWithTheThirdIndicationInTheSystemForm)
     pbm_sim::Card card = card_of(25);
     card.records[2] = {u"AB", "+123"};
     card.records[4] = {u"", "123"};
-    card.records[6] = {std::u16string(20, u'\u20AC'), "12P3W*#T"}; // 60 bytes of UTF-8
+    card.records[6] = {std::u16string(20, u'\u20AC'), "12P3W*#T"};  // 60 bytes of UTF-8
     card.records[8] = {std::u16string(120, u'z'), "+" + std::string(40, '9')};
     start(card);
     ASSERT_EQ(0, pb_qmi_get_all());
@@ -179,10 +180,11 @@ TEST_F(PbQmi, ReadOfTwentyFiveRecordsEndsWithTheThirdIndicationInTheSystemForm)
     ASSERT_EQ(25u, f.size());
     const struct {
         std::string name, num;
-    } forms[] = {{"AB", "+123"},
-                 {"", "123"}, // an empty name is stored all the same
-                 {pbm_sim::ucs2_to_utf8(std::u16string(16, u'\u20AC')), "12P3W*#T"}, // cut at a whole character
-                 {std::string(50, 'z'), "+" + std::string(40, '9')}};
+    } forms[] = {
+        {"AB", "+123"},
+        {"", "123"},  // an empty name is stored all the same
+        {pbm_sim::ucs2_to_utf8(std::u16string(16, u'\u20AC')), "12P3W*#T"},  // cut at a whole character
+        {std::string(50, 'z'), "+" + std::string(40, '9')}};
     for (uint32_t i = 0; i < 25; ++i) {
         EXPECT_EQ(i + 1, f[i].index);
         EXPECT_EQ(2 * (i + 1), f[i].sim_index);
@@ -198,8 +200,8 @@ TEST_F(PbQmi, FaultyIndicationsAreDroppedAndTheReadStillCompletes)
     start(card_of(11));
     pb_flash_info probe{};
     probe.sim_index = 999;
-    EXPECT_EQ(-1, pb_qmi_del_entry(&probe)); // a request first, so the connection is in place
-    sim.send_raw_indication(0x0004, {0x01, 0x09, 0x00, 1, 0, 6, 0, 0, 0, 1, 0, 11}); // 11 records
+    EXPECT_EQ(-1, pb_qmi_del_entry(&probe));  // a request first, so the connection is in place
+    sim.send_raw_indication(0x0004, {0x01, 0x09, 0x00, 1, 0, 6, 0, 0, 0, 1, 0, 11});  // 11 records
     sim.send_raw_indication(0x0004, {0x01, 0xFF, 0xFF});
     sim.send_raw_indication(0x0009, {});
     std::vector<uint8_t> payload;
@@ -211,7 +213,7 @@ TEST_F(PbQmi, FaultyIndicationsAreDroppedAndTheReadStillCompletes)
     EXPECT_EQ(11u, sim_file().size());
 
     auto *bad = new pbm_record_read_ind_msg_v01{};
-    bad->basic_record_data.record_instances_len = 11; // as if corrupted on the way
+    bad->basic_record_data.record_instances_len = 11;  // as if corrupted on the way
     EXPECT_NE(PB_RCODE_OK, pb_qmi_read_cb(bad));
     delete bad;
     EXPECT_EQ(11u, sim_file().size());
@@ -237,7 +239,7 @@ TEST_F(PbQmi, WritesSendThePbmFormAndFailWithoutARecordOrAModem)
     start(card);
     const struct {
         const char *name;
-        std::string num, sent_name, sent_num; // names go UCS-2 low byte first
+        std::string num, sent_name, sent_num;  // names go UCS-2 low byte first
     } cases[] = {
         {"AB", "+4930P1W2", std::string("A\0B\0", 4), "+4930e1?2"},
         {"", "1", "", "1"},
@@ -287,4 +289,4 @@ TEST_F(PbQmi, WritesSendThePbmFormAndFailWithoutARecordOrAModem)
     EXPECT_EQ(0, g_sim_module.pb_sim_read_flag);
 }
 
-} // namespace
+}  // namespace

@@ -42,8 +42,8 @@ void on_indication(qmi_client_type h, unsigned long id, unsigned char *buf, int 
 {
     auto *ind = static_cast<Indications *>(data);
     auto *m = new pbm_record_read_ind_msg_v01;
-    if (qmi_client_message_decode(h, QMI_IDL_INDICATION, static_cast<unsigned>(id), buf, static_cast<unsigned>(len),
-                                  m, sizeof *m) == 0) {
+    if (qmi_client_message_decode(h, QMI_IDL_INDICATION, static_cast<unsigned>(id), buf,
+                                  static_cast<unsigned>(len), m, sizeof *m) == 0) {
         std::lock_guard<std::mutex> lk(ind->mu);
         ind->thread = std::this_thread::get_id();
         ind->decoded.push_back(*m);
@@ -94,8 +94,9 @@ TEST_F(QmiClient, RefusesWhatItDoesNotKnow)
     const int32_t other[][3] = {{1, 15, 6}, {1, 17, 6}, {2, 16, 6}, {1, 16, 5}, {1, 16, 7}};
     for (const auto &v : other)
         EXPECT_EQ(nullptr, pbm_get_service_object_internal_v01(v[0], v[1], v[2])) << v[1];
-    uint32_t len = 0; // sizes of known messages are checked by the module at init
-    EXPECT_EQ(QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND, qmi_idl_get_message_c_struct_len(svc, QMI_IDL_INDICATION, 0x0009, &len));
+    uint32_t len = 0;  // sizes of known messages are checked by the module at init
+    EXPECT_EQ(QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND,
+              qmi_idl_get_message_c_struct_len(svc, QMI_IDL_INDICATION, 0x0009, &len));
 
     unsigned services = 7;
     EXPECT_NE(QMI_NO_ERR, qmi_client_get_service_list(svc, nullptr, nullptr, &services));
@@ -103,7 +104,7 @@ TEST_F(QmiClient, RefusesWhatItDoesNotKnow)
     qmi_service_info info[3];
     std::memset(info, 0, sizeof info);
     EXPECT_NE(QMI_NO_ERR, qmi_client_init(&info[0], svc, on_indication, &inds, nullptr, &client));
-    static qmi_client_os_params os; // lives until the notifier is released
+    static qmi_client_os_params os;  // lives until the notifier is released
     std::memset(&os, 0, sizeof os);
     qmi_client_type notifier = nullptr;
     ASSERT_EQ(QMI_NO_ERR, qmi_client_notifier_init(svc, &os, &notifier));
@@ -125,7 +126,7 @@ TEST_F(QmiClient, CardRefusesWhatItCannotStoreAndReadsBackInPbmForm)
         uint16_t id;
         const char *number;
         uint32_t name_len;
-        int error; // 0: written
+        int error;  // 0: written
         uint16_t record;
     } cases[] = {
         {"add picks record 1", 0, "+123456", 8, 0, 1},
@@ -140,8 +141,15 @@ TEST_F(QmiClient, CardRefusesWhatItCannotStoreAndReadsBackInPbmForm)
     };
     for (const Case &c : cases) {
         pbm_write_record_req_msg_v01 req{};
-        req.record_information = {SLOT1, 1, c.id, PBM_NUM_TYPE_UNKNOWN_V01, PBM_NUM_PLAN_UNKNOWN_V01,
-                                  static_cast<uint32_t>(std::strlen(c.number)), "", c.name_len, "A\0B\0C\0D\0E"};
+        req.record_information = {SLOT1,
+                                  1,
+                                  c.id,
+                                  PBM_NUM_TYPE_UNKNOWN_V01,
+                                  PBM_NUM_PLAN_UNKNOWN_V01,
+                                  static_cast<uint32_t>(std::strlen(c.number)),
+                                  "",
+                                  c.name_len,
+                                  "A\0B\0C\0D\0E"};
         std::memcpy(req.record_information.number, c.number, std::strlen(c.number));
         pbm_write_record_resp_msg_v01 rsp{};
         ASSERT_EQ(QMI_NO_ERR, send(0x0005, req, &rsp)) << c.what;
@@ -156,7 +164,12 @@ TEST_F(QmiClient, CardRefusesWhatItCannotStoreAndReadsBackInPbmForm)
     pbm_read_records_resp_msg_v01 rsp{};
     ASSERT_EQ(QMI_NO_ERR, send(0x0004, pbm_read_records_req_msg_v01{{SLOT1, 1, 1, 3}}, &rsp));
     EXPECT_EQ(3, rsp.num_of_recs);
-    for (int i = 0; i < 500 && [&] { std::lock_guard<std::mutex> lk(inds.mu); return inds.decoded.empty(); }(); ++i)
+    for (int i = 0; i < 500 &&
+                    [&] {
+                        std::lock_guard<std::mutex> lk(inds.mu);
+                        return inds.decoded.empty();
+                    }();
+         ++i)
         std::this_thread::sleep_for(milliseconds(10));
     std::lock_guard<std::mutex> lk(inds.mu);
     ASSERT_EQ(1u, inds.decoded.size());
@@ -198,8 +211,8 @@ TEST_F(QmiClient, SlowSilentOrVanishingServiceIsAnErrorResult)
     stopper.join();
     EXPECT_EQ(QMI_SERVICE_ERR, send(0x0002, req, &rsp, 100));
     EXPECT_EQ(QMI_IDL_LIB_BUFFER_TOO_SMALL,
-              qmi_client_send_msg_sync(client, 0x0002, const_cast<pbm_get_pb_capabilities_req_msg_v01 *>(&req), 8,
-                                       &rsp, 71, 100));
+              qmi_client_send_msg_sync(
+                  client, 0x0002, const_cast<pbm_get_pb_capabilities_req_msg_v01 *>(&req), 8, &rsp, 71, 100));
 }
 
 // The daemon's own test saves and loads a good card file.
@@ -208,9 +221,10 @@ TEST(PbmCardFile, BadLinesAreNamed)
     const std::string path = ::testing::TempDir() + "pbm_card_test.txt";
     pbm_sim::Card back;
     std::string error;
-    for (const char *bad : {"1,123,no card line\n", "card 0 14 20\n", "card 10 14 20\n11,123,beyond the card\n",
-                            "card 10 14 20\n1,12a,bad digit\n", "card 10 14 20\n1,123,one\n1,456,repeated\n",
-                            "card 10 14 20\n1,123\n", "card 10 14 20\n1,123,\xF0\x9F\x98\x80\n"}) {
+    for (const char *bad :
+         {"1,123,no card line\n", "card 0 14 20\n", "card 10 14 20\n11,123,beyond the card\n",
+          "card 10 14 20\n1,12a,bad digit\n", "card 10 14 20\n1,123,one\n1,456,repeated\n",
+          "card 10 14 20\n1,123\n", "card 10 14 20\n1,123,\xF0\x9F\x98\x80\n"}) {
         std::ofstream(path, std::ios::trunc) << bad;
         EXPECT_FALSE(pbm_sim::load_card(path, &back, &error)) << bad;
         EXPECT_FALSE(error.empty());
@@ -218,7 +232,7 @@ TEST(PbmCardFile, BadLinesAreNamed)
     std::remove(path.c_str());
 }
 
-} // namespace
+}  // namespace
 
 #ifdef PBM_SIMD
 #include <signal.h>
@@ -246,13 +260,14 @@ TEST(PbmSimd, ServesACardFileAndSavesEveryChange)
     qmi_service_info info[1];
     unsigned entries = 1, services = 0;
     for (int i = 0; i < 500 && qmi_client_get_service_list(svc, info, &entries, &services) != 0; ++i) {
-        entries = 1; // a failed query reports no entry
+        entries = 1;  // a failed query reports no entry
         std::this_thread::sleep_for(milliseconds(10));
     }
     qmi_client_type client = nullptr;
     ASSERT_EQ(QMI_NO_ERR, qmi_client_init(&info[0], svc, nullptr, nullptr, nullptr, &client));
     pbm_write_record_req_msg_v01 req{};
-    req.record_information = {SLOT1, 1, 0, PBM_NUM_TYPE_UNKNOWN_V01, PBM_NUM_PLAN_UNKNOWN_V01, 3, "4e5", 2, "B"};
+    req.record_information = {SLOT1, 1, 0,  PBM_NUM_TYPE_UNKNOWN_V01, PBM_NUM_PLAN_UNKNOWN_V01, 3,
+                              "4e5", 2, "B"};
     pbm_write_record_resp_msg_v01 rsp{};
     ASSERT_EQ(QMI_NO_ERR, qmi_client_send_msg_sync(client, 0x0005, &req, sizeof req, &rsp, sizeof rsp, 2000));
     EXPECT_EQ(2, rsp.record_id);
@@ -275,5 +290,5 @@ TEST(PbmSimd, ServesACardFileAndSavesEveryChange)
     EXPECT_EQ("+123P4", back.records.at(1).number);
 }
 
-} // namespace
+}  // namespace
 #endif

@@ -42,9 +42,9 @@ pbm_record_read_ind_msg_v01 full_indication()
         pbm_record_instance_type_v01 &r = b.record_instances[i];
         r.record_id = static_cast<uint16_t>(100 + i);
         r.num_type = PBM_NUM_TYPE_INTERNATIONAL_V01;
-        r.number_len = 40; // full: no room for a terminator
+        r.number_len = 40;  // full: no room for a terminator
         std::memset(r.number, '0' + i, 40);
-        r.name_len = 241; // odd bound
+        r.name_len = 241;  // odd bound
         std::memset(r.name, 'a' + i, 241);
     }
     return ind;
@@ -65,11 +65,12 @@ TEST(PbmWire, EveryMessageSurvivesEncodeAndDecode)
     caps.num_pb_sets_valid = 1;
     caps.num_pb_sets = 0xBEEF;
     expect_round_trip(KIND_RESPONSE, 0x0002, caps);
-    expect_round_trip(KIND_REQUEST, 0x0004, pbm_read_records_req_msg_v01{{PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01, 1, 1, 1000}});
+    expect_round_trip(KIND_REQUEST, 0x0004,
+                      pbm_read_records_req_msg_v01{{PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01, 1, 1, 1000}});
     expect_round_trip(KIND_INDICATION, 0x0004, full_indication(), true);
 
     pbm_write_record_req_msg_v01 w;
-    std::memset(&w, 0, sizeof w); // padding too: compared byte for byte
+    std::memset(&w, 0, sizeof w);  // padding too: compared byte for byte
     w.record_information.record_id = 77;
     w.record_information.number_len = 3;
     std::memcpy(w.record_information.number, "1e?", 3);
@@ -77,7 +78,8 @@ TEST(PbmWire, EveryMessageSurvivesEncodeAndDecode)
     std::memcpy(w.record_information.name, "A\0B\0", 4);
     expect_round_trip(KIND_REQUEST, 0x0005, w, true);
     expect_round_trip(KIND_RESPONSE, 0x0005, pbm_write_record_resp_msg_v01{{}, 1, 42});
-    expect_round_trip(KIND_RESPONSE, 0x0006, pbm_delete_record_resp_msg_v01{{QMI_RESULT_FAILURE_V01, QMI_ERR_NO_ENTRY_V01}, 0, 0});
+    expect_round_trip(KIND_RESPONSE, 0x0006,
+                      pbm_delete_record_resp_msg_v01{{QMI_RESULT_FAILURE_V01, QMI_ERR_NO_ENTRY_V01}, 0, 0});
 }
 
 // One record instance on the wire: id, num_type, num_plan, number, name.
@@ -123,15 +125,17 @@ TEST(PbmWire, MalformedIndicationsFailWithoutOverrun)
         {"number of 41 bytes", basic(1, instance(41, 2)), QMI_IDL_LIB_ARRAY_TOO_BIG},
         {"name of 242 bytes", basic(1, instance(3, 242)), QMI_IDL_LIB_ARRAY_TOO_BIG},
         {"count above the records sent", basic(2, instance(3, 4)), QMI_IDL_LIB_LENGTH_INCONSISTENCY},
-        {"bytes left in the record TLV", basic(1, concat(instance(3, 4), {0})), QMI_IDL_LIB_LENGTH_INCONSISTENCY},
+        {"bytes left in the record TLV", basic(1, concat(instance(3, 4), {0})),
+         QMI_IDL_LIB_LENGTH_INCONSISTENCY},
         {"record TLV twice", concat(one, one), QMI_IDL_LIB_TLV_DUPLICATED},
         {"unknown mandatory TLV", concat(one, {0x03, 0x00, 0x00}), QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV},
         {"unknown optional TLV is skipped", concat(one, {0x7F, 0x02, 0x00, 0xAA, 0xBB}), 0},
     };
     for (const auto &c : cases) {
-        std::vector<uint8_t> heap(c.tlv); // exact-size heap copy: a read past it trips the address sanitizer
+        std::vector<uint8_t> heap(c.tlv);  // exact-size heap copy: a read past it trips the address sanitizer
         auto *out = new pbm_record_read_ind_msg_v01;
-        EXPECT_EQ(c.error, qmi_wire::decode(KIND_INDICATION, 0x0004, heap.data(), heap.size(), out, sizeof *out))
+        EXPECT_EQ(c.error,
+                  qmi_wire::decode(KIND_INDICATION, 0x0004, heap.data(), heap.size(), out, sizeof *out))
             << c.what;
         delete out;
     }
@@ -141,7 +145,8 @@ TEST(PbmWire, RefusesWhatTheStructureCannotHold)
 {
     pbm_record_read_ind_msg_v01 ind = full_indication();
     std::vector<uint8_t> tlv;
-    EXPECT_EQ(QMI_IDL_LIB_BUFFER_TOO_SMALL, qmi_wire::encode(KIND_INDICATION, 0x0004, &ind, sizeof ind - 1, tlv));
+    EXPECT_EQ(QMI_IDL_LIB_BUFFER_TOO_SMALL,
+              qmi_wire::encode(KIND_INDICATION, 0x0004, &ind, sizeof ind - 1, tlv));
     ind.basic_record_data.record_instances_len = 11;
     EXPECT_EQ(QMI_IDL_LIB_ARRAY_TOO_BIG, qmi_wire::encode(KIND_INDICATION, 0x0004, &ind, sizeof ind, tlv));
     ind.basic_record_data.record_instances_len = 1;
@@ -155,4 +160,4 @@ TEST(PbmWire, RefusesWhatTheStructureCannotHold)
               qmi_wire::decode(KIND_INDICATION, 0x0005, ok.data(), ok.size(), &ind, sizeof ind));
 }
 
-} // namespace
+}  // namespace

@@ -84,8 +84,7 @@ inline void remove_books()
         std::remove((PB_DATA_DIR + std::string(f)).c_str());
 }
 
-template <typename Pred>
-bool wait_until(Pred pred, int ms)
+template <typename Pred> bool wait_until(Pred pred, int ms)
 {
     auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
     for (; !pred(); std::this_thread::sleep_for(std::chrono::milliseconds(5)))
@@ -171,16 +170,16 @@ struct raw_peer {
         const ipc_msg_head_t head{type, id, len, session};
         std::memcpy(d.data(), &head, sizeof head);
         std::memcpy(d.data() + IPC_MSG_HEAD_LEN, payload, len);
-        return sendto(fd_, d.data(), d.size(), 0, reinterpret_cast<const sockaddr *>(&to.addr), sizeof to.addr) ==
-               static_cast<ssize_t>(d.size());
+        return sendto(fd_, d.data(), d.size(), 0, reinterpret_cast<const sockaddr *>(&to.addr),
+                      sizeof to.addr) == static_cast<ssize_t>(d.size());
     }
 
     raw_reply receive(int ms)
     {
         raw_reply r{};
         pollfd p{fd_, POLLIN, 0};
-        r.arrived = poll(&p, 1, ms) == 1 && recv(fd_, &r, offsetof(raw_reply, arrived), 0) >=
-                                              static_cast<ssize_t>(IPC_MSG_HEAD_LEN);
+        r.arrived = poll(&p, 1, ms) == 1 &&
+                    recv(fd_, &r, offsetof(raw_reply, arrived), 0) >= static_cast<ssize_t>(IPC_MSG_HEAD_LEN);
         return r;
     }
 

@@ -54,15 +54,19 @@ protected:
 TEST_F(HostProcess, SeveralClientProcessesAtOnce)
 {
     int num = 0;
-    auto read = [&] { return simlib_pb_read_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_GETALL, &num) != nullptr; };
+    auto read = [&] {
+        return simlib_pb_read_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_GETALL, &num) != nullptr;
+    };
     ASSERT_TRUE(pbt::wait_until(read, 10000));
     ASSERT_EQ(num, static_cast<int>(kFilled));
     constexpr size_t kClients = 4, kDeviceAdds = 20, kSimAdds = 5;
     std::deque<pbt::child> clients;
     for (size_t c = 0; c < kClients; ++c) {
         const std::string id = std::to_string(c);
-        clients.emplace_back(std::vector<std::string>{PB_CLIENT_BIN, "flash", "d" + id, std::to_string(kDeviceAdds)});
-        clients.emplace_back(std::vector<std::string>{PB_CLIENT_BIN, "sim", "s" + id, std::to_string(kSimAdds)});
+        clients.emplace_back(
+            std::vector<std::string>{PB_CLIENT_BIN, "flash", "d" + id, std::to_string(kDeviceAdds)});
+        clients.emplace_back(
+            std::vector<std::string>{PB_CLIENT_BIN, "sim", "s" + id, std::to_string(kSimAdds)});
     }
     for (pbt::child &c : clients)
         EXPECT_EQ(c.wait(60000), 0);

@@ -38,7 +38,9 @@ protected:
         baseline_ = mem_live_total();
         ASSERT_TRUE(sim_.start(0));
         ASSERT_EQ(mm_pb_init(), 0);
-        ASSERT_EQ(ipc_server_start(MU_ID, [](void *m, void *) { mm_pb_proc(m); }, nullptr, &server_), IPC_OK);
+        ASSERT_EQ(ipc_server_start(
+                      MU_ID, [](void *m, void *) { mm_pb_proc(m); }, nullptr, &server_),
+                  IPC_OK);
         // The thread takes a message only after the engine's start-up.
         ASSERT_TRUE(ask(IPC_SYN_REQ, {SIM_PB_HANDLE_TYPE_GETCOUNT, {}, DEV, {}}).arrived);
     }
@@ -58,7 +60,8 @@ protected:
     // Sends `req` as a message of `type`; the answer, unless told not to wait.
     pbt::raw_reply ask(zp_uint32 type, const pb_event_req_t &req, zp_uint32 session = 0, int ms = 5000)
     {
-        return peer_.send(type, MSG_ID_PB_REQ, session, &req, sizeof req) ? peer_.receive(ms) : pbt::raw_reply{};
+        return peer_.send(type, MSG_ID_PB_REQ, session, &req, sizeof req) ? peer_.receive(ms)
+                                                                          : pbt::raw_reply{};
     }
 
     // The file as a listing; "none" when there is no file.
@@ -75,7 +78,9 @@ protected:
         EXPECT_EQ(simlib_pb_read_handler(SIM, SIM_PB_HANDLE_TYPE_GETALL, &num), nullptr);
         ASSERT_EQ(num, PB_RCODE_READED_ERR);
         pb_flash_info *p = nullptr;
-        auto read = [&] { return (p = simlib_pb_read_handler(SIM, SIM_PB_HANDLE_TYPE_GETALL, &num)) != nullptr; };
+        auto read = [&] {
+            return (p = simlib_pb_read_handler(SIM, SIM_PB_HANDLE_TYPE_GETALL, &num)) != nullptr;
+        };
         ASSERT_TRUE(pbt::wait_until(read, 10000));
         EXPECT_EQ(pbt::listing({p, p + num}), kCardFile);
         EXPECT_EQ(g_sim_module.pb_sim_max_count, static_cast<zp_int32>(kRecords));
@@ -109,8 +114,9 @@ TEST_F(Service, StopWithRequestsStillQueuedFreesThem)
 TEST_F(Service, EntryOperationsAnswerInKindAndChangeTheCardFirstThenTheFile)
 {
     constexpr zp_uint32 SYN = IPC_SYN_REQ, ASY = IPC_ASY_MSG;
-    constexpr zp_int32 ADD = SIM_PB_HANDLE_TYPE_ADD, EDIT = SIM_PB_HANDLE_TYPE_EDIT, DEL = SIM_PB_HANDLE_TYPE_DEL,
-                       DEL_ANY = SIM_PB_HANDLE_TYPE_DEL_ANY, DEL_ALL = SIM_PB_HANDLE_TYPE_DEL_ALL;
+    constexpr zp_int32 ADD = SIM_PB_HANDLE_TYPE_ADD, EDIT = SIM_PB_HANDLE_TYPE_EDIT,
+                       DEL = SIM_PB_HANDLE_TYPE_DEL, DEL_ANY = SIM_PB_HANDLE_TYPE_DEL_ANY,
+                       DEL_ALL = SIM_PB_HANDLE_TYPE_DEL_ALL;
     pb_flash_info unterminated = entry(0, 5, "");
     std::memset(&unterminated.name, 'n', 3 * PB_TEXT_LEN);
     const std::string cut(PB_TEXT_LEN - 1, 'n'), four = "1@1:c1 2@3:Ed 3@4:c4 4@2:Gap";
@@ -131,7 +137,15 @@ TEST_F(Service, EntryOperationsAnswerInKindAndChangeTheCardFirstThenTheFile)
         {ASY, DEV, DEL, entry(2, 0, ""), {}, 0, PB_RCODE_OK, 0, "1:a 3:c 4:" + cut},
         {SYN, DEV, EDIT, entry(2, 0, "gone"), {}, 0, PB_RCODE_INVALID_ERR, 0, "1:a 3:c 4:" + cut},
         {ASY, DEV, EDIT, entry(3, 0, "C"), {}, 0, PB_RCODE_OK, 0, "1:a 3:C 4:" + cut},
-        {SYN, DEV, SIM_PB_HANDLE_TYPE_GETBYIDX, entry(3, 0, "X"), {}, 0, PB_RCODE_ARGSERR, 0, "1:a 3:C 4:" + cut},
+        {SYN,
+         DEV,
+         SIM_PB_HANDLE_TYPE_GETBYIDX,
+         entry(3, 0, "X"),
+         {},
+         0,
+         PB_RCODE_ARGSERR,
+         0,
+         "1:a 3:C 4:" + cut},
         {SYN, DEV, 13, entry(3, 0, "X"), {}, 0, PB_RCODE_ARGSERR, 0, "1:a 3:C 4:" + cut},
         {ASY, DEV, -1, entry(3, 0, "X"), {}, 0, PB_RCODE_ARGSERR, 0, "1:a 3:C 4:" + cut},
         {SYN, DEV, DEL_ANY, {}, device_list, 0, PB_RCODE_OK, 0, "4:" + cut},

@@ -42,7 +42,8 @@ Bytes records(const std::vector<zp_uint32> &indexes)
 
 void put(const std::string &path, const Bytes &b)
 {
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(b.data()), std::streamsize(b.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char *>(b.data()), std::streamsize(b.size()));
 }
 
 Bytes get(const std::string &path)
@@ -162,7 +163,8 @@ TEST_F(PbFile, WriteThatFailsPartWayReportsFailureAndDropsBackup)
     for (bool rewrite : {true, false}) {
         put(kBook, records({1}));  // so that a backup is made
         EXPECT_TRUE(fails_with_file_size_limit(rewrite ? 10000 : PB_RECORD_SIZE + 10, [&] {
-            return rewrite ? simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get()) : simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine);
+            return rewrite ? simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get())
+                           : simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine);
         })) << rewrite;
         EXPECT_FALSE(exists(kBackup));
     }

@@ -52,14 +52,18 @@ TEST_F(TableOps, TableRulesHoldAfterMixedChanges)
     bool used[PB_MAX_ENTRIES + 2] = {};  // the model: used[index], indexes 0 and 1001 never used
     int refused_full = 0;
     for (int step = 0; step < 6000; ++step) {
-        const zp_uint32 idx = rng() % (PB_MAX_ENTRIES + 2), slot = std::min(idx - 1, zp_uint32{PB_MAX_ENTRIES - 1});
+        const zp_uint32 idx = rng() % (PB_MAX_ENTRIES + 2),
+                        slot = std::min(idx - 1, zp_uint32{PB_MAX_ENTRIES - 1});
         const bool in_range = idx >= 1 && idx <= PB_MAX_ENTRIES;
         pb_flash_info e{idx, idx + 5000, "name", "123", ""};
         const pb_flash_info_v before = t->mem;
         const int want = used[idx] ? PB_RCODE_OK : in_range ? PB_RCODE_ERROR : PB_RCODE_BUFFNULL_ERR;
         const int op = rng() % 4;  // adds twice as often, so the table fills
-        const zp_uint32 first_free = static_cast<zp_uint32>(std::find(used + 1, used + PB_MAX_ENTRIES + 1, false) - used);
-        const int rc = op == 2 ? simlib_pb_edit(t.get(), &e) : op == 3 ? simlib_pb_del(t.get(), &e) : simlib_pb_add(t.get(), &e);
+        const zp_uint32 first_free =
+            static_cast<zp_uint32>(std::find(used + 1, used + PB_MAX_ENTRIES + 1, false) - used);
+        const int rc = op == 2   ? simlib_pb_edit(t.get(), &e)
+                       : op == 3 ? simlib_pb_del(t.get(), &e)
+                                 : simlib_pb_add(t.get(), &e);
         if (op < 2) {
             ASSERT_EQ(first_free > PB_MAX_ENTRIES ? PB_RCODE_ERROR : PB_RCODE_OK, rc);
             refused_full += rc != PB_RCODE_OK;
@@ -67,10 +71,12 @@ TEST_F(TableOps, TableRulesHoldAfterMixedChanges)
             used[first_free] |= rc == PB_RCODE_OK;
         } else {
             ASSERT_EQ(want, rc) << idx;
-            ASSERT_TRUE(op != 2 || before.pb[slot].sim_index == t->mem.pb[slot].sim_index) << "an edit keeps the SIM record";
+            ASSERT_TRUE(op != 2 || before.pb[slot].sim_index == t->mem.pb[slot].sim_index)
+                << "an edit keeps the SIM record";
             used[idx] = used[idx] && op == 2;
         }
-        ASSERT_TRUE(rc == PB_RCODE_OK || std::memcmp(&before, &t->mem, sizeof before) == 0) << "refused change at step " << step;
+        ASSERT_TRUE(rc == PB_RCODE_OK || std::memcmp(&before, &t->mem, sizeof before) == 0)
+            << "refused change at step " << step;
         const char *broken = table_rule_broken(t->mem);
         ASSERT_EQ(nullptr, broken) << broken << " after step " << step;
     }
@@ -96,7 +102,7 @@ TEST_F(TableOps, NameSearchIsExactAndLookUpsFindTheLowestSlot)
         index_type_t type;
         zp_uint32 want;  // index of the entry found, 0 for none
     } cases[] = {{0, INDEX_TYPE_FLASH, 0}, {1001, INDEX_TYPE_FLASH, 0}, {5, INDEX_TYPE_FLASH, 0},
-                 {6, INDEX_TYPE_FLASH, 6}, {6, INDEX_TYPE_SIM, 6}, {0, INDEX_TYPE_SIM, 0}};
+                 {6, INDEX_TYPE_FLASH, 6}, {6, INDEX_TYPE_SIM, 6},      {0, INDEX_TYPE_SIM, 0}};
     for (auto &c : cases) {
         got = pb_flash_info{};
         EXPECT_EQ(c.want ? 0 : -1, simlib_pb_getbyidx(t.get(), c.index, &got, c.type)) << c.index;
@@ -112,7 +118,8 @@ TEST_F(TableOps, FreeSimIndexIsTheLowestUnusedUpToTheCardsMaximum)
         zp_int32 max;
         zp_uint32 present, hole;  // records 1..present except hole
         int want;
-    } cases[] = {{250, 4, 3, 3}, {250, 250, 0, -1}, {250, 0, 0, 1}, {0, 0, 0, -1}, {-1, 0, 0, -1}, {3, 2, 0, 3}};
+    } cases[] = {{250, 4, 3, 3}, {250, 250, 0, -1}, {250, 0, 0, 1},
+                 {0, 0, 0, -1},  {-1, 0, 0, -1},    {3, 2, 0, 3}};
     pb_sim_module_s saved = g_sim_module;
     for (auto &c : cases) {
         *t = pb_mem_info();

@@ -31,7 +31,8 @@ ipc_server_pt g_server = nullptr;
 void dispatch(void *msg, void * /*ctx*/)
 {
     const auto *head = static_cast<const ipc_msg_head_t *>(msg);
-    if (head->msg_id == MSG_ID_PB_REQ || head->msg_id == MSG_ID_PB_RSP || head->msg_id == MSG_ID_PB_READ_IND) {
+    if (head->msg_id == MSG_ID_PB_REQ || head->msg_id == MSG_ID_PB_RSP ||
+        head->msg_id == MSG_ID_PB_READ_IND) {
         (void)mm_pb_proc(msg);
         return;
     }
@@ -42,7 +43,8 @@ void start()
 {
     if (mm_pb_init() != 0) {
         PB_LOG("phonebook service failed to start\n");
-    } else if (zp_sdk_ipc_ret_value ret = ipc_server_start(MU_ID, dispatch, nullptr, &g_server); ret != IPC_OK) {
+    } else if (zp_sdk_ipc_ret_value ret = ipc_server_start(MU_ID, dispatch, nullptr, &g_server);
+               ret != IPC_OK) {
         PB_LOG("cannot bind the socket of module %d, ret = %d\n", MU_ID, ret);
         (void)mm_pb_fin();
     } else {

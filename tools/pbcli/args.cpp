@@ -15,9 +15,15 @@ struct CmdInfo {
 };
 
 const CmdInfo kCommands[] = {
-    {"help", Cmd::HELP, false},          {"list", Cmd::LIST, true},     {"show", Cmd::SHOW, true},
-    {"add", Cmd::ADD, true},             {"edit", Cmd::EDIT, true},     {"delete", Cmd::DELETE, true},
-    {"delete-all", Cmd::DELETE_ALL, true}, {"import", Cmd::IMPORT, false}, {"export", Cmd::EXPORT, true},
+    {"help", Cmd::HELP, false},
+    {"list", Cmd::LIST, true},
+    {"show", Cmd::SHOW, true},
+    {"add", Cmd::ADD, true},
+    {"edit", Cmd::EDIT, true},
+    {"delete", Cmd::DELETE, true},
+    {"delete-all", Cmd::DELETE_ALL, true},
+    {"import", Cmd::IMPORT, false},
+    {"export", Cmd::EXPORT, true},
 };
 
 bool parse_index(const std::string &s, int *out)
@@ -144,8 +150,7 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
     const size_t n = args->indexes.size();
     const bool has_fields = args->name || args->number || args->email;
     switch (args->cmd) {
-    case Cmd::HELP:
-        return "";
+    case Cmd::HELP: return "";
     case Cmd::LIST:
     case Cmd::DELETE_ALL:
     case Cmd::IMPORT:
@@ -171,12 +176,12 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         if (n == 0)
             return "delete: give one or more indexes";
         break;
-    case Cmd::EXPORT:
-        break;
+    case Cmd::EXPORT: break;
     }
     if (has_fields && args->cmd != Cmd::ADD && args->cmd != Cmd::EDIT)
         return pos[0] + " takes no --name, --number or --email";
-    for (auto [what, v] : {std::pair{"name", &args->name}, {"number", &args->number}, {"e-mail", &args->email}})
+    for (auto [what, v] :
+         {std::pair{"name", &args->name}, {"number", &args->number}, {"e-mail", &args->email}})
         if (std::string err = check_field(what, *v); !err.empty())
             return err;
     return "";

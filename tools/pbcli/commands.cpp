@@ -23,11 +23,9 @@ constexpr auto kPoll = std::chrono::milliseconds(200);
 class Session {
 public:
     explicit Session(const Args &a)
-        : args_(a),
-          deadline_(Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                       std::chrono::duration<double>(a.wait_seconds)))
-    {
-    }
+        : args_(a), deadline_(Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                                 std::chrono::duration<double>(a.wait_seconds)))
+    {}
 
     const Args &args() const { return args_; }
     const char *book() const { return storage_name(args_.type); }
@@ -126,7 +124,10 @@ const pb_flash_info *find(const Entries &v, int index)
     return nullptr;
 }
 
-void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v) { std::snprintf(dst, sizeof dst, "%s", v.c_str()); }
+void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v)
+{
+    std::snprintf(dst, sizeof dst, "%s", v.c_str());
+}
 
 std::string join(const std::vector<int> &v)
 {
@@ -167,7 +168,8 @@ void print_entry(const Session &s, const char *verb, const pb_flash_info &e)
 Exit not_found(const Session &s, int index)
 {
     return s.fail_text(EXIT_NOT_FOUND, "no entry at index " + std::to_string(index) + " in the " +
-                                           (s.args().type == STORAGE_TYPE_SIM ? "SIM" : "device") + " phonebook");
+                                           (s.args().type == STORAGE_TYPE_SIM ? "SIM" : "device") +
+                                           " phonebook");
 }
 
 Exit cmd_list(Session &s)
@@ -285,12 +287,13 @@ Exit cmd_delete(Session &s)
     for (int i : present)
         (find(after, i) ? kept : deleted).push_back(i);
     if (!kept.empty())
-        return s.fail_text(EXIT_FAILED, "the phonebook kept index " + join(kept) + " (deleted: " +
-                                            (deleted.empty() ? "none" : join(deleted)) + ")");
+        return s.fail_text(EXIT_FAILED, "the phonebook kept index " + join(kept) +
+                                            " (deleted: " + (deleted.empty() ? "none" : join(deleted)) + ")");
     Exit status = missing.empty() ? EXIT_OK : EXIT_NOT_FOUND;
     if (a.json) {
         std::cout << "{\"ok\":" << (status == EXIT_OK ? "true" : "false") << ",\"phonebook\":\"" << s.book()
-                  << "\",\"deleted\":" << json_ints(deleted) << ",\"not_found\":" << json_ints(missing) << "}\n";
+                  << "\",\"deleted\":" << json_ints(deleted) << ",\"not_found\":" << json_ints(missing)
+                  << "}\n";
     } else {
         std::cout << "Deleted " << deleted.size() << (deleted.size() == 1 ? " entry" : " entries");
         if (!deleted.empty())
@@ -380,9 +383,7 @@ Exit run_command(const Args &args)
 {
     Session s(args);
     switch (args.cmd) {
-    case Cmd::HELP:
-        std::cout << usage_text();
-        return EXIT_OK;
+    case Cmd::HELP: std::cout << usage_text(); return EXIT_OK;
     case Cmd::LIST: return cmd_list(s);
     case Cmd::SHOW: return cmd_show(s);
     case Cmd::ADD: return cmd_add(s);

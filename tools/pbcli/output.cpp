@@ -14,20 +14,26 @@ struct RcodeText {
 };
 
 const RcodeText kRcodes[] = {
-    {PB_RCODE_ERROR, "the phonebook service could not be reached or the operation failed "
-                     "(is pb_host running?)", EXIT_NO_SERVICE},
+    {PB_RCODE_ERROR,
+     "the phonebook service could not be reached or the operation failed "
+     "(is pb_host running?)",
+     EXIT_NO_SERVICE},
     {PB_RCODE_OK, "done", EXIT_OK},
     {PB_RCODE_ARGSERR, "the request was refused as invalid", EXIT_USAGE},
     {PB_RCODE_UTF_ERR, "the name is not valid UTF-8 or cannot be stored on the SIM", EXIT_FAILED},
-    {PB_RCODE_BCD_ERR, "the number holds characters a SIM cannot store "
-                       "(allowed: digits * # P W T, and + in front)", EXIT_FAILED},
+    {PB_RCODE_BCD_ERR,
+     "the number holds characters a SIM cannot store "
+     "(allowed: digits * # P W T, and + in front)",
+     EXIT_FAILED},
     {PB_RCODE_TYPE_ERR, "unknown phonebook", EXIT_FAILED},
     {PB_RCODE_BUFFNULL_ERR, "internal error: missing entry buffer", EXIT_FAILED},
     {PB_RCODE_INVALID_ERR, "no such entry, or the entry cannot be changed", EXIT_NOT_FOUND},
     {PB_RCODE_READED_ERR, "SIM phonebook is still being read, try again", EXIT_NOT_READY},
     {PB_RCODE_READ_ERR, "the phonebook file could not be read", EXIT_FAILED},
-    {PB_RCODE_WRITE_ERR, "the SIM card or the phonebook file refused the change "
-                        "(for the SIM: a name or number too long for the card?)", EXIT_FAILED},
+    {PB_RCODE_WRITE_ERR,
+     "the SIM card or the phonebook file refused the change "
+     "(for the SIM: a name or number too long for the card?)",
+     EXIT_FAILED},
     {PB_RCODE_SWAP_ERR, "internal error: text conversion failed", EXIT_FAILED},
     {PB_RCODE_NOTFREE_ERR, "the phonebook is full: no free place for the entry", EXIT_FAILED},
     {PB_RCODE_READING_ERR, "SIM phonebook is still being read, try again", EXIT_NOT_READY},
@@ -79,7 +85,8 @@ size_t utf8_char(const std::string &s, size_t i, char32_t *cp)
             return 0;
         v = (v << 6) | (b(i + k) & 0x3F);
     }
-    if ((len == 3 && v < 0x800) || (len == 4 && (v < 0x10000 || v > 0x10FFFF)) || (v >= 0xD800 && v <= 0xDFFF))
+    if ((len == 3 && v < 0x800) || (len == 4 && (v < 0x10000 || v > 0x10FFFF)) ||
+        (v >= 0xD800 && v <= 0xDFFF))
         return 0;
     *cp = v;
     return len;
@@ -123,7 +130,10 @@ Exit rcode_exit(int rc)
     return r ? r->exit : EXIT_FAILED;
 }
 
-bool rcode_busy(int rc) { return rc == PB_RCODE_READED_ERR || rc == PB_RCODE_READING_ERR || rc == PB_RCODE_INIT_ERR; }
+bool rcode_busy(int rc)
+{
+    return rc == PB_RCODE_READED_ERR || rc == PB_RCODE_READING_ERR || rc == PB_RCODE_INIT_ERR;
+}
 
 const char *storage_name(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "sim" : "device"; }
 

@@ -24,7 +24,7 @@ bool utf8_to_ucs2(const std::string &utf8, std::u16string *out)
             cp = b & 0x0F;
             n = 3;
         } else {
-            return false; // four-byte forms lie outside UCS-2
+            return false;  // four-byte forms lie outside UCS-2
         }
         if (i + n > utf8.size())
             return false;
@@ -75,7 +75,7 @@ bool valid_number(const std::string &n)
     return n.size() <= QMI_PBM_NUMBER_MAX_LENGTH_V01;
 }
 
-} // namespace
+}  // namespace
 
 bool load_card(const std::string &path, Card *card, std::string *error)
 {
@@ -100,9 +100,10 @@ bool load_card(const std::string &path, Card *card, std::string *error)
             std::istringstream ss(line);
             std::string word;
             unsigned recs = 0, name = 0, num = 0;
-            if (!(ss >> word >> recs >> name >> num) || word != "card" || recs < 1 || recs > 65535 || name < 1 ||
-                name > 120 || num < 1 || num > 40)
-                return fail("expected: card <max_records 1..65535> <max_name_chars 1..120> <max_digits 1..40>");
+            if (!(ss >> word >> recs >> name >> num) || word != "card" || recs < 1 || recs > 65535 ||
+                name < 1 || name > 120 || num < 1 || num > 40)
+                return fail(
+                    "expected: card <max_records 1..65535> <max_name_chars 1..120> <max_digits 1..40>");
             c.max_records = static_cast<uint16_t>(recs);
             c.max_name_len = static_cast<uint8_t>(name);
             c.max_num_len = static_cast<uint8_t>(num);
@@ -116,7 +117,8 @@ bool load_card(const std::string &path, Card *card, std::string *error)
         char *end = nullptr;
         const std::string id_text = line.substr(0, a);
         const unsigned long id = std::strtoul(id_text.c_str(), &end, 10);
-        if (id_text.empty() || *end || id < 1 || id > c.max_records || c.records.count(static_cast<uint16_t>(id)))
+        if (id_text.empty() || *end || id < 1 || id > c.max_records ||
+            c.records.count(static_cast<uint16_t>(id)))
             return fail("record id out of range or repeated");
         Record r;
         r.number = line.substr(a + 1, b - a - 1);
@@ -141,9 +143,10 @@ bool save_card(const std::string &path, const Card &card)
         std::ofstream out(tmp, std::ios::trunc);
         if (!out)
             return false;
-        out << "# simulated SIM phonebook: card <records> <name chars> <number digits>, then id,number,name\n";
-        out << "card " << card.max_records << ' ' << unsigned(card.max_name_len) << ' ' << unsigned(card.max_num_len)
-            << '\n';
+        out << "# simulated SIM phonebook: card <records> <name chars> <number digits>, then "
+               "id,number,name\n";
+        out << "card " << card.max_records << ' ' << unsigned(card.max_name_len) << ' '
+            << unsigned(card.max_num_len) << '\n';
         for (const auto &[id, r] : card.records)
             out << id << ',' << r.number << ',' << ucs2_to_utf8(r.name) << '\n';
         if (!out.flush())
@@ -152,4 +155,4 @@ bool save_card(const std::string &path, const Card &card)
     return std::rename(tmp.c_str(), path.c_str()) == 0;
 }
 
-} // namespace pbm_sim
+}  // namespace pbm_sim

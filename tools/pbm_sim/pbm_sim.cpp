@@ -95,9 +95,10 @@ void fill_instance(uint16_t id, const Record &r, pbm_record_instance_type_v01 *i
     }
 }
 
-} // namespace
+}  // namespace
 
-Simulator::Simulator(Card card, std::string socket_path) : path_(std::move(socket_path)), card_(std::move(card))
+Simulator::Simulator(Card card, std::string socket_path)
+    : path_(std::move(socket_path)), card_(std::move(card))
 {
     if (path_.empty())
         path_ = qmi_wire::socket_path();
@@ -156,7 +157,8 @@ bool Simulator::bind_socket()
     listen_fd_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
     if (listen_fd_ < 0)
         return false;
-    if (bind(listen_fd_, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 || listen(listen_fd_, 16) != 0) {
+    if (bind(listen_fd_, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
+        listen(listen_fd_, 16) != 0) {
         close(listen_fd_);
         listen_fd_ = -1;
         return false;
@@ -289,8 +291,8 @@ std::vector<uint8_t> Simulator::handle(uint16_t msg_id, const uint8_t *tlv, size
         if (decode(&req))
             e = check_book(req.record_info.session_type, req.record_info.pb_type);
         const pbm_record_info_type_v01 &ri = req.record_info;
-        if (e == QMI_ERR_NONE_V01 &&
-            (ri.record_start_id < 1 || ri.record_start_id > ri.record_end_id || ri.record_end_id > card_.max_records))
+        if (e == QMI_ERR_NONE_V01 && (ri.record_start_id < 1 || ri.record_start_id > ri.record_end_id ||
+                                      ri.record_end_id > card_.max_records))
             e = QMI_ERR_INVALID_INDEX_V01;
         if (e != QMI_ERR_NONE_V01) {
             rsp.resp = failure(e);
@@ -491,4 +493,4 @@ pbm_write_record_req_msg_v01 Simulator::last_write() const
     return last_write_;
 }
 
-} // namespace pbm_sim
+}  // namespace pbm_sim

@@ -68,11 +68,11 @@ public:
     void stop();
 
     /* Behaviour for tests. */
-    void set_reply_delay(unsigned ms);        /* answer every request this late */
-    void set_silent(bool silent);             /* read requests, never answer */
-    void refuse_next_writes(unsigned n);      /* write, delete, delete-all fail */
-    void drop_next_indications(unsigned n);   /* record-read indications not sent */
-    void omit_next_record_id();               /* next write answer has no record number */
+    void set_reply_delay(unsigned ms);           /* answer every request this late */
+    void set_silent(bool silent);                /* read requests, never answer */
+    void refuse_next_writes(unsigned n);         /* write, delete, delete-all fail */
+    void drop_next_indications(unsigned n);      /* record-read indications not sent */
+    void omit_next_record_id();                  /* next write answer has no record number */
     void set_records_per_indication(unsigned n); /* 1..10 */
     /* Sends raw TLVs as an indication to every connection (a faulty modem). */
     void send_raw_indication(uint16_t msg_id, const std::vector<uint8_t> &tlv);
@@ -93,7 +93,7 @@ private:
     std::vector<uint8_t> handle(uint16_t msg_id, const uint8_t *tlv, size_t len,
                                 std::vector<pbm_record_read_ind_msg_v01> *inds);
     bool sleep_ms(unsigned ms); /* false when stopped meanwhile */
-    void changed(); /* mu_ held */
+    void changed();             /* mu_ held */
 
     std::string path_;
     mutable std::mutex mu_;
@@ -118,6 +118,6 @@ private:
     std::vector<std::pair<uint16_t, std::vector<uint8_t>>> raw_inds_;
 };
 
-} // namespace pbm_sim
+}  // namespace pbm_sim
 
 #endif /* PBM_SIM_H */

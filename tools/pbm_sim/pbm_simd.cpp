@@ -18,10 +18,11 @@ namespace {
 
 void usage()
 {
-    std::fprintf(stderr, "usage: pbm_simd --card FILE [--socket PATH] [--start-delay MS] [--reply-delay MS]\n");
+    std::fprintf(stderr,
+                 "usage: pbm_simd --card FILE [--socket PATH] [--start-delay MS] [--reply-delay MS]\n");
 }
 
-} // namespace
+}  // namespace
 
 int main(int argc, char **argv)
 {
@@ -63,7 +64,7 @@ int main(int argc, char **argv)
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &set, nullptr); // the service thread inherits the mask
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);  // the service thread inherits the mask
 
     pbm_sim::Simulator sim(card, socket_path);
     sim.set_save_path(card_path);

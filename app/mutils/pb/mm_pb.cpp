@@ -45,6 +45,7 @@ struct pb_action {
     pb_return_code_enum_t (*run)(pb_event_req_t *);
 };
 
+// clang-format off
 constexpr pb_action k_actions[] = {
     {SIM_PB_HANDLE_TYPE_GETALL, pb_call_init_entries},
     {SIM_PB_HANDLE_TYPE_ADD, pb_func_add_entry},
@@ -53,6 +54,7 @@ constexpr pb_action k_actions[] = {
     {SIM_PB_HANDLE_TYPE_DEL_ANY, pb_func_del_any},
     {SIM_PB_HANDLE_TYPE_DEL_ALL, pb_func_del_all},
 };
+// clang-format on
 
 // Copies the payload into a zeroed body: a short payload leaves the rest 0,
 // a long one is cut, so nothing past the message is ever read.

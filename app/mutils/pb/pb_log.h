@@ -13,7 +13,7 @@
 #define PB_LOG(fmt, ...) PB_LOG_FOR(__func__, fmt, ##__VA_ARGS__)
 
 /* For a helper that logs a step of its caller: the prefix names `func`. */
-#define PB_LOG_FOR(func, fmt, ...) \
+#define PB_LOG_FOR(func, fmt, ...)                                                                           \
     log_print(ZP_LOG_INFO, "[%s:%s:%d]" fmt, __FILE_NAME__, func, __LINE__, ##__VA_ARGS__)
 
 #endif /* PB_LOG_H */

@@ -32,7 +32,8 @@ inline zp_uint8 *pb_msg_payload(void *msg)
 
 inline const zp_uint8 *pb_msg_payload(const void *msg)
 {
-    return static_cast<const zp_uint8 *>(msg) + pb_msg_payload_offset(static_cast<const ipc_msg_head_t *>(msg));
+    return static_cast<const zp_uint8 *>(msg) +
+           pb_msg_payload_offset(static_cast<const ipc_msg_head_t *>(msg));
 }
 
 /* The sender's address of a delivered message; null for IPC_INNER_MQ. */
@@ -56,7 +57,7 @@ inline zp_uint16 pb_tid16() { return static_cast<zp_uint16>(syscall(SYS_gettid))
 
 /* Call-site numbers for the memory library, one range per source file. */
 enum : zp_uint16 {
-    PB_SITE_CLIENT = 0x0300, /* zpt_ui_pb_api client calls: 0x0300..0x03FF */
+    PB_SITE_CLIENT = 0x0300,  /* zpt_ui_pb_api client calls: 0x0300..0x03FF */
     PB_SITE_SERVICE = 0x0200, /* mm_pb: 0x0200..0x02FF */
     PB_SITE_QMI = 0x0400,     /* pb_qmi: 0x0400..0x04FF */
     /* The IPC library keeps to 0x0100..0x01FF; the buffers of

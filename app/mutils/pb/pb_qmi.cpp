@@ -35,7 +35,7 @@ constexpr pbm_session_type_enum_v01 PB_QMI_SESSION = PBM_SESSION_TYPE_GLOBAL_PB_
 constexpr uint16_t PB_QMI_ADN = PBM_PB_TYPE_ADN_V01;
 constexpr int PB_QMI_SERVICE_SLOTS = 3;
 constexpr size_t PB_QMI_NUMBER_SENT = QMI_PBM_NUMBER_MAX_LENGTH_V01 - 1; /* 40th byte stays 0 */
-constexpr size_t PB_TEXT_MAX = PB_TEXT_LEN - 1;                         /* bytes before the NUL */
+constexpr size_t PB_TEXT_MAX = PB_TEXT_LEN - 1;                          /* bytes before the NUL */
 
 enum : zp_uint16 {
     PB_SITE_QMI_READ_IND = PB_SITE_QMI + 1, /* the forwarded record-read indication */
@@ -85,9 +85,9 @@ void pb_qmi_unsol_ind_handle(qmi_client_type user_handle, unsigned long msg_id, 
         PB_LOG("Error: Unable to allocate memory\n\n");
         return;
     }
-    const qmi_client_error_type rc =
-        qmi_client_message_decode(user_handle, QMI_IDL_INDICATION, static_cast<unsigned int>(msg_id), ind_buf,
-                                  ind_buf_len > 0 ? static_cast<unsigned int>(ind_buf_len) : 0, decoded, decoded_len);
+    const qmi_client_error_type rc = qmi_client_message_decode(
+        user_handle, QMI_IDL_INDICATION, static_cast<unsigned int>(msg_id), ind_buf,
+        ind_buf_len > 0 ? static_cast<unsigned int>(ind_buf_len) : 0, decoded, decoded_len);
     if (rc != QMI_NO_ERR)
         PB_LOG("Error: Decoding unsolicited indication with id = %ld, returned in error = %d\n\n",
                static_cast<long>(msg_id), rc);
@@ -138,8 +138,9 @@ size_t pb_qmi_fill_record(pb_flash_info *info, uint16_t record_id, pbm_record_in
 
 int pb_qmi_send_write(pbm_write_record_req_msg_v01 *req, pbm_write_record_resp_msg_v01 *rsp)
 {
-    const qmi_client_error_type rc = qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_WRITE_RECORD_REQ_V01, req,
-                                                              sizeof *req, rsp, sizeof *rsp, PB_QMI_WRITE_TIMEOUT_MS);
+    const qmi_client_error_type rc =
+        qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_WRITE_RECORD_REQ_V01, req, sizeof *req, rsp,
+                                 sizeof *rsp, PB_QMI_WRITE_TIMEOUT_MS);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Error: Sending asynchronous request for writing record failed with error code %d\n\n", rc);
         return -1;
@@ -162,7 +163,8 @@ bool pb_qmi_sizes_match(qmi_idl_service_object_type obj)
         uint32_t size;
     } used[] = {
         {QMI_IDL_REQUEST, QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, sizeof(pbm_get_pb_capabilities_req_msg_v01)},
-        {QMI_IDL_RESPONSE, QMI_PBM_GET_PB_CAPABILITIES_RESP_V01, sizeof(pbm_get_pb_capabilities_resp_msg_v01)},
+        {QMI_IDL_RESPONSE, QMI_PBM_GET_PB_CAPABILITIES_RESP_V01,
+         sizeof(pbm_get_pb_capabilities_resp_msg_v01)},
         {QMI_IDL_REQUEST, QMI_PBM_READ_RECORDS_REQ_V01, sizeof(pbm_read_records_req_msg_v01)},
         {QMI_IDL_RESPONSE, QMI_PBM_READ_RECORDS_RESP_V01, sizeof(pbm_read_records_resp_msg_v01)},
         {QMI_IDL_INDICATION, QMI_PBM_RECORD_READ_IND_V01, sizeof(pbm_record_read_ind_msg_v01)},
@@ -170,16 +172,19 @@ bool pb_qmi_sizes_match(qmi_idl_service_object_type obj)
         {QMI_IDL_RESPONSE, QMI_PBM_WRITE_RECORD_RESP_V01, sizeof(pbm_write_record_resp_msg_v01)},
         {QMI_IDL_REQUEST, QMI_PBM_DELETE_RECORD_REQ_V01, sizeof(pbm_delete_record_req_msg_v01)},
         {QMI_IDL_RESPONSE, QMI_PBM_DELETE_RECORD_RESP_V01, sizeof(pbm_delete_record_resp_msg_v01)},
-        {QMI_IDL_REQUEST, QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, sizeof(pbm_delete_all_pb_records_req_msg_v01)},
-        {QMI_IDL_RESPONSE, QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01, sizeof(pbm_delete_all_pb_records_resp_msg_v01)},
+        {QMI_IDL_REQUEST, QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01,
+         sizeof(pbm_delete_all_pb_records_req_msg_v01)},
+        {QMI_IDL_RESPONSE, QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01,
+         sizeof(pbm_delete_all_pb_records_resp_msg_v01)},
     };
     if (!obj)
         return true; /* reported by wm_qmi_init_client */
     for (const auto &m : used) {
         uint32_t len = 0;
-        if (qmi_idl_get_message_c_struct_len(obj, m.type, m.id, &len) != QMI_IDL_LIB_NO_ERR || len != m.size) {
-            PB_LOG("message 0x%04x type %d: library size %u, ours %u\n\n", m.id, m.type, static_cast<unsigned>(len),
-                   static_cast<unsigned>(m.size));
+        if (qmi_idl_get_message_c_struct_len(obj, m.type, m.id, &len) != QMI_IDL_LIB_NO_ERR ||
+            len != m.size) {
+            PB_LOG("message 0x%04x type %d: library size %u, ours %u\n\n", m.id, m.type,
+                   static_cast<unsigned>(len), static_cast<unsigned>(m.size));
             return false;
         }
     }
@@ -193,7 +198,7 @@ void pb_qmi_write_nv(const char *key, int value)
     (void)nvmram_writenv(key, text, static_cast<int>(std::strlen(text)) + 1);
 }
 
-} // namespace
+}  // namespace
 
 int wm_qmi_init_client(qmi_idl_service_object_type *service_object, qmi_client_type *service_notifier,
                        qmi_service_info *service_info)
@@ -228,7 +233,8 @@ int wm_qmi_init_client(qmi_idl_service_object_type *service_object, qmi_client_t
     PB_LOG("get_service_list OK!\n");
 
     num_entries = num_services < PB_QMI_SERVICE_SLOTS ? num_services : PB_QMI_SERVICE_SLOTS;
-    const qmi_client_error_type rc = qmi_client_get_service_list(obj, service_info, &num_entries, &num_services);
+    const qmi_client_error_type rc =
+        qmi_client_get_service_list(obj, service_info, &num_entries, &num_services);
     PB_LOG(" 2rc:%d num_entries=%d num_services=%d\n\n", rc, num_entries, num_services);
     if (rc != QMI_NO_ERR) {
         PB_LOG("2get_service_list error!\n");
@@ -287,11 +293,11 @@ int pb_qmi_get_all(void)
     caps_req.phonebook_info.pb_type = PB_QMI_ADN;
     PB_LOG("Size of request is %d\n\n", static_cast<int>(sizeof caps_req));
     PB_LOG("Size of response is %d\n\n", static_cast<int>(sizeof caps_rsp));
-    PB_LOG("Information being sent is session type = %d, PB type = %d\n\n", caps_req.phonebook_info.session_type,
-           caps_req.phonebook_info.pb_type);
+    PB_LOG("Information being sent is session type = %d, PB type = %d\n\n",
+           caps_req.phonebook_info.session_type, caps_req.phonebook_info.pb_type);
     qmi_client_error_type rc =
-        qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, &caps_req, sizeof caps_req,
-                                 &caps_rsp, sizeof caps_rsp, PB_QMI_READ_TIMEOUT_MS);
+        qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, &caps_req,
+                                 sizeof caps_req, &caps_rsp, sizeof caps_rsp, PB_QMI_READ_TIMEOUT_MS);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Getting PB info for PB type %d returned error %d\n\n", PB_QMI_ADN, rc);
         PB_LOG("get_pb_info failed\n");
@@ -387,8 +393,8 @@ pb_return_code_enum_t pb_qmi_read_cb(pbm_record_read_ind_msg_v01 *pbm_read_ind)
         info.index = static_cast<zp_uint32>(pb_index++);
         info.sim_index = rec.record_id;
         const auto *nb = reinterpret_cast<const unsigned char *>(rec.name);
-        PB_LOG("PB DECODE: name = 0x %02x %02x %02x %02x %02x %02x %02x\n", nb[0], nb[1], nb[2], nb[3], nb[4], nb[5],
-               nb[6]);
+        PB_LOG("PB DECODE: name = 0x %02x %02x %02x %02x %02x %02x %02x\n", nb[0], nb[1], nb[2], nb[3], nb[4],
+               nb[5], nb[6]);
 
         /* Whole UCS-2 characters only: an odd last byte has no partner. */
         uint32_t name_len = rec.name_len;
@@ -415,9 +421,10 @@ pb_return_code_enum_t pb_qmi_read_cb(pbm_record_read_ind_msg_v01 *pbm_read_ind)
             info.num[at++] = '+';
         std::memcpy(info.num + at, rec.number, num_len); /* at most 41 of 50 bytes */
 
-        PB_LOG("PB RECORD: index = %d, sim_index = %d, name = %s, number = %s, num_type = 0x%x, num_plan=0x%x\n",
-               static_cast<int>(info.index), static_cast<int>(info.sim_index), info.name, info.num,
-               static_cast<unsigned>(rec.num_type), static_cast<unsigned>(rec.num_plan));
+        PB_LOG(
+            "PB RECORD: index = %d, sim_index = %d, name = %s, number = %s, num_type = 0x%x, num_plan=0x%x\n",
+            static_cast<int>(info.index), static_cast<int>(info.sim_index), info.name, info.num,
+            static_cast<unsigned>(rec.num_type), static_cast<unsigned>(rec.num_plan));
         result = static_cast<pb_return_code_enum_t>(simlib_pb_add_to_file(g_storage_type, &info));
         if (result != PB_RCODE_OK)
             PB_LOG("write pb record into share memory failure\n\n");
@@ -458,7 +465,8 @@ int pb_qmi_edit_entry(pb_flash_info *info)
     pbm_write_record_resp_msg_v01 rsp;
     std::memset(&req, 0, sizeof req);
     std::memset(&rsp, 0, sizeof rsp);
-    const size_t utf8_len = pb_qmi_fill_record(info, static_cast<uint16_t>(info->sim_index), &req.record_information);
+    const size_t utf8_len =
+        pb_qmi_fill_record(info, static_cast<uint16_t>(info->sim_index), &req.record_information);
     PB_LOG("edit len before = %d, after = %d\n", static_cast<int>(utf8_len),
            static_cast<int>(req.record_information.name_len));
     return pb_qmi_send_write(&req, &rsp);
@@ -477,8 +485,9 @@ int pb_qmi_del_entry(pb_flash_info *info)
     req.record_info.session_type = PB_QMI_SESSION;
     req.record_info.pb_type = PB_QMI_ADN;
     req.record_info.record_id = static_cast<uint16_t>(info->sim_index);
-    const qmi_client_error_type rc = qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_DELETE_RECORD_REQ_V01, &req,
-                                                              sizeof req, &rsp, sizeof rsp, PB_QMI_WRITE_TIMEOUT_MS);
+    const qmi_client_error_type rc =
+        qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_DELETE_RECORD_REQ_V01, &req, sizeof req, &rsp,
+                                 sizeof rsp, PB_QMI_WRITE_TIMEOUT_MS);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Error: Sending synchronous request for delete record failed with error code %d\n\n", rc);
         return -1;
@@ -499,9 +508,9 @@ int pb_qmi_del_all(void)
     std::memset(&rsp, 0, sizeof rsp);
     req.phonebook_info.session_type = PB_QMI_SESSION;
     req.phonebook_info.pb_type = PB_QMI_ADN;
-    const qmi_client_error_type rc = qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01,
-                                                              &req, sizeof req, &rsp, sizeof rsp,
-                                                              PB_QMI_DEL_ALL_TIMEOUT_MS);
+    const qmi_client_error_type rc =
+        qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, &req, sizeof req,
+                                 &rsp, sizeof rsp, PB_QMI_DEL_ALL_TIMEOUT_MS);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Error: Sending synchronous request for delete record failed with error code %d\n\n", rc);
         return -1;

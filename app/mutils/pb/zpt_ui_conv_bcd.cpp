@@ -11,8 +11,8 @@ char bcd_to_char_mapping[16] = "0123456789*#TPW";
 
 namespace {
 
-constexpr unsigned char kMaxDigitBytes = 20; // accepted by the decoder
-constexpr size_t kMaxDigits = 41;            // accepted by the encoder
+constexpr unsigned char kMaxDigitBytes = 20;  // accepted by the decoder
+constexpr size_t kMaxDigits = 41;             // accepted by the encoder
 constexpr unsigned char kFiller = 0x0F;
 
 bool is_international(unsigned char ton_npi) { return (ton_npi & 0x70) == 0x10; }
@@ -45,10 +45,10 @@ void substitute(char *addr, int len, char from1, char to1, char from2, char to2)
     }
 }
 
-} // namespace
+}  // namespace
 
-extern "C" int conv_bcd_to_ascii(const unsigned char *bcd_number, unsigned char bcd_len, unsigned char ton_npi,
-                                 unsigned char *ascii_number)
+extern "C" int conv_bcd_to_ascii(const unsigned char *bcd_number, unsigned char bcd_len,
+                                 unsigned char ton_npi, unsigned char *ascii_number)
 {
     if (bcd_number == nullptr || ascii_number == nullptr) {
         PB_LOG("unexpected NULL point\n\n");
@@ -105,7 +105,8 @@ extern "C" int conv_ascii_to_bcd(unsigned char *ascii_number, unsigned char type
     for (size_t k = 0; k < digit_bytes; ++k)
         bcd_number[2 + k] = static_cast<unsigned char>(nibbles[2 * k] | (nibbles[2 * k + 1] << 4));
     bcd_number[0] = static_cast<unsigned char>(digit_bytes + 1);
-    bcd_number[1] = static_cast<unsigned char>(ascii_number[0] == '+' ? (type | 0x90) : ((type & 0xE0) | 0x80));
+    bcd_number[1] =
+        static_cast<unsigned char>(ascii_number[0] == '+' ? (type | 0x90) : ((type & 0xE0) | 0x80));
     return 0;
 }
 

@@ -79,9 +79,9 @@ int pack_7bit_code(char *in, int in_len, int shift, int out_len_max, char *out)
 int unpack_7bit_code(char *in, int in_len, int shift, int out_len_max, char *out)
 {
     const auto *o = reinterpret_cast<const unsigned char *>(in);
-    int i = (shift == 0) ? 0 : 1;                       // next octet to read
-    int off = (shift == 0 || shift == 7) ? 0 : shift;   // bits owed by the octet before
-    bool extra_due = (shift == 7);                      // top seven bits of o[i - 1]
+    int i = (shift == 0) ? 0 : 1;                      // next octet to read
+    int off = (shift == 0 || shift == 7) ? 0 : shift;  // bits owed by the octet before
+    bool extra_due = (shift == 7);                     // top seven bits of o[i - 1]
     int n = 0;
     for (;;) {
         if (extra_due) {
@@ -109,7 +109,7 @@ int unpack_7bit_code(char *in, int in_len, int shift, int out_len_max, char *out
     return n;
 }
 
-} // namespace
+}  // namespace
 
 extern "C" int conv_ascii_to_gsm7(char *des_data, int *des_len, char *src_data, int src_len)
 {
@@ -148,8 +148,8 @@ extern "C" int conv_gsm7_to_ascii(char *des_data, int *des_len, char *src_data, 
     return 0;
 }
 
-extern "C" int conv_ascii_to_gsm_alphabet(char *des_data, int *des_len, int shift, int outlenmax, char *src_data,
-                                          int src_len)
+extern "C" int conv_ascii_to_gsm_alphabet(char *des_data, int *des_len, int shift, int outlenmax,
+                                          char *src_data, int src_len)
 {
     PB_LOG("enter\n\n");
     // A negative fill-bit count is refused; *des_len is left as it was.
@@ -174,8 +174,8 @@ extern "C" int conv_ascii_to_gsm_alphabet(char *des_data, int *des_len, int shif
     return 0;
 }
 
-extern "C" int conv_gsm_to_ascii_alphabet(char *des_data, int *des_len, int shift, int outlenmax, char *src_data,
-                                          int src_len)
+extern "C" int conv_gsm_to_ascii_alphabet(char *des_data, int *des_len, int shift, int outlenmax,
+                                          char *src_data, int src_len)
 {
     PB_LOG("enter\n\n");
     // A shift outside 0..7 is refused; *des_len is left as it was.

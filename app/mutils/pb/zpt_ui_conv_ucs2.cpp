@@ -39,7 +39,7 @@ unsigned short utf2uni(const unsigned char *utf, int sptr, int cnt_bits)
     return static_cast<unsigned short>(v & 0xFFFF);
 }
 
-} // namespace
+}  // namespace
 
 extern "C" int char2short(const char *src, int srclen, unsigned short *des)
 {

@@ -41,7 +41,7 @@ int expand(unsigned short *des, int *des_len, const unsigned char *chars, int n,
     return 0;
 }
 
-} // namespace
+}  // namespace
 
 extern "C" int ucs2_81_to_80(unsigned short *des, int *des_len, unsigned char *str)
 {

@@ -25,15 +25,15 @@ extern "C" {
 #endif
 
 #define PB_MAX_ENTRIES 1000
-#define PB_TEXT_LEN 51      /* bytes of a text field, NUL included */
-#define PB_RECORD_SIZE 161  /* bytes of one record in a phonebook file */
-#define PB_DEL_ANY_MAX 200  /* indexes one delete-list request carries */
+#define PB_TEXT_LEN    51  /* bytes of a text field, NUL included */
+#define PB_RECORD_SIZE 161 /* bytes of one record in a phonebook file */
+#define PB_DEL_ANY_MAX 200 /* indexes one delete-list request carries */
 
 typedef struct {
-    zp_uint32 index;      /* 1..1000, its slot + 1; 0 marks a free slot */
-    zp_uint32 sim_index;  /* SIM record number from 1; 0xFFFFFFFF on the device */
-    char name[PB_TEXT_LEN];  /* UTF-8 */
-    char num[PB_TEXT_LEN];   /* ASCII dialling number */
+    zp_uint32 index;        /* 1..1000, its slot + 1; 0 marks a free slot */
+    zp_uint32 sim_index;    /* SIM record number from 1; 0xFFFFFFFF on the device */
+    char name[PB_TEXT_LEN]; /* UTF-8 */
+    char num[PB_TEXT_LEN];  /* ASCII dialling number */
     char email[PB_TEXT_LEN];
 } pb_flash_info;
 
@@ -47,11 +47,7 @@ typedef struct {
     pb_flash_info_v mem;
 } pb_mem_info;
 
-typedef enum {
-    STORAGE_TYPE_SIM = 1,
-    STORAGE_TYPE_FLASH = 2,
-    STORAGE_TYPE_UNKNOWN = 3
-} storage_type_t;
+typedef enum { STORAGE_TYPE_SIM = 1, STORAGE_TYPE_FLASH = 2, STORAGE_TYPE_UNKNOWN = 3 } storage_type_t;
 
 typedef enum {
     INDEX_TYPE_FLASH = 0, /* by device index */
@@ -102,15 +98,15 @@ typedef enum {
 } sim_pb_handle_t;
 
 /* Message ids of the phonebook, all addressed to module MU_ID. */
-#define MSG_ID_PB_REQ 0x104000a1u      /* pb_event_req_t, 972 bytes */
-#define MSG_ID_PB_RSP 0x104000a2u      /* pb_rsp_t, 8 bytes */
+#define MSG_ID_PB_REQ      0x104000a1u /* pb_event_req_t, 972 bytes */
+#define MSG_ID_PB_RSP      0x104000a2u /* pb_rsp_t, 8 bytes */
 #define MSG_ID_PB_READ_IND 0x104000b2u /* pbm_record_read_ind_msg_v01 */
 
 /* Request body. The sender zeroes it whole before filling it. */
 typedef struct {
-    zp_int32 event;        /* sim_pb_handle_t */
-    pb_flash_info value;   /* the entry */
-    zp_int32 storage_type; /* storage_type_t */
+    zp_int32 event;                   /* sim_pb_handle_t */
+    pb_flash_info value;              /* the entry */
+    zp_int32 storage_type;            /* storage_type_t */
     zp_int32 any_idx[PB_DEL_ANY_MAX]; /* device indexes for a delete-list; < 1 skipped */
 } pb_event_req_t;
 

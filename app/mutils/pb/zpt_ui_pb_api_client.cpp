@@ -65,8 +65,8 @@ pb_return_code_enum_t pb_event_notify(sim_pb_handle_t event, storage_type_t type
 
     pb_rsp_t rsp{0, 0};
     size_t rsp_len = sizeof rsp;
-    if (simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &rsp_len, k_notify_timeout_ms) !=
-        0)
+    if (simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &rsp_len,
+                                 k_notify_timeout_ms) != 0)
         return PB_RCODE_ERROR;
     if (event == SIM_PB_HANDLE_TYPE_ADD && pvalue != nullptr)
         pvalue->sim_index = static_cast<zp_uint32>(rsp.value);
@@ -122,7 +122,8 @@ int simlib_send_request_sync(zp_uint32 dest_id, zp_uint32 req_msg_id, const void
     return 0;
 }
 
-pb_return_code_enum_t simlib_pb_write_handler(storage_type_t type, sim_pb_handle_t h_type, pb_flash_info *info)
+pb_return_code_enum_t simlib_pb_write_handler(storage_type_t type, sim_pb_handle_t h_type,
+                                              pb_flash_info *info)
 {
     PB_LOG("enter \n\n");
     PB_LOG("storage type:%s\n\n", storage_name(type));
@@ -155,8 +156,8 @@ pb_return_code_enum_t simlib_pb_del_any(storage_type_t type, int *idx_array, int
 
     pb_rsp_t rsp{0, 0};
     size_t rsp_len = sizeof rsp;
-    if (simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &rsp_len, k_del_any_timeout_ms) !=
-        0) {
+    if (simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &rsp_len,
+                                 k_del_any_timeout_ms) != 0) {
         PB_LOG("simlib_send_request_sync failed\n");
         return PB_RCODE_ERROR;
     }

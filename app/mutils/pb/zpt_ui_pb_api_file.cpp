@@ -133,8 +133,8 @@ int simlib_pb_write_file(FILE *pfile, pb_flash_info *pb)
         PB_LOG("error \n\n");
         return -1;
     }
-    PB_LOG("Write File: index = %d, sim_index = %d, number = %s, name = %s\n", pb->index, pb->sim_index, pb->num,
-           pb->name);
+    PB_LOG("Write File: index = %d, sim_index = %d, number = %s, name = %s\n", pb->index, pb->sim_index,
+           pb->num, pb->name);
     if (!write_u32(pfile, pb->index)) {
         PB_LOG("write index error \n\n");
         return -1;

@@ -133,8 +133,8 @@ extern "C" pb_return_code_enum_t simlib_pb_import(const char *path, storage_type
             PB_LOG("PB ADD ENTRY: simlib_pb_add failed, ret = %d\n", static_cast<int>(rc));
             continue;
         }
-        PB_LOG("Import Entry: index = %d, number = %s, name = %s, email = %s\n", static_cast<int>(entry.index),
-               entry.num, entry.name, entry.email);
+        PB_LOG("Import Entry: index = %d, number = %s, name = %s, email = %s\n",
+               static_cast<int>(entry.index), entry.num, entry.name, entry.email);
     }
 
     // One rewrite for the whole file; the text file was read to its end, so
@@ -144,8 +144,8 @@ extern "C" pb_return_code_enum_t simlib_pb_import(const char *path, storage_type
     return PB_RCODE_OK;
 }
 
-extern "C" pb_return_code_enum_t simlib_pb_export(const char *path, storage_type_t type, const zp_int32 *array,
-                                                  int count)
+extern "C" pb_return_code_enum_t simlib_pb_export(const char *path, storage_type_t type,
+                                                  const zp_int32 *array, int count)
 {
     pb_flash_info entry;
     std::memset(&entry, 0, sizeof entry);
@@ -173,7 +173,8 @@ extern "C" pb_return_code_enum_t simlib_pb_export(const char *path, storage_type
     // phonebook too, not SIM record numbers.
     for (int i = 0; i < count; ++i) {
         std::memset(&entry, 0, sizeof entry);
-        if (simlib_pb_getbyidx(pb_mem.get(), static_cast<unsigned int>(array[i]), &entry, INDEX_TYPE_FLASH) != 0) {
+        if (simlib_pb_getbyidx(pb_mem.get(), static_cast<unsigned int>(array[i]), &entry, INDEX_TYPE_FLASH) !=
+            0) {
             PB_LOG("PB EDIT ENTRY: index = %d not exist\n", static_cast<int>(array[i]));
             continue;
         }

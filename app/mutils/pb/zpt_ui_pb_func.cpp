@@ -10,8 +10,8 @@
 #include <cstring>
 
 #include "pb_log.h"
-#include "pb_work.h"
 #include "pb_qmi.h"
+#include "pb_work.h"
 #include "zpt_ui_pb_func.h"
 
 pb_sim_module_s g_sim_module;
@@ -142,7 +142,8 @@ pb_return_code_enum_t pb_func_change_entry(pb_event_req_t *req, const pb_change_
 
 pb_return_code_enum_t pb_func_edit_entry(pb_event_req_t *req)
 {
-    static const pb_change_op op = {true, "EDIT", pb_qmi_edit_entry, simlib_pb_edit, "pb_qmi_edit_entry failed"};
+    static const pb_change_op op = {true, "EDIT", pb_qmi_edit_entry, simlib_pb_edit,
+                                    "pb_qmi_edit_entry failed"};
     return pb_func_change_entry(req, op);
 }
 
@@ -173,7 +174,8 @@ pb_return_code_enum_t pb_func_del_any(pb_event_req_t *req)
         if (idx < 1)
             continue;
         std::memset(&pb_entry, 0, sizeof pb_entry);
-        if (simlib_pb_getbyidx(pb_mem.get(), static_cast<unsigned int>(idx), &pb_entry, INDEX_TYPE_FLASH) != 0) {
+        if (simlib_pb_getbyidx(pb_mem.get(), static_cast<unsigned int>(idx), &pb_entry, INDEX_TYPE_FLASH) !=
+            0) {
             PB_LOG("PB DEL ENTRY: index = %d not exist\n", idx);
             continue;
         }
@@ -249,9 +251,7 @@ pb_return_code_enum_t pb_init_entries(void)
         return PB_RCODE_INIT_ERR;
     }
     switch (g_sim_module.pb_sim_read_flag) {
-    case 1:
-        PB_LOG("PB has been read before, return directly.\n");
-        return PB_RCODE_OK;
+    case 1: PB_LOG("PB has been read before, return directly.\n"); return PB_RCODE_OK;
     case 0:
         // The first get-all starts the reading and is answered "not read
         // yet", even when the card turns out empty and the flag is 1 now.
@@ -259,11 +259,7 @@ pb_return_code_enum_t pb_init_entries(void)
         (void)pb_qmi_get_all();
         PB_LOG("Try to read PB ok\n");
         return PB_RCODE_READED_ERR;
-    case 2:
-        PB_LOG("PB is reading, return\n");
-        return PB_RCODE_READED_ERR;
-    default:
-        PB_LOG("Bad flag for reading PB\n");
-        return PB_RCODE_ERROR;
+    case 2: PB_LOG("PB is reading, return\n"); return PB_RCODE_READED_ERR;
+    default: PB_LOG("Bad flag for reading PB\n"); return PB_RCODE_ERROR;
     }
 }

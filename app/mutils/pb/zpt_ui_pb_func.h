@@ -42,9 +42,9 @@ int pb_func_get_pb_free_index(pb_mem_info *p_pb_mem, pb_flash_info *mpb);
 
 /* SIM record codec (EF ADN): the 14-byte fixed part after the alpha identifier. */
 typedef struct {
-    zp_uint8 bcd_len;      /* digit bytes + 1; 0xFF: no number */
+    zp_uint8 bcd_len; /* digit bytes + 1; 0xFF: no number */
     zp_uint8 ton_npi;
-    zp_uint8 number[10];   /* packed BCD, first digit in the low nibble */
+    zp_uint8 number[10]; /* packed BCD, first digit in the low nibble */
     zp_uint8 cap_config_id;
     zp_uint8 ext_id;
 } pb_fixed_sim_rec_s_type;

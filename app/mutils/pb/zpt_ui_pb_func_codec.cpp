@@ -12,7 +12,7 @@ namespace {
 
 constexpr unsigned char kUnused = 0xFF;
 constexpr unsigned char kNumberDigitBytes = sizeof(pb_fixed_sim_rec_s_type::number);
-constexpr int kMaxExpanded = 20; // characters a 0x81/0x82 name expands to at most
+constexpr int kMaxExpanded = 20;  // characters a 0x81/0x82 name expands to at most
 
 // Expands a 0x81 or 0x82 name from a copy of its header and character bytes.
 // The character count is cut to the bytes present inside read_len, so the
@@ -31,7 +31,7 @@ int expand_compressed(unsigned short *des, int *des_len, const unsigned char *re
     return expand(des, des_len, copy);
 }
 
-} // namespace
+}  // namespace
 
 extern "C" pb_return_code_enum_t pb_func_decode_name(unsigned char *ptrname, unsigned char *read_buffer,
                                                      const int read_len)
@@ -145,7 +145,8 @@ extern "C" pb_return_code_enum_t pb_func_decode_number(unsigned char *ptrnum,
         // past the fixed part (the extension record is not followed).
         PB_LOG("SIM ERROR record number could not convert to asci\n");
         result = PB_RCODE_BCD_ERR;
-    } else if (conv_bcd_to_ascii(fixed_sim_record->number, static_cast<unsigned char>(fixed_sim_record->bcd_len - 1),
+    } else if (conv_bcd_to_ascii(fixed_sim_record->number,
+                                 static_cast<unsigned char>(fixed_sim_record->bcd_len - 1),
                                  fixed_sim_record->ton_npi, ptrnum) != 0) {
         PB_LOG("SIM ERROR record number could not convert to asci\n");
         result = PB_RCODE_BCD_ERR;

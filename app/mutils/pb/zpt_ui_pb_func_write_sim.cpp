@@ -64,7 +64,8 @@ pb_return_code_enum_t write_sim_find(pb_mem_info *pb_mem, pb_flash_info *mpb, pb
     }
     if (type == STORAGE_TYPE_SIM) {
         if (mpb->sim_index == 0) {
-            PB_LOG("PB %s ENTRY: bad sim_index = %d in entry, index = %d\n", what, mpb->sim_index, info->index);
+            PB_LOG("PB %s ENTRY: bad sim_index = %d in entry, index = %d\n", what, mpb->sim_index,
+                   info->index);
             return PB_RCODE_INVALID_ERR;
         }
         info->sim_index = mpb->sim_index;
@@ -152,18 +153,10 @@ pb_return_code_enum_t pb_func_write_sim(pb_flash_info *info, sim_pb_handle_t pb_
 
     pb_return_code_enum_t ret;
     switch (pb_event) {
-    case SIM_PB_HANDLE_TYPE_EDIT:
-        ret = write_sim_edit(pb_mem.get(), &mpb, info, type);
-        break;
-    case SIM_PB_HANDLE_TYPE_DEL:
-        ret = write_sim_del(pb_mem.get(), &mpb, info, type);
-        break;
-    case SIM_PB_HANDLE_TYPE_ADD:
-        ret = write_sim_add(pb_mem.get(), &mpb, info, type);
-        break;
-    default:
-        PB_LOG("PB action = %d was not supported.\n", pb_event);
-        return PB_RCODE_INVALID_ERR;
+    case SIM_PB_HANDLE_TYPE_EDIT: ret = write_sim_edit(pb_mem.get(), &mpb, info, type); break;
+    case SIM_PB_HANDLE_TYPE_DEL: ret = write_sim_del(pb_mem.get(), &mpb, info, type); break;
+    case SIM_PB_HANDLE_TYPE_ADD: ret = write_sim_add(pb_mem.get(), &mpb, info, type); break;
+    default: PB_LOG("PB action = %d was not supported.\n", pb_event); return PB_RCODE_INVALID_ERR;
     }
     if (ret != PB_RCODE_OK)
         return ret;

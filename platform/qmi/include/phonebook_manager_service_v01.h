@@ -24,34 +24,34 @@ extern "C" {
 /* Version of the message definitions this library was built for. */
 #define PBM_V01_IDL_MAJOR_VERS 0x01
 #define PBM_V01_IDL_MINOR_VERS 0x10
-#define PBM_V01_IDL_TOOL_VERS 0x06
+#define PBM_V01_IDL_TOOL_VERS  0x06
 
 /* Array bounds */
-#define QMI_PBM_NUMBER_MAX_LENGTH_V01 40
-#define QMI_PBM_NAME_MAX_LENGTH_V01 241
-#define QMI_PBM_EMAIL_MAX_LENGTH_V01 241
-#define QMI_PBM_AD_NUM_MAX_V01 4
-#define QMI_PBM_GRP_ID_MAX_V01 10
-#define QMI_PBM_EMAIL_INFO_MAX_V01 2
+#define QMI_PBM_NUMBER_MAX_LENGTH_V01             40
+#define QMI_PBM_NAME_MAX_LENGTH_V01               241
+#define QMI_PBM_EMAIL_MAX_LENGTH_V01              241
+#define QMI_PBM_AD_NUM_MAX_V01                    4
+#define QMI_PBM_GRP_ID_MAX_V01                    10
+#define QMI_PBM_EMAIL_INFO_MAX_V01                2
 #define QMI_PBM_MAX_NUM_BASIC_RECORD_INSTANCE_V01 10
-#define QMI_PBM_MAX_NUM_SNAME_INFO_V01 10
-#define QMI_PBM_MAX_NUM_AD_NUM_INSTANCE_V01 10
-#define QMI_PBM_MAX_NUM_GRP_ID_INSTANCE_V01 10
-#define QMI_PBM_MAX_NUM_EMAIL_INSTANCE_V01 10
-#define QMI_PBM_MAX_NUM_HIDDEN_INFO_INSTANCE_V01 10
-#define QMI_PBM_MAX_NUM_AD_NUM_COUNT_V01 4
+#define QMI_PBM_MAX_NUM_SNAME_INFO_V01            10
+#define QMI_PBM_MAX_NUM_AD_NUM_INSTANCE_V01       10
+#define QMI_PBM_MAX_NUM_GRP_ID_INSTANCE_V01       10
+#define QMI_PBM_MAX_NUM_EMAIL_INSTANCE_V01        10
+#define QMI_PBM_MAX_NUM_HIDDEN_INFO_INSTANCE_V01  10
+#define QMI_PBM_MAX_NUM_AD_NUM_COUNT_V01          4
 
 /* Message ids: request, response and indication share the number. */
-#define QMI_PBM_GET_PB_CAPABILITIES_REQ_V01 0x0002
-#define QMI_PBM_GET_PB_CAPABILITIES_RESP_V01 0x0002
-#define QMI_PBM_READ_RECORDS_REQ_V01 0x0004
-#define QMI_PBM_READ_RECORDS_RESP_V01 0x0004
-#define QMI_PBM_RECORD_READ_IND_V01 0x0004
-#define QMI_PBM_WRITE_RECORD_REQ_V01 0x0005
-#define QMI_PBM_WRITE_RECORD_RESP_V01 0x0005
-#define QMI_PBM_DELETE_RECORD_REQ_V01 0x0006
-#define QMI_PBM_DELETE_RECORD_RESP_V01 0x0006
-#define QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01 0x0007
+#define QMI_PBM_GET_PB_CAPABILITIES_REQ_V01    0x0002
+#define QMI_PBM_GET_PB_CAPABILITIES_RESP_V01   0x0002
+#define QMI_PBM_READ_RECORDS_REQ_V01           0x0004
+#define QMI_PBM_READ_RECORDS_RESP_V01          0x0004
+#define QMI_PBM_RECORD_READ_IND_V01            0x0004
+#define QMI_PBM_WRITE_RECORD_REQ_V01           0x0005
+#define QMI_PBM_WRITE_RECORD_RESP_V01          0x0005
+#define QMI_PBM_DELETE_RECORD_REQ_V01          0x0006
+#define QMI_PBM_DELETE_RECORD_RESP_V01         0x0006
+#define QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01  0x0007
 #define QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01 0x0007
 
 /* Phonebook types (one value per request) */
@@ -387,8 +387,9 @@ typedef struct {
 
 /* The service object of the definitions above; NULL unless the three numbers
  * are exactly the ones this library was built for (1, 16, 6). */
-qmi_idl_service_object_type pbm_get_service_object_internal_v01(int32_t idl_maj_version, int32_t idl_min_version,
-                                                                 int32_t library_version);
+qmi_idl_service_object_type pbm_get_service_object_internal_v01(int32_t idl_maj_version,
+                                                                int32_t idl_min_version,
+                                                                int32_t library_version);
 
 #ifdef __cplusplus
 }
@@ -410,7 +411,8 @@ static_assert(offsetof(pbm_get_pb_capabilities_resp_msg_v01, aas_capability) == 
 static_assert(offsetof(pbm_get_pb_capabilities_resp_msg_v01, write_access_info) == 48, "layout");
 static_assert(offsetof(pbm_get_pb_capabilities_resp_msg_v01, num_pb_sets) == 66, "layout");
 static_assert(sizeof(pbm_get_pb_capabilities_resp_msg_v01) == 72, "layout");
-static_assert(sizeof(pbm_read_records_req_msg_v01) == 12 && sizeof(pbm_read_records_resp_msg_v01) == 12, "layout");
+static_assert(sizeof(pbm_read_records_req_msg_v01) == 12 && sizeof(pbm_read_records_resp_msg_v01) == 12,
+              "layout");
 static_assert(offsetof(pbm_read_records_resp_msg_v01, num_of_recs) == 10, "layout");
 static_assert(sizeof(pbm_record_instance_type_v01) == 304, "layout");
 static_assert(offsetof(pbm_record_instance_type_v01, number) == 16, "layout");
@@ -420,8 +422,9 @@ static_assert(sizeof(pbm_basic_record_data_type_v01) == 3056, "layout");
 static_assert(offsetof(pbm_basic_record_data_type_v01, record_instances_len) == 12, "layout");
 static_assert(offsetof(pbm_basic_record_data_type_v01, record_instances) == 16, "layout");
 static_assert(sizeof(pbm_sname_info_type_v01) == 252 && sizeof(pbm_ad_num_info_type_v01) == 56 &&
-                  sizeof(pbm_ad_num_record_info_type_v01) == 232 && sizeof(pbm_grp_id_record_info_type_v01) == 20 &&
-                  sizeof(pbm_email_info_type_v01) == 248 && sizeof(pbm_email_record_info_type_v01) == 504 &&
+                  sizeof(pbm_ad_num_record_info_type_v01) == 232 &&
+                  sizeof(pbm_grp_id_record_info_type_v01) == 20 && sizeof(pbm_email_info_type_v01) == 248 &&
+                  sizeof(pbm_email_record_info_type_v01) == 504 &&
                   sizeof(pbm_hidden_record_info_type_v01) == 4,
               "layout");
 static_assert(offsetof(pbm_record_read_ind_msg_v01, sname_info_array_valid) == 3056, "layout");
@@ -439,7 +442,8 @@ static_assert(offsetof(pbm_write_record_req_msg_v01, is_hidden) == 1309, "layout
 static_assert(sizeof(pbm_write_record_req_msg_v01) == 1312, "layout");
 static_assert(sizeof(pbm_write_record_resp_msg_v01) == 12, "layout");
 static_assert(offsetof(pbm_write_record_resp_msg_v01, record_id) == 10, "layout");
-static_assert(sizeof(pbm_delete_record_req_msg_v01) == 8 && sizeof(pbm_delete_record_resp_msg_v01) == 12, "layout");
+static_assert(sizeof(pbm_delete_record_req_msg_v01) == 8 && sizeof(pbm_delete_record_resp_msg_v01) == 12,
+              "layout");
 static_assert(offsetof(pbm_record_id_type_v01, record_id) == 6, "layout");
 static_assert(sizeof(pbm_delete_all_pb_records_req_msg_v01) == 8, "layout");
 static_assert(sizeof(pbm_delete_all_pb_records_resp_msg_v01) == 8, "layout");

@@ -56,37 +56,37 @@ typedef qmi_cci_os_signal_type qmi_client_os_params;
 #define QMI_CLIENT_INSTANCE_ANY 0xffff
 
 /* qmi_client_error_type values */
-#define QMI_NO_ERR 0
-#define QMI_INTERNAL_ERR (-1)
-#define QMI_SERVICE_ERR (-2) /* the service cannot be reached or went away */
-#define QMI_TIMEOUT_ERR (-3)
-#define QMI_EXTENDED_ERR (-4)
-#define QMI_PORT_NOT_OPEN_ERR (-5)
-#define QMI_MEMCOPY_ERROR (-13)
-#define QMI_INVALID_TXN (-14)
+#define QMI_NO_ERR               0
+#define QMI_INTERNAL_ERR         (-1)
+#define QMI_SERVICE_ERR          (-2) /* the service cannot be reached or went away */
+#define QMI_TIMEOUT_ERR          (-3)
+#define QMI_EXTENDED_ERR         (-4)
+#define QMI_PORT_NOT_OPEN_ERR    (-5)
+#define QMI_MEMCOPY_ERROR        (-13)
+#define QMI_INVALID_TXN          (-14)
 #define QMI_CLIENT_ALLOC_FAILURE (-15)
 #define QMI_CLIENT_TRANSPORT_ERR (-16)
-#define QMI_CLIENT_PARAM_ERR (-17)
-#define QMI_CLIENT_INVALID_CLNT (-18)
-#define QMI_CLIENT_FW_NOT_UP (-19)
-#define QMI_CLIENT_INVALID_SIG (-20)
-#define QMI_XPORT_BUSY_ERR (-21)
+#define QMI_CLIENT_PARAM_ERR     (-17)
+#define QMI_CLIENT_INVALID_CLNT  (-18)
+#define QMI_CLIENT_FW_NOT_UP     (-19)
+#define QMI_CLIENT_INVALID_SIG   (-20)
+#define QMI_XPORT_BUSY_ERR       (-21)
 
 /* Message library results; encoding and decoding failures surface through
  * the client calls with these values. */
-#define QMI_IDL_LIB_NO_ERR 0
-#define QMI_IDL_LIB_EXTENDED_ERR (-40)
-#define QMI_IDL_LIB_BUFFER_TOO_SMALL (-41)
-#define QMI_IDL_LIB_ARRAY_TOO_BIG (-42)
-#define QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND (-43)
-#define QMI_IDL_LIB_TLV_DUPLICATED (-44)
-#define QMI_IDL_LIB_LENGTH_INCONSISTENCY (-45)
-#define QMI_IDL_LIB_MISSING_TLV (-46)
-#define QMI_IDL_LIB_PARAMETER_ERROR (-47)
+#define QMI_IDL_LIB_NO_ERR                       0
+#define QMI_IDL_LIB_EXTENDED_ERR                 (-40)
+#define QMI_IDL_LIB_BUFFER_TOO_SMALL             (-41)
+#define QMI_IDL_LIB_ARRAY_TOO_BIG                (-42)
+#define QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND         (-43)
+#define QMI_IDL_LIB_TLV_DUPLICATED               (-44)
+#define QMI_IDL_LIB_LENGTH_INCONSISTENCY         (-45)
+#define QMI_IDL_LIB_MISSING_TLV                  (-46)
+#define QMI_IDL_LIB_PARAMETER_ERROR              (-47)
 #define QMI_IDL_LIB_UNRECOGNIZED_SERVICE_VERSION (-48)
-#define QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV (-49)
+#define QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV        (-49)
 #define QMI_IDL_LIB_INCOMPATIBLE_SERVICE_VERSION (-50)
-#define QMI_IDL_LIB_RANGE_FAILURE (-51)
+#define QMI_IDL_LIB_RANGE_FAILURE                (-51)
 
 /* Indication callback: the raw (still encoded) indication and its length. */
 typedef void (*qmi_client_ind_cb)(qmi_client_type user_handle, unsigned long msg_id, unsigned char *ind_buf,
@@ -117,9 +117,9 @@ qmi_client_error_type qmi_client_send_msg_sync(qmi_client_type user_handle, unsi
                                                unsigned int timeout_msecs);
 
 qmi_client_error_type qmi_client_message_decode(qmi_client_type user_handle,
-                                                qmi_idl_type_of_message_type req_resp_ind, unsigned int message_id,
-                                                const void *p_src, unsigned int src_len, void *p_dst,
-                                                unsigned int dst_len);
+                                                qmi_idl_type_of_message_type req_resp_ind,
+                                                unsigned int message_id, const void *p_src,
+                                                unsigned int src_len, void *p_dst, unsigned int dst_len);
 
 int32_t qmi_idl_get_message_c_struct_len(const qmi_idl_service_object_type p_service,
                                          qmi_idl_type_of_message_type message_type, uint16_t message_id,
