@@ -194,7 +194,7 @@ bool pb_qmi_sizes_match(qmi_idl_service_object_type obj)
 void pb_qmi_write_nv(const char *key, int value)
 {
     char text[32];
-    std::snprintf(text, sizeof text, "%d", value);
+    (void)std::snprintf(text, sizeof text, "%d", value);
     (void)nvmram_writenv(key, text, static_cast<int>(std::strlen(text)) + 1);
 }
 

@@ -48,21 +48,22 @@ extern "C" int char2short(const char *src, int srclen, unsigned short *des)
     if (srclen < 1)
         return 0;
     const auto *s = reinterpret_cast<const unsigned char *>(src);
-    int k = 0;
-    for (; 2 * k < srclen; ++k) {
+    const auto len = static_cast<size_t>(srclen);
+    size_t k = 0;
+    for (; 2 * k < len; ++k) {
         // An odd last byte has no partner inside srclen: it becomes the high
         // byte of a last character whose low byte is 0.
-        const unsigned int lo = (2 * k + 1 < srclen) ? s[2 * k + 1] : 0u;
+        const unsigned int lo = (2 * k + 1 < len) ? s[2 * k + 1] : 0u;
         des[k] = static_cast<unsigned short>((s[2 * k] << 8) | lo);
     }
-    return k;
+    return static_cast<int>(k);
 }
 
 extern "C" int short2char(const unsigned short *src, int srclen, char *des)
 {
     if (src == nullptr || des == nullptr || srclen <= 0)
         return -1;
-    for (int k = 0; k < srclen; ++k) {
+    for (size_t k = 0; k < static_cast<size_t>(srclen); ++k) {
         des[2 * k] = static_cast<char>(src[k] >> 8);
         des[2 * k + 1] = static_cast<char>(src[k] & 0xFF);
     }

@@ -16,23 +16,22 @@
 #include <memory>
 
 #include "pb_log.h"
+#include "pb_stdio.h"
 #include "zpt_ui_pb_api.h"
 
 namespace {
 
-struct FileCloser {
-    void operator()(FILE *f) const { std::fclose(f); }
-};
-using FilePtr = std::unique_ptr<FILE, FileCloser>;
+using FilePtr = pb_file;
 
 // Close now and report whether everything buffered reached the file.
 bool close_ok(FilePtr &f) { return std::fclose(f.release()) == 0; }
 
 // Whole-file stream buffer: a phonebook file is at most 161,000 bytes, so a
 // load or a rewrite is a handful of system calls.
-constexpr size_t kStreamBuffer = 64 * 1024;
+constexpr size_t kStreamBuffer = size_t{64} * 1024;
 
-void use_big_buffer(FILE *f) { std::setvbuf(f, nullptr, _IOFBF, kStreamBuffer); }
+// Without the big buffer the stream keeps its default one: slower, not wrong.
+void use_big_buffer(FILE *f) { (void)std::setvbuf(f, nullptr, _IOFBF, kStreamBuffer); }
 
 // Each stream here belongs to one call on one thread, so the per-call stream
 // lock of fread/fwrite buys nothing; skip it.
@@ -242,7 +241,7 @@ int simlib_clear_flash(storage_type_t type)
     }
     for (const char *path : {p->book, p->backup}) {
         if (FILE *f = std::fopen(path, "r")) {
-            std::fclose(f);
+            (void)std::fclose(f);
             unlink(path);
         }
     }

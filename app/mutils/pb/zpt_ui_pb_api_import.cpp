@@ -17,6 +17,7 @@
 #include <memory>
 
 #include "pb_log.h"
+#include "pb_stdio.h"
 #include "zpt_ui_pb_api.h"
 #include "zpt_ui_pb_func.h"
 
@@ -26,10 +27,7 @@ namespace {
 // parsed as a line of its own.
 constexpr size_t kLineBuf = 512;
 
-struct FileCloser {
-    void operator()(FILE *f) const { std::fclose(f); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
+using File = pb_file;
 
 struct HeapFree {
     void operator()(void *p) const { std::free(p); }
@@ -178,7 +176,7 @@ extern "C" pb_return_code_enum_t simlib_pb_export(const char *path, storage_type
             PB_LOG("PB EDIT ENTRY: index = %d not exist\n", static_cast<int>(array[i]));
             continue;
         }
-        std::fprintf(out.get(), "%s,%s,%s\n", entry.name, entry.num, entry.email);
+        (void)std::fprintf(out.get(), "%s,%s,%s\n", entry.name, entry.num, entry.email);
     }
     return PB_RCODE_OK;
 }
