@@ -66,6 +66,8 @@ extern "C" void log_print(int level, const char *format, ...)
     localtime_r(&ts.tv_sec, &t);
     int n = std::snprintf(line, sizeof line, "%02d:%02d:%02d.%06ld %5ld %s ", t.tm_hour, t.tm_min, t.tm_sec,
                           ts.tv_nsec / 1000, static_cast<long>(syscall(SYS_gettid)), level_name(level));
+    if (n < 0)
+        n = 0;
     va_list ap;
     va_start(ap, format);
     int m = std::vsnprintf(line + n, sizeof line - n, format, ap);
