@@ -24,7 +24,19 @@ const CmdInfo kCommands[] = {
     {"delete-all", Cmd::DELETE_ALL, true},
     {"import", Cmd::IMPORT, false},
     {"export", Cmd::EXPORT, true},
+    {"copy", Cmd::COPY, true},
 };
+
+bool parse_phonebook(const std::string &word, storage_type_t *out)
+{
+    if (word == "sim")
+        *out = STORAGE_TYPE_SIM;
+    else if (word == "device" || word == "flash")
+        *out = STORAGE_TYPE_FLASH;
+    else
+        return false;
+    return true;
+}
 
 bool parse_index(const std::string &s, int *out)
 {
@@ -88,6 +100,15 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
             args->json = true;
         } else if (a == "-y" || a == "--yes") {
             args->yes = true;
+        } else if (a == "-v" || a == "--verbose") {
+            args->verbose = true;
+        } else if (a == "--cut") {
+            args->cut = true;
+        } else if (a == "-f" || a == "--format") {
+            pbx::Format f;
+            if (!take_value(&v) || !pbx::parse_format(v, &f))
+                return "--format takes vcard, csv or module";
+            args->format = f;
         } else if (a == "-w" || a == "--wait") {
             if (!take_value(&v))
                 return "--wait needs a number of seconds";
@@ -127,13 +148,14 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
     if (info->takes_phonebook) {
         if (pos.size() < 2)
             return pos[0] + ": name the phonebook, sim or device";
-        if (pos[1] == "sim")
-            args->type = STORAGE_TYPE_SIM;
-        else if (pos[1] == "device" || pos[1] == "flash")
-            args->type = STORAGE_TYPE_FLASH;
-        else
+        if (!parse_phonebook(pos[1], &args->type))
             return "unknown phonebook '" + pos[1] + "': use sim or device";
         next = 2;
+    }
+    if (args->cmd == Cmd::COPY) {
+        if (pos.size() < 3 || !parse_phonebook(pos[2], &args->to) || args->to == args->type)
+            return "copy: name the phonebook to copy into: copy sim device, or copy device sim";
+        next = 3;
     }
     if (args->cmd == Cmd::IMPORT || args->cmd == Cmd::EXPORT) {
         if (pos.size() <= next)
@@ -176,10 +198,21 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         if (n == 0)
             return "delete: give one or more indexes";
         break;
-    case Cmd::EXPORT: break;
+    case Cmd::EXPORT:
+    case Cmd::COPY: break;
     }
     if (has_fields && args->cmd != Cmd::ADD && args->cmd != Cmd::EDIT)
         return pos[0] + " takes no --name, --number or --email";
+    if (args->format && args->cmd != Cmd::IMPORT && args->cmd != Cmd::EXPORT)
+        return pos[0] + " takes no --format";
+    if (args->cut && !(args->cmd == Cmd::COPY && args->to == STORAGE_TYPE_SIM))
+        return "--cut is for copy device sim only";
+    if (args->number) {
+        std::string tidied;
+        if (std::string why = pbx::tidy_number(*args->number, &tidied); !why.empty())
+            return "number '" + *args->number + "': " + why;
+        args->number = tidied;
+    }
     for (auto [what, v] :
          {std::pair{"name", &args->name}, {"number", &args->number}, {"e-mail", &args->email}})
         if (std::string err = check_field(what, *v); !err.empty())
@@ -205,11 +238,13 @@ Commands:
                                    change the fields given, keep the others
   delete PHONEBOOK INDEX...        delete one entry, or several at once
   delete-all PHONEBOOK --yes       delete every entry of the phonebook
-  import FILE                      add the entries of a text file to the device
-                                   phonebook; one entry a line: number,name,email
-  export PHONEBOOK FILE [INDEX...] write entries to a text file, all of them
-                                   when no index is given; one entry a line:
-                                   name,number,email
+  import FILE                      add the contacts of a file (vCard, CSV or the
+                                   module's own lines) to the device phonebook
+                                   and report what became of each
+  export PHONEBOOK FILE [INDEX...] write entries to a file, all of them when no
+                                   index is given
+  copy sim device [INDEX...]       copy entries (all when no index is given)
+  copy device sim [INDEX...]       from one phonebook into the other
   help                             show this text
 
 Options:
@@ -221,11 +256,24 @@ Options:
                       at most 50 bytes
   -e, --email EMAIL   e-mail address, at most 50 bytes
   -y, --yes           confirm delete-all
+  -f, --format FORMAT import and export: vcard (vCard 3.0 written; 2.1, 3.0
+                      and 4.0 read), csv (a header row name,number,email;
+                      address-book columns read) or module (one entry a line,
+                      no header, no quoting). Export writes module unless
+                      told; import tells the format from the content.
+  -v, --verbose       import, copy: a line for every contact
+      --cut           copy device sim: cut a name the card cannot hold to fit
+                      (at a whole character) instead of leaving it out
   -h, --help          show this text
 
-Text files have no header and no quoting; a name that holds a comma does not
-read back as it was written. Export writes the name first, import expects the
-number first.
+Numbers lose their spaces, dashes, dots and brackets on the way in; what is
+left must be digits * # P W T with + only in front. A name that is taken by
+another number gets the kind of number or a count after it, Anna (work) or
+Anna (2); the same name and number are not added twice.
+
+The module's own lines have no header and no quoting: export writes
+name,number,email, import reads number,name,email (and name first when the
+first field is no number).
 
 Exit status:
   0  done

@@ -7,11 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "pbx.h"
 #include "zpt_ui_pb_api.h"
 
 namespace pbcli {
 
-enum class Cmd { HELP, LIST, SHOW, ADD, EDIT, DELETE, DELETE_ALL, IMPORT, EXPORT };
+enum class Cmd { HELP, LIST, SHOW, ADD, EDIT, DELETE, DELETE_ALL, IMPORT, EXPORT, COPY };
 
 struct Args {
     Cmd cmd = Cmd::HELP;
@@ -21,7 +22,11 @@ struct Args {
     std::vector<int> indexes;  // device indexes, 1..1000
     std::optional<std::string> name, number, email;
     std::string file;
-    bool yes = false;  // confirms delete-all
+    bool yes = false;                          // confirms delete-all
+    storage_type_t to = STORAGE_TYPE_UNKNOWN;  // copy: the phonebook copied into
+    std::optional<pbx::Format> format;         // import, export: the text format
+    bool verbose = false;                      // import, copy: one line per contact
+    bool cut = false;                          // copy to the SIM: cut names to fit
 };
 
 // Fills *args from argv. Returns an empty string, or what is wrong.

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "pbx.h"
 #include "zpt_ui_pb_api.h"
 
 namespace pbcli {
@@ -322,26 +324,102 @@ Exit cmd_delete_all(Session &s)
     return EXIT_OK;
 }
 
+// Larger files are no contact list: 1000 entries fit in far less.
+constexpr std::streamsize kMaxFile = 16 << 20;
+
+bool read_file(const std::string &path, std::string *out)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return false;
+    out->resize(static_cast<size_t>(kMaxFile) + 1);
+    in.read(&(*out)[0], kMaxFile + 1);
+    out->resize(static_cast<size_t>(in.gcount()));
+    return !in.bad() && out->size() <= static_cast<size_t>(kMaxFile);
+}
+
+std::string json_report_line(const pbx::ReportLine &l)
+{
+    std::string s =
+        "{\"source\":" + std::to_string(l.from.source) + ",\"read\":{\"name\":" + json_string(l.from.name) +
+        ",\"number\":" + json_string(l.from.number) + ",\"email\":" + json_string(l.from.email) +
+        "},\"outcome\":\"" + pbx::outcome_word(l.outcome) + "\",\"index\":" + std::to_string(l.index);
+    if (l.outcome == pbx::Outcome::ADDED)
+        s += ",\"entry\":" + json_entry(l.entry);
+    if (l.outcome == pbx::Outcome::FAILED)
+        s += ",\"code\":" + std::to_string(l.rcode);
+    s += std::string(",\"renamed\":") + (l.renamed ? "true" : "false") +
+         ",\"name_cut\":" + (l.name_cut ? "true" : "false") +
+         ",\"email_cut\":" + (l.email_cut ? "true" : "false") +
+         ",\"email_dropped\":" + (l.email_dropped ? "true" : "false");
+    return s + ",\"text\":" + json_string(pbx::outcome_text(l)) + "}";
+}
+
+// The outcome of an import or a copy: a summary with the reasons counted,
+// a line per contact with --verbose, everything with --json.
+Exit print_report(const Session &s, const pbx::Report &r, const std::string &what, storage_type_t into,
+                  const char *source_word)
+{
+    const int added = r.count(pbx::Outcome::ADDED);
+    const char *book = into == STORAGE_TYPE_SIM ? "SIM" : "device";
+    if (s.args().json) {
+        std::string lines;
+        for (const auto &l : r.lines)
+            lines += (lines.empty() ? "" : ",") + json_report_line(l);
+        std::cout << "{\"ok\":true,\"phonebook\":\"" << storage_name(into) << "\"," << what
+                  << "\"read\":" << r.lines.size() << ",\"added\":" << added
+                  << ",\"not_added\":" << r.lines.size() - static_cast<size_t>(added) << ",\"contacts\":["
+                  << lines << "]}\n";
+        return EXIT_OK;
+    }
+    std::cout << "Added " << added << " of " << r.lines.size()
+              << (r.lines.size() == 1 ? " contact" : " contacts") << " to the " << book << " phonebook";
+    std::string why;
+    for (auto o : {pbx::Outcome::DUPLICATE, pbx::Outcome::NO_NUMBER, pbx::Outcome::BAD_NUMBER,
+                   pbx::Outcome::NAME_TOO_LONG, pbx::Outcome::NUMBER_TOO_LONG, pbx::Outcome::FULL,
+                   pbx::Outcome::NOT_READ, pbx::Outcome::FAILED})
+        if (int n = r.count(o))
+            why += (why.empty() ? "" : ", ") + std::to_string(n) + " " + pbx::outcome_word(o);
+    std::cout << (why.empty() ? "" : "; not added: " + why) << "\n";
+    for (const auto &l : r.lines)
+        if (s.args().verbose || l.outcome != pbx::Outcome::ADDED || l.renamed || l.name_cut || l.email_cut)
+            std::cout << "  " << source_word << " " << l.from.source << ": "
+                      << display_text(l.outcome == pbx::Outcome::ADDED ? l.entry.name : l.from.name) << " "
+                      << display_text(l.outcome == pbx::Outcome::ADDED ? l.entry.num : l.from.number) << ": "
+                      << pbx::outcome_text(l) << "\n";
+    return EXIT_OK;
+}
+
 Exit cmd_import(Session &s)
 {
     const std::string &file = s.args().file;
-    Entries before, after;
-    if (int rc = s.read_all(STORAGE_TYPE_FLASH, &before); rc != PB_RCODE_OK)
+    std::string text;
+    if (!read_file(file, &text))
+        return s.fail_text(EXIT_FAILED,
+                           "import: cannot read '" + file + "' (missing, unreadable or over 16 MiB)");
+    const pbx::Format f = s.args().format.value_or(pbx::detect_format(text));
+    pbx::Report report;
+    if (int rc = pbx::import_to_device(pbx::parse(text, f), &report); rc != PB_RCODE_OK)
         return s.fail(rc, "import");
-    int rc = simlib_pb_import(file.c_str(), STORAGE_TYPE_FLASH);
-    if (rc == PB_RCODE_INVALID_ERR)
-        return s.fail_text(EXIT_FAILED, "import: cannot open '" + file + "'");
-    if (rc != PB_RCODE_OK)
-        return s.fail(rc, "import");
-    s.read_all(STORAGE_TYPE_FLASH, &after);
-    const long added = static_cast<long>(after.size()) - static_cast<long>(before.size());
-    if (s.args().json)
-        std::cout << "{\"ok\":true,\"phonebook\":\"device\",\"imported\":" << added
-                  << ",\"count\":" << after.size() << "}\n";
-    else
-        std::cout << "Imported " << added << (added == 1 ? " entry" : " entries") << " from " << file
-                  << " into the device phonebook (" << after.size() << " entries now)\n";
-    return EXIT_OK;
+    return print_report(s, report,
+                        "\"file\":" + json_string(file) + ",\"format\":\"" + pbx::format_name(f) + "\",",
+                        STORAGE_TYPE_FLASH, "line");
+}
+
+// The entries at the indexes given (all when none is), in that order, and
+// the indexes without an entry.
+Entries pick(const Entries &all, const std::vector<int> &indexes, std::vector<int> *missing)
+{
+    if (indexes.empty())
+        return all;
+    Entries out;
+    for (int i : indexes) {
+        if (const pb_flash_info *e = find(all, i))
+            out.push_back(*e);
+        else
+            missing->push_back(i);
+    }
+    return out;
 }
 
 Exit cmd_export(Session &s)
@@ -350,31 +428,71 @@ Exit cmd_export(Session &s)
     Entries v;
     if (int rc = s.read_all(a.type, &v); rc != PB_RCODE_OK)
         return s.fail(rc, "export");
-    std::vector<int> idx = a.indexes, missing;
-    if (idx.empty())
-        for (const auto &e : v)
-            idx.push_back(static_cast<int>(e.index));
-    for (int i : idx)
-        if (!find(v, i))
-            missing.push_back(i);
-    std::vector<zp_int32> arr(idx.begin(), idx.end());
-    int rc = simlib_pb_export(a.file.c_str(), a.type, arr.data(), static_cast<int>(arr.size()));
-    if (rc != PB_RCODE_OK)
-        return s.fail_text(rc == PB_RCODE_ERROR ? EXIT_FAILED : rcode_exit(rc),
-                           "export: cannot write '" + a.file + "'");
-    const size_t written = idx.size() - missing.size();
+    std::vector<int> missing;
+    const Entries chosen = pick(v, a.indexes, &missing);
+    const pbx::Format f = a.format.value_or(pbx::Format::MODULE);
+    bool written;
+    if (f == pbx::Format::MODULE) {
+        // The module's own writer, as it always was.
+        std::vector<zp_int32> arr;
+        for (const auto &e : chosen)
+            arr.push_back(static_cast<zp_int32>(e.index));
+        written =
+            simlib_pb_export(a.file.c_str(), a.type, arr.data(), static_cast<int>(arr.size())) == PB_RCODE_OK;
+    } else {
+        const std::string text = pbx::format(chosen, f);
+        std::ofstream out(a.file, std::ios::binary | std::ios::trunc);
+        written = out && out.write(text.data(), static_cast<std::streamsize>(text.size())) && out.flush();
+    }
+    if (!written)
+        return s.fail_text(EXIT_FAILED, "export: cannot write '" + a.file + "'");
     Exit status = missing.empty() ? EXIT_OK : EXIT_NOT_FOUND;
     if (a.json) {
         std::cout << "{\"ok\":" << (status == EXIT_OK ? "true" : "false") << ",\"phonebook\":\"" << s.book()
-                  << "\",\"file\":" << json_string(a.file) << ",\"exported\":" << written
-                  << ",\"not_found\":" << json_ints(missing) << "}\n";
+                  << "\",\"file\":" << json_string(a.file) << ",\"format\":\"" << pbx::format_name(f)
+                  << "\",\"exported\":" << chosen.size() << ",\"not_found\":" << json_ints(missing) << "}\n";
     } else {
-        std::cout << "Exported " << written << (written == 1 ? " entry" : " entries") << " of the "
-                  << (a.type == STORAGE_TYPE_SIM ? "SIM" : "device") << " phonebook to " << a.file << "\n";
+        std::cout << "Exported " << chosen.size() << (chosen.size() == 1 ? " entry" : " entries")
+                  << " of the " << (a.type == STORAGE_TYPE_SIM ? "SIM" : "device") << " phonebook to "
+                  << a.file << "\n";
         if (!missing.empty())
             std::cerr << "pbcli: no entry at index " << join(missing) << "\n";
     }
     return status;
+}
+
+Exit cmd_copy(Session &s)
+{
+    const Args &a = s.args();
+    Entries from;
+    if (int rc = s.read_all(a.type, &from); rc != PB_RCODE_OK)
+        return s.fail(rc, "copy");
+    std::vector<int> missing;
+    const std::vector<pbx::Contact> contacts = pbx::contacts_of(pick(from, a.indexes, &missing));
+    if (!missing.empty())
+        return s.fail_text(EXIT_NOT_FOUND, "copy: no entry at index " + join(missing) + "; nothing copied");
+
+    pbx::Report report;
+    if (a.to == STORAGE_TYPE_FLASH) {
+        if (int rc = pbx::import_to_device(contacts, &report); rc != PB_RCODE_OK)
+            return s.fail(rc, "copy");
+    } else {
+        // Writes go to the service one entry at a time, each asked again
+        // while the card is being read, like any other SIM change.
+        Args to_sim = a;
+        to_sim.type = STORAGE_TYPE_SIM;
+        Session sim(to_sim);
+        pbx::SimCopy how;
+        how.cut = a.cut;
+        if (int rc = sim.read_all(STORAGE_TYPE_SIM, &how.present); rc != PB_RCODE_OK)
+            return s.fail(rc, "copy");
+        if (!pbx::read_sim_limits(&how.limits))
+            return s.fail_text(EXIT_FAILED, "copy: the card's name and number lengths are not known "
+                                            "(has the service read the card?)");
+        how.add = [&sim](pb_flash_info *e) { return sim.write(SIM_PB_HANDLE_TYPE_ADD, e); };
+        pbx::copy_to_sim(contacts, how, &report);
+    }
+    return print_report(s, report, "\"from\":\"" + std::string(storage_name(a.type)) + "\",", a.to, "index");
 }
 
 }  // namespace
@@ -392,6 +510,7 @@ Exit run_command(const Args &args)
     case Cmd::DELETE_ALL: return cmd_delete_all(s);
     case Cmd::IMPORT: return cmd_import(s);
     case Cmd::EXPORT: return cmd_export(s);
+    case Cmd::COPY: return cmd_copy(s);
     }
     return EXIT_USAGE;
 }

@@ -1,0 +1,366 @@
+// Contacts into a phonebook: each is checked (a number a phonebook can
+// hold, a name and e-mail that fit, no duplicate, a name of its own) and
+// added, and what became of it goes into the report.
+//
+// The device phonebook is changed the way the service changes it: load the
+// file into a working copy, add, save once, all under the exclusive lock of
+// the file's lock file. The SIM phonebook is changed only by the service:
+// one add request per entry.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <unordered_map>
+
+#include "pbx.h"
+#include "text.h"
+#include "zpt_ui_pb_func.h"
+
+namespace pbx {
+
+namespace {
+
+constexpr size_t kFieldBytes = PB_TEXT_LEN - 1;
+constexpr zp_uint32 kNoSimRecord = 0xFFFFFFFFu;
+constexpr int kRecordDigits = 20;  // digits the number field of a card record holds
+constexpr const char *kDeviceLock = PB_DATA_DIR "/pb_device_file.lock";
+
+// The exclusive lock on a phonebook's lock file, held from construction to
+// destruction; closing the file releases it.
+class FileLock {
+public:
+    explicit FileLock(const char *path) : fd_(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600))
+    {
+        int rc;
+        while (fd_ >= 0 && (rc = flock(fd_, LOCK_EX)) != 0 && errno == EINTR) {
+        }
+        if (fd_ >= 0 && rc != 0) {
+            close(fd_);
+            fd_ = -1;
+        }
+    }
+    ~FileLock()
+    {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    FileLock(const FileLock &) = delete;
+    FileLock &operator=(const FileLock &) = delete;
+    bool held() const { return fd_ >= 0; }
+
+private:
+    int fd_;
+};
+
+// A working copy of a whole table, zero-filled (an all-zero lock is a valid
+// unlocked lock), from the heap: 165 KB is too much for some threads' stacks.
+struct TableFree {
+    void operator()(pb_mem_info *t) const
+    {
+        pthread_rwlock_destroy(&t->pb_rwlock);
+        std::free(t);
+    }
+};
+using Table = std::unique_ptr<pb_mem_info, TableFree>;
+
+// Names and numbers of a phonebook, to find duplicates and taken names.
+class Book {
+public:
+    explicit Book(const std::vector<pb_flash_info> &entries)
+    {
+        for (const pb_flash_info &e : entries)
+            add(e);
+    }
+    void add(const pb_flash_info &e) { names_[e.name].push_back({e.num, static_cast<int>(e.index)}); }
+    // The entries of that name: none, or (number, index) of each.
+    const std::vector<std::pair<std::string, int>> *find(const std::string &name) const
+    {
+        auto it = names_.find(name);
+        return it == names_.end() ? nullptr : &it->second;
+    }
+
+private:
+    std::unordered_map<std::string, std::vector<std::pair<std::string, int>>> names_;
+};
+
+// A name tried for an entry, cut to fit when allowed.
+struct Fit {
+    bool ok;
+    std::string name;
+    bool cut;
+    std::string why;
+};
+using Fitter = std::function<Fit(const std::string &base, const std::string &suffix)>;
+
+// A device entry's name: at most 50 bytes, cut at a whole character.
+Fit device_fit(const std::string &base, const std::string &suffix)
+{
+    if (suffix.size() >= kFieldBytes)
+        return {false, "", false, "no name of its own fits"};
+    std::string head(trim(cut_text(base, kFieldBytes - suffix.size())));
+    return {true, head + suffix, head.size() < base.size(), ""};
+}
+
+// A SIM entry's name: what the card's alpha identifier holds in the
+// encoding the name needs; cut only when the user allowed it.
+Fit sim_fit(const std::string &base, const std::string &suffix, int octets, bool allow_cut)
+{
+    const int need = sim_name_octets(base + suffix);
+    if (need < 0)
+        return {false, "", false, "the name holds characters a SIM cannot store"};
+    std::string head(trim(cut_text(base, kFieldBytes - suffix.size())));
+    if (head == base && need <= octets)
+        return {true, base + suffix, false, ""};
+    if (!allow_cut)
+        return {false, "", false,
+                "the name needs " + std::to_string(need) + " octets on the card, which holds " +
+                    std::to_string(octets) +
+                    (suffix.empty() ? "" : " (with \"" + suffix + "\" to tell it apart)") +
+                    "; --cut cuts it"};
+    while (!head.empty() && sim_name_octets(head + suffix) > octets)
+        head = trim(cut_text(head, head.size() - 1));
+    if (sim_name_octets(head + suffix) > octets)
+        return {false, "", false, "the card holds no name of " + std::to_string(octets) + " octets"};
+    return {true, head + suffix, true, ""};
+}
+
+std::string single_line(std::string_view s)
+{
+    std::string out(s);
+    for (char &c : out)
+        if (c == '\r' || c == '\n' || c == '\t')
+            c = ' ';
+    return std::string(trim(out));
+}
+
+void set_field(char (&field)[PB_TEXT_LEN], const std::string &text)
+{
+    std::memcpy(field, text.data(), text.size());
+    field[text.size()] = '\0';
+}
+
+// Checks a contact and fills line->entry with what would be stored. False,
+// with the outcome set, when the contact is not to be added.
+bool check(const Contact &c, const Book &book, const Fitter &fit, ReportLine *line)
+{
+    line->from = c;
+    if (!c.problem.empty()) {
+        line->outcome = Outcome::NOT_READ;
+        line->detail = c.problem;
+        return false;
+    }
+    std::string number;
+    if (std::string why = tidy_number(c.number, &number); !why.empty()) {
+        line->outcome = Outcome::BAD_NUMBER;
+        line->detail = why;
+        return false;
+    }
+    if (number.empty()) {
+        line->outcome = Outcome::NO_NUMBER;
+        return false;
+    }
+    set_field(line->entry.num, number);
+    const std::string email = single_line(c.email);
+    set_field(line->entry.email, cut_text(email, kFieldBytes));
+    line->email_cut = email.size() > kFieldBytes;
+
+    // Names are unique in a phonebook: a name taken by another number gets
+    // the kind of number, else a count, after it. An empty name is shared.
+    const std::string base = single_line(c.name);
+    std::vector<std::string> suffixes = {""};
+    if (!base.empty()) {
+        if (!c.label.empty())
+            suffixes.push_back(" (" + c.label + ")");
+        for (int n = 2; n <= PB_MAX_ENTRIES + 1; ++n)
+            suffixes.push_back(" (" + std::to_string(n) + ")");
+    }
+    for (const std::string &suffix : suffixes) {
+        Fit f = fit(base, suffix);
+        if (!f.ok) {
+            line->outcome = Outcome::NAME_TOO_LONG;
+            line->detail = f.why;
+            return false;
+        }
+        const auto *same_name = book.find(f.name);
+        bool taken = false;
+        for (const auto &[num, index] : same_name ? *same_name : std::vector<std::pair<std::string, int>>{}) {
+            if (num == number) {
+                line->outcome = Outcome::DUPLICATE;
+                line->index = index;
+                set_field(line->entry.name, f.name);
+                return false;
+            }
+            taken = !base.empty();
+        }
+        if (!taken) {
+            set_field(line->entry.name, f.name);
+            line->name_cut = f.cut;
+            line->renamed = !suffix.empty();
+            return true;
+        }
+    }
+    line->outcome = Outcome::FULL;
+    return false;
+}
+
+}  // namespace
+
+int Report::count(Outcome o) const
+{
+    int n = 0;
+    for (const ReportLine &l : lines)
+        n += l.outcome == o;
+    return n;
+}
+
+std::vector<Contact> contacts_of(const std::vector<pb_flash_info> &entries)
+{
+    std::vector<Contact> out;
+    for (const pb_flash_info &e : entries)
+        out.push_back({e.name, e.num, e.email, "", static_cast<int>(e.index), ""});
+    return out;
+}
+
+int import_to_device(const std::vector<Contact> &contacts, Report *report)
+{
+    report->lines.clear();
+    FileLock lock(kDeviceLock);
+    Table table(static_cast<pb_mem_info *>(std::calloc(1, sizeof(pb_mem_info))));
+    if (!lock.held() || !table || simlib_pb_from_flash(STORAGE_TYPE_FLASH, table.get()) != 0)
+        return PB_RCODE_READ_ERR;
+
+    std::vector<pb_flash_info> present;
+    for (const pb_flash_info &e : table->mem.pb)
+        if (e.index != 0)
+            present.push_back(e);
+    Book book(present);
+    bool added = false;
+    for (const Contact &c : contacts) {
+        ReportLine line;
+        if (check(c, book, device_fit, &line)) {
+            line.entry.sim_index = kNoSimRecord;
+            if (simlib_pb_add(table.get(), &line.entry) == PB_RCODE_OK) {
+                line.outcome = Outcome::ADDED;
+                line.index = static_cast<int>(line.entry.index);
+                book.add(line.entry);
+                added = true;
+            } else {
+                line.outcome = Outcome::FULL;
+            }
+        }
+        report->lines.push_back(line);
+    }
+    if (added && simlib_pb_to_flash(STORAGE_TYPE_FLASH, table.get()) != 0) {
+        for (ReportLine &l : report->lines)
+            if (l.outcome == Outcome::ADDED) {
+                l.outcome = Outcome::FAILED;
+                l.rcode = PB_RCODE_WRITE_ERR;
+            }
+        return PB_RCODE_WRITE_ERR;
+    }
+    return PB_RCODE_OK;
+}
+
+int copy_to_sim(const std::vector<Contact> &contacts, const SimCopy &how, Report *report)
+{
+    report->lines.clear();
+    Book book(how.present);
+    const auto add = how.add ? how.add : [](pb_flash_info *e) {
+        return static_cast<int>(simlib_pb_write_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_ADD, e));
+    };
+    const Fitter fit = [&](const std::string &base, const std::string &suffix) {
+        return sim_fit(base, suffix, how.limits.name_octets, how.cut);
+    };
+    const int max_digits = std::min(how.limits.number_digits, kRecordDigits);
+    bool full = false, added = false;
+    for (const Contact &c : contacts) {
+        ReportLine line;
+        if (check(c, book, fit, &line)) {
+            const int digits = sim_number_digits(line.entry.num);
+            line.email_dropped = line.entry.email[0] != '\0';
+            line.entry.email[0] = '\0';
+            line.entry.sim_index = 0;
+            int rc = PB_RCODE_NOTFREE_ERR;
+            if (digits > max_digits) {
+                line.outcome = Outcome::NUMBER_TOO_LONG;
+                line.detail = "the number has " + std::to_string(digits) + " digits; the card holds " +
+                              std::to_string(max_digits);
+            } else if (full || (rc = add(&line.entry)) == PB_RCODE_NOTFREE_ERR) {
+                line.outcome = Outcome::FULL;
+                full = true;
+            } else if (rc != PB_RCODE_OK) {
+                line.outcome = Outcome::FAILED;
+                line.rcode = rc;
+            } else {
+                line.outcome = Outcome::ADDED;
+                book.add(line.entry);
+                added = true;
+            }
+        }
+        report->lines.push_back(line);
+    }
+
+    // The service answers an add with the SIM record; the index comes from
+    // the phonebook as it is now.
+    int num = 0;
+    const pb_flash_info *now = nullptr;
+    if (added && simlib_pb_init(STORAGE_TYPE_SIM) == 0)
+        now = simlib_pb_read_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_GETALL, &num);
+    for (int k = 0; now != nullptr && k < num; ++k)
+        for (ReportLine &l : report->lines)
+            if (l.outcome == Outcome::ADDED && l.entry.sim_index == now[k].sim_index)
+                l.index = static_cast<int>(l.entry.index = now[k].index);
+    return PB_RCODE_OK;
+}
+
+const char *outcome_word(Outcome o)
+{
+    switch (o) {
+    case Outcome::ADDED: return "added";
+    case Outcome::NOT_READ: return "not_read";
+    case Outcome::NO_NUMBER: return "no_number";
+    case Outcome::BAD_NUMBER: return "bad_number";
+    case Outcome::DUPLICATE: return "duplicate";
+    case Outcome::NAME_TOO_LONG: return "name_too_long";
+    case Outcome::NUMBER_TOO_LONG: return "number_too_long";
+    case Outcome::FULL: return "full";
+    case Outcome::FAILED: break;
+    }
+    return "failed";
+}
+
+std::string outcome_text(const ReportLine &l)
+{
+    switch (l.outcome) {
+    case Outcome::ADDED: {
+        std::string s = l.index > 0 ? "added at index " + std::to_string(l.index) : "added";
+        if (l.renamed)
+            s += " as \"" + std::string(l.entry.name) + "\": the name was taken by another number";
+        if (l.name_cut)
+            s += "; name cut to \"" + std::string(l.entry.name) + "\" to fit";
+        if (l.email_cut)
+            s += "; e-mail cut to 50 bytes";
+        if (l.email_dropped)
+            s += "; e-mail left out: the SIM holds none";
+        return s;
+    }
+    case Outcome::NOT_READ: return "not read: " + l.detail;
+    case Outcome::NO_NUMBER: return "not added: no number";
+    case Outcome::DUPLICATE:
+        return "not added: the same name and number are at index " + std::to_string(l.index);
+    case Outcome::FULL: return "not added: the phonebook is full";
+    case Outcome::FAILED:
+        return "not added: the phonebook refused it (result code " + std::to_string(l.rcode) + ")";
+    case Outcome::BAD_NUMBER:
+    case Outcome::NAME_TOO_LONG:
+    case Outcome::NUMBER_TOO_LONG: break;
+    }
+    return "not added: " + l.detail;
+}
+
+}  // namespace pbx

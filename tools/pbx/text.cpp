@@ -1,0 +1,111 @@
+// UTF-8 helpers of the contact exchange library.
+#include "text.h"
+
+#include "pbx.h"
+
+namespace pbx {
+
+bool next_char(std::string_view s, size_t *pos, char32_t *cp)
+{
+    const size_t i = *pos;
+    const auto byte = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
+    const unsigned char lead = byte(i);
+    if (lead < 0x80) {
+        *cp = lead;
+        *pos = i + 1;
+        return true;
+    }
+    // Length from the lead byte; C0, C1 and F5..FF never start a character.
+    const size_t len = lead >= 0xC2 && lead < 0xE0   ? 2
+                       : lead >= 0xE0 && lead < 0xF0 ? 3
+                       : lead >= 0xF0 && lead < 0xF5 ? 4
+                                                     : 0;
+    if (len == 0 || i + len > s.size())
+        return false;
+    char32_t v = lead & (0x7F >> len);
+    for (size_t k = 1; k < len; ++k) {
+        if ((byte(i + k) & 0xC0) != 0x80)
+            return false;
+        v = v << 6 | (byte(i + k) & 0x3F);
+    }
+    static const char32_t kLeast[5] = {0, 0, 0x80, 0x800, 0x10000};
+    if (v < kLeast[len] || v > 0x10FFFF || (v >= 0xD800 && v < 0xE000))
+        return false;
+    *cp = v;
+    *pos = i + len;
+    return true;
+}
+
+void append_utf8(std::string *out, char32_t cp)
+{
+    if (cp < 0x80) {
+        *out += static_cast<char>(cp);
+    } else if (cp < 0x800) {
+        *out += static_cast<char>(0xC0 | cp >> 6);
+        *out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else if (cp < 0x10000) {
+        *out += static_cast<char>(0xE0 | cp >> 12);
+        *out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
+        *out += static_cast<char>(0x80 | (cp & 0x3F));
+    } else {
+        *out += static_cast<char>(0xF0 | cp >> 18);
+        *out += static_cast<char>(0x80 | (cp >> 12 & 0x3F));
+        *out += static_cast<char>(0x80 | (cp >> 6 & 0x3F));
+        *out += static_cast<char>(0x80 | (cp & 0x3F));
+    }
+}
+
+std::string as_utf8(std::string_view s)
+{
+    std::string out;
+    out.reserve(s.size());
+    for (size_t i = 0; i < s.size();) {
+        const size_t start = i;
+        char32_t cp;
+        if (next_char(s, &i, &cp)) {
+            out.append(s, start, i - start);
+        } else {
+            append_utf8(&out, static_cast<unsigned char>(s[i]));
+            ++i;
+        }
+    }
+    return out;
+}
+
+std::string cut_text(std::string_view text, size_t max_bytes)
+{
+    if (text.size() <= max_bytes)
+        return std::string(text);
+    size_t n = max_bytes;
+    // text[n] is the first byte left out; while it continues a character,
+    // that character began inside the kept part: leave it out whole.
+    while (n > 0 && (static_cast<unsigned char>(text[n]) & 0xC0) == 0x80)
+        --n;
+    return std::string(text.substr(0, n));
+}
+
+std::string lower(std::string_view s)
+{
+    std::string out(s);
+    for (char &c : out)
+        if (c >= 'A' && c <= 'Z')
+            c = static_cast<char>(c - 'A' + 'a');
+    return out;
+}
+
+bool same_word(std::string_view a, std::string_view b)
+{
+    return a.size() == b.size() && lower(a) == lower(b);
+}
+
+std::string_view trim(std::string_view s)
+{
+    const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+    while (!s.empty() && blank(s.front()))
+        s.remove_prefix(1);
+    while (!s.empty() && blank(s.back()))
+        s.remove_suffix(1);
+    return s;
+}
+
+}  // namespace pbx

@@ -1,0 +1,34 @@
+/*
+ * text.h - small UTF-8 helpers shared by the parsers and formatters of the
+ * contact exchange library (internal).
+ */
+#ifndef PBX_TEXT_H
+#define PBX_TEXT_H
+
+#include <string>
+#include <string_view>
+
+namespace pbx {
+
+/* Reads the UTF-8 character at s[*pos] into *cp and moves *pos past it.
+ * False (and *pos unchanged) when the bytes there are not a valid,
+ * shortest-form character. */
+bool next_char(std::string_view s, size_t *pos, char32_t *cp);
+
+/* The text itself when it is valid UTF-8; else every byte that does not
+ * start a valid character is read as a Latin-1 character. */
+std::string as_utf8(std::string_view s);
+
+/* Appends the UTF-8 form of cp. */
+void append_utf8(std::string *out, char32_t cp);
+
+/* ASCII lower case, and comparison ignoring ASCII case. */
+std::string lower(std::string_view s);
+bool same_word(std::string_view a, std::string_view b);
+
+/* Without leading and trailing spaces, tabs, CR and LF. */
+std::string_view trim(std::string_view s);
+
+}  // namespace pbx
+
+#endif /* PBX_TEXT_H */
