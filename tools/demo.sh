@@ -140,10 +140,22 @@ sed 's/^/    /' tools/demo/contacts.csv
 pbcli import tools/demo/contacts.csv
 pbcli list device
 
-step "Export a selection (entries 2, 4 and 5) and all of the SIM phonebook"
+step "Import a phone's vCard file: one entry per number, and what became of each contact"
+sed 's/^/    /' tools/demo/contacts.vcf
+pbcli import --verbose tools/demo/contacts.vcf
+
+step "Copy between the phonebooks: the SIM to the device, device entries to the SIM"
+pbcli copy sim device 1 2
+pbcli copy device sim 1 8
+pbcli copy --cut device sim 1
+
+step "Export a selection (entries 2, 4 and 5), all of the SIM phonebook, the device as vCard and CSV"
 pbcli export device "$out/device_selection.csv" 2 4 5
 sed 's/^/    /' "$out/device_selection.csv"
 pbcli export sim "$out/sim_all.csv"
+pbcli export device "$out/device.vcf" 1 8 --format vcard
+sed 's/^/    /' "$out/device.vcf"
+pbcli export device "$out/device.csv" --format csv
 
 step "Delete several entries at once, and what a script sees"
 pbcli delete device 3 6
@@ -157,7 +169,8 @@ echo "pb_host and the simulator have ended"
 step "Where the files are"
 cat <<EOF
   phonebook files:     $data_dir/pb_sim_file, $data_dir/pb_device_file
-  exported text files: $out/device_selection.csv, $out/sim_all.csv
+  exported text files: $out/device_selection.csv, $out/sim_all.csv,
+                       $out/device.vcf, $out/device.csv
   the card as changed: $out/sim_card.txt
   service log:         $out/pb_host.log
 EOF

@@ -178,7 +178,7 @@ TEST_F(PbcliE2e, SeveralIndexesAreDoneAndTheMissingOnesReported)
     const std::string csv = kWork + "/e2e_import.csv", out = kWork + "/e2e_export.csv";
     std::ofstream(csv)
         << "+491711234567,Jürgen Groß,j@example.de\n+74957654321,Ольга,\n+861087654321,李娜,\n";
-    ASSERT_EQ(pbcli({"import", csv}).js["imported"], "3");
+    ASSERT_EQ(pbcli({"import", csv}).js["added"], "3");
 
     Outcome exp = pbcli({"export", "device", out, "3", "1", "9"});
     EXPECT_EQ(exp.status, 5) << "index 9 has no entry";
@@ -191,6 +191,45 @@ TEST_F(PbcliE2e, SeveralIndexesAreDoneAndTheMissingOnesReported)
     Outcome left = pbcli({"list", "device"});
     ASSERT_EQ(left.js["count"], "1");
     EXPECT_EQ(left.js["entries.0.index"], "2") << "a delete keeps the other indexes";
+}
+
+// A vCard in, the same back out and in again, then copies both ways with
+// the card's limits (14 name octets, 20 digits).
+TEST_F(PbcliE2e, ContactsTravelThroughFilesAndBetweenThePhonebooks)
+{
+    const std::string vcf = kWork + "/e2e_in.vcf", back = kWork + "/e2e_back.vcf";
+    std::ofstream(vcf)
+        << "BEGIN:VCARD\r\nVERSION:3.0\r\nFN:Jürgen Groß\r\nTEL;TYPE=CELL:+49 171 1234567\r\n"
+           "TEL;TYPE=WORK:030 1234-567\r\nEND:VCARD\r\nBEGIN:VCARD\r\nVERSION:3.0\r\nFN:Anna\r\n"
+           "TEL:0800-ANNA\r\nEND:VCARD\r\n";
+    Outcome in = pbcli({"import", vcf});
+    ASSERT_EQ(in.status, 0) << in.out;
+    EXPECT_EQ(in.js["format"], "vcard");
+    EXPECT_EQ(in.js["added"], "2");
+    EXPECT_EQ(in.js["contacts.1.entry.name"], "Jürgen Groß (work)");
+    EXPECT_EQ(in.js["contacts.1.entry.number"], "0301234567");
+    EXPECT_EQ(in.js["contacts.2.outcome"], "bad_number");
+
+    ASSERT_EQ(pbcli({"export", "device", back, "--format", "vcard"}).status, 0);
+    Outcome again = pbcli({"import", back, "--format", "vcard"});
+    EXPECT_EQ(again.js["added"], "0");
+    EXPECT_EQ(again.js["contacts.1.outcome"], "duplicate");
+
+    Outcome skip = pbcli({"copy", "device", "sim"});
+    ASSERT_EQ(skip.status, 0) << skip.out;
+    EXPECT_EQ(skip.js["contacts.0.outcome"], "added");
+    EXPECT_EQ(skip.js["contacts.1.outcome"], "name_too_long") << "\"Jürgen Groß (work)\" needs 18 octets";
+    EXPECT_EQ(card_name(std::stoi(skip.js["contacts.0.entry.sim_index"])), "Jürgen Groß");
+    Outcome cut = pbcli({"copy", "device", "sim", "2", "--cut"}, false);
+    EXPECT_EQ(cut.status, 0) << cut.err;
+    EXPECT_NE(cut.out.find("Added 1 of 1 contact to the SIM phonebook"), std::string::npos) << cut.out;
+    EXPECT_NE(cut.out.find("name cut to \"Jürgen Groß (w\""), std::string::npos) << cut.out;
+
+    Outcome down = pbcli({"copy", "sim", "device", "2"});
+    EXPECT_EQ(down.js["contacts.0.entry.name"], "Анна Каренина");
+    EXPECT_EQ(down.js["contacts.0.entry.index"], "3");
+    EXPECT_EQ(pbcli({"copy", "device", "sim", "99"}).status, 5);
+    EXPECT_EQ(pbcli({"add", "device", "--name", "X", "--number", "12/34"}).status, 2) << "number checked";
 }
 
 TEST_F(PbcliE2e, FailuresEndWithTheirExitStatus)

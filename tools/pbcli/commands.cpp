@@ -374,12 +374,20 @@ Exit print_report(const Session &s, const pbx::Report &r, const std::string &wha
     }
     std::cout << "Added " << added << " of " << r.lines.size()
               << (r.lines.size() == 1 ? " contact" : " contacts") << " to the " << book << " phonebook";
+    static const std::pair<pbx::Outcome, const char *> kWhy[] = {
+        {pbx::Outcome::DUPLICATE, "already there"},
+        {pbx::Outcome::NO_NUMBER, "without a number"},
+        {pbx::Outcome::BAD_NUMBER, "with a number no phonebook holds"},
+        {pbx::Outcome::NAME_TOO_LONG, "with a name too long for the card"},
+        {pbx::Outcome::NUMBER_TOO_LONG, "with a number too long for the card"},
+        {pbx::Outcome::FULL, "no room left"},
+        {pbx::Outcome::NOT_READ, "unreadable"},
+        {pbx::Outcome::FAILED, "refused"},
+    };
     std::string why;
-    for (auto o : {pbx::Outcome::DUPLICATE, pbx::Outcome::NO_NUMBER, pbx::Outcome::BAD_NUMBER,
-                   pbx::Outcome::NAME_TOO_LONG, pbx::Outcome::NUMBER_TOO_LONG, pbx::Outcome::FULL,
-                   pbx::Outcome::NOT_READ, pbx::Outcome::FAILED})
+    for (const auto &[o, words] : kWhy)
         if (int n = r.count(o))
-            why += (why.empty() ? "" : ", ") + std::to_string(n) + " " + pbx::outcome_word(o);
+            why += (why.empty() ? "" : ", ") + std::to_string(n) + " " + words;
     std::cout << (why.empty() ? "" : "; not added: " + why) << "\n";
     for (const auto &l : r.lines)
         if (s.args().verbose || l.outcome != pbx::Outcome::ADDED || l.renamed || l.name_cut || l.email_cut)
