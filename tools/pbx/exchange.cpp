@@ -15,6 +15,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <string_view>
 #include <unordered_map>
 
 #include "pbx.h"
@@ -68,24 +69,32 @@ struct TableFree {
 };
 using Table = std::unique_ptr<pb_mem_info, TableFree>;
 
-// Names and numbers of a phonebook, to find duplicates and taken names.
+// The entries of a phonebook by name, to find duplicates and taken names.
+// It points into entries that stay where they are while it is used.
 class Book {
 public:
-    explicit Book(const std::vector<pb_flash_info> &entries)
+    explicit Book(const pb_flash_info *entries, size_t n, size_t more)
     {
-        for (const pb_flash_info &e : entries)
-            add(e);
+        names_.reserve(n + more);
+        for (size_t k = 0; k < n; ++k)
+            if (entries[k].index != 0)
+                add(entries[k]);
     }
-    void add(const pb_flash_info &e) { names_[e.name].push_back({e.num, static_cast<int>(e.index)}); }
-    // The entries of that name: none, or (number, index) of each.
-    const std::vector<std::pair<std::string, int>> *find(const std::string &name) const
+    void add(const pb_flash_info &e) { names_.emplace(std::string_view(e.name), &e); }
+    // The entry of that name with that number; else whether the name is
+    // taken by another number.
+    const pb_flash_info *find(const std::string &name, const char *number, bool *taken) const
     {
-        auto it = names_.find(name);
-        return it == names_.end() ? nullptr : &it->second;
+        const auto [from, to] = names_.equal_range(name);
+        for (auto it = from; it != to; ++it)
+            if (std::strcmp(it->second->num, number) == 0)
+                return it->second;
+        *taken = from != to;
+        return nullptr;
     }
 
 private:
-    std::unordered_map<std::string, std::vector<std::pair<std::string, int>>> names_;
+    std::unordered_multimap<std::string_view, const pb_flash_info *> names_;
 };
 
 // A name tried for an entry, cut to fit when allowed.
@@ -100,6 +109,8 @@ using Fitter = std::function<Fit(const std::string &base, const std::string &suf
 // A device entry's name: at most 50 bytes, cut at a whole character.
 Fit device_fit(const std::string &base, const std::string &suffix)
 {
+    if (suffix.empty() && base.size() <= kFieldBytes)
+        return {true, base, false, ""};
     if (suffix.size() >= kFieldBytes)
         return {false, "", false, "no name of its own fits"};
     std::string head(trim(cut_text(base, kFieldBytes - suffix.size())));
@@ -131,14 +142,15 @@ Fit sim_fit(const std::string &base, const std::string &suffix, int octets, bool
 
 std::string single_line(std::string_view s)
 {
-    std::string out(s);
+    std::string out(trim(s));
     for (char &c : out)
         if (c == '\r' || c == '\n' || c == '\t')
             c = ' ';
-    return std::string(trim(out));
+    return out;
 }
 
-void set_field(char (&field)[PB_TEXT_LEN], const std::string &text)
+// Text that is known to fit (at most 50 bytes) into a field.
+void set_field(char (&field)[PB_TEXT_LEN], std::string_view text)
 {
     std::memcpy(field, text.data(), text.size());
     field[text.size()] = '\0';
@@ -166,41 +178,35 @@ bool check(const Contact &c, const Book &book, const Fitter &fit, ReportLine *li
     }
     set_field(line->entry.num, number);
     const std::string email = single_line(c.email);
-    set_field(line->entry.email, cut_text(email, kFieldBytes));
     line->email_cut = email.size() > kFieldBytes;
+    set_field(line->entry.email, line->email_cut ? cut_text(email, kFieldBytes) : email);
 
     // Names are unique in a phonebook: a name taken by another number gets
     // the kind of number, else a count, after it. An empty name is shared.
     const std::string base = single_line(c.name);
-    std::vector<std::string> suffixes = {""};
-    if (!base.empty()) {
-        if (!c.label.empty())
-            suffixes.push_back(" (" + c.label + ")");
-        for (int n = 2; n <= PB_MAX_ENTRIES + 1; ++n)
-            suffixes.push_back(" (" + std::to_string(n) + ")");
-    }
-    for (const std::string &suffix : suffixes) {
+    // Suffixes in the order tried: none, the kind of number, then 2, 3...
+    const int first_count = c.label.empty() ? 2 : 1;
+    const int last = base.empty() ? 0 : PB_MAX_ENTRIES + 1;
+    for (int n = 0; n <= last; n = n == 0 ? first_count : n + 1) {
+        const std::string suffix = n == 0 ? "" : " (" + (n == 1 ? c.label : std::to_string(n)) + ")";
         Fit f = fit(base, suffix);
         if (!f.ok) {
             line->outcome = Outcome::NAME_TOO_LONG;
             line->detail = f.why;
             return false;
         }
-        const auto *same_name = book.find(f.name);
         bool taken = false;
-        for (const auto &[num, index] : same_name ? *same_name : std::vector<std::pair<std::string, int>>{}) {
-            if (num == number) {
-                line->outcome = Outcome::DUPLICATE;
-                line->index = index;
-                set_field(line->entry.name, f.name);
-                return false;
-            }
-            taken = !base.empty();
+        if (const pb_flash_info *same = book.find(f.name, line->entry.num, &taken)) {
+            line->outcome = Outcome::DUPLICATE;
+            line->index = static_cast<int>(same->index);
+            set_field(line->entry.name, f.name);
+            return false;
         }
+        taken = taken && !base.empty();
         if (!taken) {
             set_field(line->entry.name, f.name);
             line->name_cut = f.cut;
-            line->renamed = !suffix.empty();
+            line->renamed = n != 0;
             return true;
         }
     }
@@ -234,26 +240,22 @@ int import_to_device(const std::vector<Contact> &contacts, Report *report)
     if (!lock.held() || !table || simlib_pb_from_flash(STORAGE_TYPE_FLASH, table.get()) != 0)
         return PB_RCODE_READ_ERR;
 
-    std::vector<pb_flash_info> present;
-    for (const pb_flash_info &e : table->mem.pb)
-        if (e.index != 0)
-            present.push_back(e);
-    Book book(present);
+    Book book(table->mem.pb, PB_MAX_ENTRIES, contacts.size());
     bool added = false;
+    report->lines.reserve(contacts.size());
     for (const Contact &c : contacts) {
-        ReportLine line;
-        if (check(c, book, device_fit, &line)) {
-            line.entry.sim_index = kNoSimRecord;
-            if (simlib_pb_add(table.get(), &line.entry) == PB_RCODE_OK) {
-                line.outcome = Outcome::ADDED;
-                line.index = static_cast<int>(line.entry.index);
-                book.add(line.entry);
-                added = true;
-            } else {
-                line.outcome = Outcome::FULL;
-            }
+        ReportLine &line = report->lines.emplace_back();
+        if (!check(c, book, device_fit, &line))
+            continue;
+        line.entry.sim_index = kNoSimRecord;
+        if (simlib_pb_add(table.get(), &line.entry) == PB_RCODE_OK) {
+            line.outcome = Outcome::ADDED;
+            line.index = static_cast<int>(line.entry.index);
+            book.add(table->mem.pb[line.entry.index - 1]);
+            added = true;
+        } else {
+            line.outcome = Outcome::FULL;
         }
-        report->lines.push_back(line);
     }
     if (added && simlib_pb_to_flash(STORAGE_TYPE_FLASH, table.get()) != 0) {
         for (ReportLine &l : report->lines)
@@ -269,7 +271,9 @@ int import_to_device(const std::vector<Contact> &contacts, Report *report)
 int copy_to_sim(const std::vector<Contact> &contacts, const SimCopy &how, Report *report)
 {
     report->lines.clear();
-    Book book(how.present);
+    // Lines are reserved up front: the book points at the entries added.
+    report->lines.reserve(contacts.size());
+    Book book(how.present.data(), how.present.size(), contacts.size());
     const auto add = how.add ? how.add : [](pb_flash_info *e) {
         return static_cast<int>(simlib_pb_write_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_ADD, e));
     };
@@ -279,7 +283,7 @@ int copy_to_sim(const std::vector<Contact> &contacts, const SimCopy &how, Report
     const int max_digits = std::min(how.limits.number_digits, kRecordDigits);
     bool full = false, added = false;
     for (const Contact &c : contacts) {
-        ReportLine line;
+        ReportLine &line = report->lines.emplace_back();
         if (check(c, book, fit, &line)) {
             const int digits = sim_number_digits(line.entry.num);
             line.email_dropped = line.entry.email[0] != '\0';
@@ -302,7 +306,6 @@ int copy_to_sim(const std::vector<Contact> &contacts, const SimCopy &how, Report
                 added = true;
             }
         }
-        report->lines.push_back(line);
     }
 
     // The service answers an add with the SIM record; the index comes from

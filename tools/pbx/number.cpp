@@ -39,7 +39,7 @@ std::string tidy_number(std::string_view in, std::string *out)
         if (c == '+') {
             if (!out->empty())
                 return "'+' may only stand at the start of a number";
-        } else if (c == 0 || !std::strchr("0123456789*#PWT", static_cast<int>(c))) {
+        } else if (!((c >= '0' && c <= '9') || c == '*' || c == '#' || c == 'P' || c == 'W' || c == 'T')) {
             return shown(c) + " cannot be part of a number (digits * # P W T, + in front)";
         }
         *out += static_cast<char>(c);

@@ -55,20 +55,28 @@ void append_utf8(std::string *out, char32_t cp)
     }
 }
 
-std::string as_utf8(std::string_view s)
+void as_utf8(std::string_view s, std::string *out)
 {
-    std::string out;
-    out.reserve(s.size());
-    for (size_t i = 0; i < s.size();) {
+    size_t ascii = 0;
+    while (ascii < s.size() && static_cast<unsigned char>(s[ascii]) < 0x80)
+        ++ascii;
+    out->assign(s.substr(0, ascii));
+    for (size_t i = ascii; i < s.size();) {
         const size_t start = i;
         char32_t cp;
         if (next_char(s, &i, &cp)) {
-            out.append(s, start, i - start);
+            out->append(s, start, i - start);
         } else {
-            append_utf8(&out, static_cast<unsigned char>(s[i]));
+            append_utf8(out, static_cast<unsigned char>(s[i]));
             ++i;
         }
     }
+}
+
+std::string as_utf8(std::string_view s)
+{
+    std::string out;
+    as_utf8(s, &out);
     return out;
 }
 
@@ -95,7 +103,13 @@ std::string lower(std::string_view s)
 
 bool same_word(std::string_view a, std::string_view b)
 {
-    return a.size() == b.size() && lower(a) == lower(b);
+    const auto low = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+    if (a.size() != b.size())
+        return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (low(a[i]) != low(b[i]))
+            return false;
+    return true;
 }
 
 std::string_view trim(std::string_view s)

@@ -18,6 +18,7 @@ bool next_char(std::string_view s, size_t *pos, char32_t *cp);
 /* The text itself when it is valid UTF-8; else every byte that does not
  * start a valid character is read as a Latin-1 character. */
 std::string as_utf8(std::string_view s);
+void as_utf8(std::string_view s, std::string *out); /* into *out, reusing its room */
 
 /* Appends the UTF-8 form of cp. */
 void append_utf8(std::string *out, char32_t cp);

@@ -28,52 +28,60 @@ bool quoted_printable(std::string_view content)
 
 // Physical lines end in CRLF, LF or CR. A line that starts with a space or a
 // tab continues the one before it (without that first blank); a
-// quoted-printable value that ends in '=' continues on the next line.
-std::vector<ContentLine> unfold(std::string_view text)
+// quoted-printable value that ends in '=' continues on the next line. Each
+// content line goes to `take` once it is complete.
+template <typename Take> void unfold(std::string_view text, Take take)
 {
     if (text.substr(0, 3) == "\xEF\xBB\xBF")
         text.remove_prefix(3);
-    std::vector<ContentLine> out;
+    ContentLine cur{"", 0};
     int number = 0;
     for (size_t pos = 0; pos < text.size();) {
-        size_t end = text.find_first_of("\r\n", pos);
-        if (end == std::string_view::npos)
-            end = text.size();
+        size_t end = pos;
+        while (end < text.size() && text[end] != '\r' && text[end] != '\n')
+            ++end;
         std::string_view phys = text.substr(pos, end - pos);
         pos = end + (text.compare(end, 2, "\r\n") == 0 ? 2 : 1);
         ++number;
-        ContentLine *last = out.empty() ? nullptr : &out.back();
-        if (last && !last->text.empty() && last->text.back() == '=' && quoted_printable(last->text)) {
-            last->text.pop_back();
-            last->text.append(phys);
-        } else if (last && !phys.empty() && (phys[0] == ' ' || phys[0] == '\t')) {
-            last->text.append(phys.substr(1));
+        if (!cur.text.empty() && cur.text.back() == '=' && quoted_printable(cur.text)) {
+            cur.text.pop_back();
+            cur.text.append(phys);
+        } else if (!cur.text.empty() && !phys.empty() && (phys[0] == ' ' || phys[0] == '\t')) {
+            cur.text.append(phys.substr(1));
         } else if (!trim(phys).empty()) {
-            out.push_back({std::string(phys), number});
+            if (!cur.text.empty())
+                take(cur);
+            cur.text.assign(phys);
+            cur.line = number;
         }
     }
-    return out;
+    if (!cur.text.empty())
+        take(cur);
 }
 
-// Splits at each `sep` that is not escaped with a backslash (and, when
-// `quotes`, not inside double quotes). Pieces are returned as written.
-std::vector<std::string> split(std::string_view s, char sep, bool quotes = false)
+// Calls `take` with each piece of s between the separators `sep`. In a
+// parameter list a separator inside double quotes does not count; in a
+// value one escaped with a backslash does not.
+enum class Escapes { QUOTES, BACKSLASH };
+template <typename Take> void each_piece(std::string_view s, char sep, Escapes mode, Take take)
 {
-    std::vector<std::string> out(1);
     bool in_quotes = false;
-    for (size_t i = 0; i < s.size(); ++i) {
-        if (s[i] == '\\' && i + 1 < s.size() && !quotes) {
-            out.back() += s.substr(i, 2);
+    size_t from = 0;
+    for (size_t i = 0; i <= s.size(); ++i) {
+        if (i < s.size() && mode == Escapes::BACKSLASH && s[i] == '\\') {
             ++i;
-        } else if (s[i] == '"' && quotes) {
+        } else if (i < s.size() && mode == Escapes::QUOTES && s[i] == '"') {
             in_quotes = !in_quotes;
-        } else if (s[i] == sep && !in_quotes) {
-            out.emplace_back();
-        } else {
-            out.back() += s[i];
+        } else if (i == s.size() || (s[i] == sep && !in_quotes)) {
+            take(s.substr(from, i - from));
+            from = i + 1;
         }
     }
-    return out;
+}
+
+std::string_view unquote(std::string_view s)
+{
+    return s.size() >= 2 && s.front() == '"' && s.back() == '"' ? s.substr(1, s.size() - 2) : s;
 }
 
 std::string unescape(std::string_view s)
@@ -112,62 +120,81 @@ std::string decode_quoted_printable(std::string_view s)
     return out;
 }
 
+// The properties a contact is made of; every other line is passed over
+// before it is taken apart.
+enum class Kind { OTHER, BEGIN, END, FN, N, TEL, EMAIL };
+
+Kind kind_of(std::string_view content)
+{
+    static constexpr std::pair<std::string_view, Kind> kKinds[] = {
+        {"BEGIN", Kind::BEGIN}, {"END", Kind::END}, {"FN", Kind::FN},
+        {"N", Kind::N},         {"TEL", Kind::TEL}, {"EMAIL", Kind::EMAIL},
+    };
+    std::string_view name = content.substr(0, content.find_first_of(";:"));
+    if (size_t dot = name.rfind('.'); dot != std::string_view::npos)
+        name.remove_prefix(dot + 1);
+    for (const auto &[word, kind] : kKinds)
+        if (same_word(name, word))
+            return kind;
+    return Kind::OTHER;
+}
+
 struct Property {
-    std::string name;  // upper case, group left out
     std::vector<std::string> types;
     bool pref = false;
     std::string value;  // decoded to UTF-8, escapes still in place
 };
 
-bool parse_property(const std::string &content, Property *p)
+bool parse_property(std::string_view content, Property *p)
 {
     // The value starts at the first colon outside a quoted parameter value.
-    size_t colon = std::string::npos;
+    size_t colon = std::string_view::npos;
     bool in_quotes = false;
-    for (size_t i = 0; i < content.size() && colon == std::string::npos; ++i) {
+    for (size_t i = 0; i < content.size() && colon == std::string_view::npos; ++i) {
         if (content[i] == '"')
             in_quotes = !in_quotes;
         else if (content[i] == ':' && !in_quotes)
             colon = i;
     }
-    if (colon == std::string::npos)
+    if (colon == std::string_view::npos)
         return false;
-    std::vector<std::string> head = split(std::string_view(content).substr(0, colon), ';', true);
-    std::string name = head[0];
-    if (size_t dot = name.rfind('.'); dot != std::string::npos)
-        name.erase(0, dot + 1);
-    for (char &c : name)
-        c = static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
-    p->name = name;
-
-    bool qp = false, latin1 = false;
-    for (size_t k = 1; k < head.size(); ++k) {
-        const std::string param = lower(trim(head[k]));
-        const size_t eq = param.find('=');
-        const std::string key = eq == std::string::npos ? "type" : param.substr(0, eq);
-        const std::string val = eq == std::string::npos ? param : param.substr(eq + 1);
-        if (val == "quoted-printable")
+    bool qp = false, latin1 = false, first = true;
+    each_piece(content.substr(0, colon), ';', Escapes::QUOTES, [&](std::string_view piece) {
+        if (first) {
+            first = false;  // the property's name, already known
+            return;
+        }
+        // KEY=VALUE, or a bare value (2.1: "TEL;WORK;VOICE") that is a type.
+        piece = trim(piece);
+        const size_t eq = piece.find('=');
+        const std::string_view key = eq == std::string_view::npos ? "type" : piece.substr(0, eq);
+        const std::string_view val = eq == std::string_view::npos ? piece : unquote(piece.substr(eq + 1));
+        if (same_word(val, "quoted-printable"))
             qp = true;
-        else if (key == "charset")
-            latin1 = val == "iso-8859-1" || val == "latin1" || val == "windows-1252";
-        else if (key == "pref")
+        else if (same_word(key, "charset"))
+            latin1 =
+                same_word(val, "iso-8859-1") || same_word(val, "latin1") || same_word(val, "windows-1252");
+        else if (same_word(key, "pref"))
             p->pref = true;
-        else if (key == "type")
-            for (const std::string &t : split(val, ',', true))
-                p->types.push_back(t);
-    }
+        else if (same_word(key, "type"))
+            each_piece(val, ',', Escapes::QUOTES,
+                       [&](std::string_view t) { p->types.push_back(lower(trim(unquote(t)))); });
+    });
     p->pref = p->pref || std::count(p->types.begin(), p->types.end(), "pref") > 0;
 
-    std::string value = content.substr(colon + 1);
-    if (qp)
-        value = decode_quoted_printable(value);
-    if (latin1) {
-        std::string utf8;
-        for (unsigned char c : value)
-            append_utf8(&utf8, c);
-        value = utf8;
+    std::string_view value = trim(content.substr(colon + 1));
+    if (!qp && !latin1) {
+        as_utf8(value, &p->value);
+        return true;
     }
-    p->value = as_utf8(value);
+    std::string bytes = qp ? decode_quoted_printable(value) : std::string(value);
+    if (latin1) {
+        p->value.clear();
+        for (unsigned char c : bytes)
+            append_utf8(&p->value, c);
+    } else {
+        p->value = as_utf8(bytes);
+    }
     return true;
 }
 
@@ -193,9 +220,10 @@ std::string tel_number(std::string_view v)
         return std::string(v);
     v.remove_prefix(4);
     std::string number(v.substr(0, v.find(';')));
-    for (const std::string &param : split(v, ';'))
+    each_piece(v, ';', Escapes::QUOTES, [&](std::string_view param) {
         if (same_word(param.substr(0, 4), "ext="))
-            number += "P" + param.substr(4);
+            number.append("P").append(param.substr(4));
+    });
     return number;
 }
 
@@ -213,15 +241,21 @@ struct Card {
 
 // N is family;given;additional;prefixes;suffixes, each a comma list. The
 // name is given, additional and family names in the order they are spoken.
-std::string name_of_n(const std::string &value)
+std::string name_of_n(std::string_view value)
 {
-    std::vector<std::string> parts = split(value, ';');
-    parts.resize(5);
+    std::string_view parts[3];
+    int k = 0;
+    each_piece(value, ';', Escapes::BACKSLASH, [&](std::string_view part) {
+        if (k < 3)
+            parts[k++] = part;
+    });
     std::string out;
-    for (int k : {1, 2, 0})
-        for (const std::string &piece : split(parts[static_cast<size_t>(k)], ','))
-            if (std::string t(trim(unescape(piece))); !t.empty())
-                out += (out.empty() ? "" : " ") + t;
+    for (int at : {1, 2, 0})
+        each_piece(parts[at], ',', Escapes::BACKSLASH, [&](std::string_view piece) {
+            const std::string t(trim(unescape(piece)));
+            if (!t.empty())
+                out.append(out.empty() ? "" : " ").append(t);
+        });
     return out;
 }
 
@@ -230,12 +264,12 @@ void emit(const Card &card, std::vector<Contact> *out)
     std::string name(trim(card.fn));
     if (name.empty())
         name = card.n_name;
-    std::vector<Tel> tels = card.tels;
-    std::stable_sort(tels.begin(), tels.end(), [](const Tel &a, const Tel &b) { return a.pref && !b.pref; });
-    if (tels.empty())
-        tels.push_back({"", "", false});
-    for (const Tel &t : tels)
-        out->push_back({name, t.number, card.email, t.label, card.line, ""});
+    if (card.tels.empty())
+        out->push_back({name, "", card.email, "", card.line, ""});
+    for (bool pref : {true, false})
+        for (const Tel &t : card.tels)
+            if (t.pref == pref)
+                out->push_back({name, t.number, card.email, t.label, card.line, ""});
 }
 
 void escape_into(std::string *out, std::string_view text)
@@ -275,30 +309,33 @@ std::vector<Contact> parse_vcard(std::string_view text)
     std::vector<Contact> out;
     Card card;
     int depth = 0;
-    for (const ContentLine &cl : unfold(text)) {
-        Property p;
-        if (!parse_property(cl.text, &p))
-            continue;
-        const std::string value(trim(p.value));
-        if (p.name == "BEGIN" && same_word(value, "VCARD")) {
+    Property p;  // one for all lines: its buffers are reused
+    unfold(text, [&](const ContentLine &cl) {
+        const Kind kind = kind_of(cl.text);
+        p.types.clear();
+        p.pref = false;
+        if (kind == Kind::OTHER || !parse_property(cl.text, &p))
+            return;
+        const std::string &value = p.value;
+        if (kind == Kind::BEGIN && same_word(value, "VCARD")) {
             if (depth++ == 0)
                 card = Card{cl.line, {}, {}, {}, false, {}};
-        } else if (p.name == "END" && same_word(value, "VCARD") && depth > 0) {
+        } else if (kind == Kind::END && same_word(value, "VCARD") && depth > 0) {
             if (--depth == 0)
                 emit(card, &out);
         } else if (depth != 1) {
-            continue;
-        } else if (p.name == "FN") {
+            return;
+        } else if (kind == Kind::FN) {
             card.fn = unescape(value);
-        } else if (p.name == "N") {
+        } else if (kind == Kind::N) {
             card.n_name = name_of_n(value);
-        } else if (p.name == "TEL") {
+        } else if (kind == Kind::TEL) {
             card.tels.push_back({tel_number(unescape(value)), label_of(p.types), p.pref});
-        } else if (p.name == "EMAIL" && !card.has_email) {
+        } else if (kind == Kind::EMAIL && !card.has_email) {
             card.email = unescape(value);
             card.has_email = true;
         }
-    }
+    });
     return out;
 }
 
