@@ -1,0 +1,64 @@
+// Shared check of the contact file fuzzers: whatever a parser reads, the
+// contacts that a phonebook would keep are written out in the same format
+// and must read back unchanged.
+#ifndef CONTACT_ROUNDTRIP_H
+#define CONTACT_ROUNDTRIP_H
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "pbx.h"
+#include "text.h"
+
+inline void check_round_trip(const std::vector<pbx::Contact> &contacts, pbx::Format f)
+{
+    std::vector<pb_flash_info> entries;
+    std::vector<std::string> expect;
+    for (const pbx::Contact &c : contacts) {
+        std::string number;
+        if (!c.problem.empty() || !pbx::tidy_number(c.number, &number).empty() || number.empty())
+            continue;
+        // Names and e-mails as the import would store them: one line, cut.
+        std::string name = pbx::cut_text(pbx::trim(c.name), PB_TEXT_LEN - 1);
+        std::string email = pbx::cut_text(pbx::trim(c.email), PB_TEXT_LEN - 1);
+        for (std::string *s : {&name, &email})
+            for (char &ch : *s)
+                if (ch == '\r' || ch == '\n' || ch == '\t' || ch == '\0' ||
+                    (f == pbx::Format::MODULE && ch == ','))
+                    ch = ' ';
+        name = std::string(pbx::trim(name));
+        email = std::string(pbx::trim(email));
+        // The module's lines need a name, end the e-mail at a blank, cannot
+        // tell a name that is itself a number from the number, and a name
+        // first in the file cannot begin with a byte-order mark.
+        std::string name_as_number;
+        if (f == pbx::Format::MODULE &&
+            (name.empty() || email.find(' ') != std::string::npos ||
+             pbx::tidy_number(name, &name_as_number).empty() || name.compare(0, 3, "\xEF\xBB\xBF") == 0))
+            continue;
+        // A CSV cell holds several values split by ":::"; no address does.
+        if (f == pbx::Format::CSV && email.find(":::") != std::string::npos)
+            continue;
+        pb_flash_info e{};
+        std::snprintf(e.name, sizeof e.name, "%s", name.c_str());
+        std::snprintf(e.num, sizeof e.num, "%s", number.c_str());
+        std::snprintf(e.email, sizeof e.email, "%s", email.c_str());
+        entries.push_back(e);
+        expect.push_back(name + "|" + number + "|" + email);
+    }
+    std::vector<std::string> got;
+    for (const pbx::Contact &c : pbx::parse(pbx::format(entries, f), f))
+        got.push_back(c.name + "|" + c.number + "|" + c.email);
+    if (got != expect) {
+        std::fprintf(stderr, "%s round trip changed %zu entries into %zu\n", pbx::format_name(f),
+                     expect.size(), got.size());
+        for (size_t k = 0; k < expect.size() || k < got.size(); ++k)
+            std::fprintf(stderr, "  [%s] [%s]\n", k < expect.size() ? expect[k].c_str() : "",
+                         k < got.size() ? got[k].c_str() : "");
+        std::abort();
+    }
+}
+
+#endif
