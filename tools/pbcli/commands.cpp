@@ -414,30 +414,31 @@ Exit cmd_import(Session &s)
                         STORAGE_TYPE_FLASH, "line");
 }
 
-// The entries at the indexes given (all when none is), in that order, and
-// the indexes without an entry.
-Entries pick(const Entries &all, const std::vector<int> &indexes, std::vector<int> *missing)
+// The entries of the command line's phonebook at its indexes (all when none
+// is given), in that order, and the indexes without an entry.
+int read_chosen(Session &s, Entries *chosen, std::vector<int> *missing)
 {
-    if (indexes.empty())
-        return all;
-    Entries out;
-    for (int i : indexes) {
+    Entries all;
+    if (int rc = s.read_all(s.args().type, &all); rc != PB_RCODE_OK)
+        return rc;
+    if (s.args().indexes.empty())
+        *chosen = all;
+    for (int i : s.args().indexes) {
         if (const pb_flash_info *e = find(all, i))
-            out.push_back(*e);
+            chosen->push_back(*e);
         else
             missing->push_back(i);
     }
-    return out;
+    return PB_RCODE_OK;
 }
 
 Exit cmd_export(Session &s)
 {
     const Args &a = s.args();
-    Entries v;
-    if (int rc = s.read_all(a.type, &v); rc != PB_RCODE_OK)
-        return s.fail(rc, "export");
+    Entries chosen;
     std::vector<int> missing;
-    const Entries chosen = pick(v, a.indexes, &missing);
+    if (int rc = read_chosen(s, &chosen, &missing); rc != PB_RCODE_OK)
+        return s.fail(rc, "export");
     const pbx::Format f = a.format.value_or(pbx::Format::MODULE);
     bool written;
     if (f == pbx::Format::MODULE) {
@@ -472,11 +473,11 @@ Exit cmd_export(Session &s)
 Exit cmd_copy(Session &s)
 {
     const Args &a = s.args();
-    Entries from;
-    if (int rc = s.read_all(a.type, &from); rc != PB_RCODE_OK)
-        return s.fail(rc, "copy");
+    Entries chosen;
     std::vector<int> missing;
-    const std::vector<pbx::Contact> contacts = pbx::contacts_of(pick(from, a.indexes, &missing));
+    if (int rc = read_chosen(s, &chosen, &missing); rc != PB_RCODE_OK)
+        return s.fail(rc, "copy");
+    const std::vector<pbx::Contact> contacts = pbx::contacts_of(chosen);
     if (!missing.empty())
         return s.fail_text(EXIT_NOT_FOUND, "copy: no entry at index " + join(missing) + "; nothing copied");
 
