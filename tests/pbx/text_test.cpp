@@ -188,7 +188,7 @@ TEST(Csv, HeaderNamesOfCommonExportsAreUnderstood)
         EXPECT_EQ(flat(pbx::parse_csv(c.text)), c.expect) << c.text;
 }
 
-TEST(ModuleLines, ReadAsTheModuleReadsThem)
+TEST(ModuleLines, AreToldFromCsvAndReadAsTheModuleReadsThem)
 {
     const struct {
         std::string text;
@@ -197,12 +197,13 @@ TEST(ModuleLines, ReadAsTheModuleReadsThem)
         {"\xEF\xBB\xBF+4930,Zoë,z@x extra\r\n", {"Zoë|+4930|z@x|"}},  // the BOM is not part of the number
         {"Alice,+4930,a@x\n", {"Alice|+4930|a@x|"}},                  // name first, as export writes
         {"123,Alice\n", {"Alice|123||"}},
+        {"0301234,Phone Shop,\n", {"Phone Shop|0301234||"}},  // no header: it holds a number
         {"123\n\n,Bob,b\n",
          {"!a line needs at least a number and a name: number,name,email",
           "!a line needs at least a number and a name: number,name,email"}},
     };
     for (const auto &c : cases)
-        EXPECT_EQ(flat(pbx::parse_module(c.text)), c.expect) << c.text;
+        EXPECT_EQ(flat(pbx::parse(c.text, pbx::detect_format(c.text))), c.expect) << c.text;
 }
 
 TEST(Numbers, SeparatorsGoAndOnlyDialableCharactersStay)

@@ -140,6 +140,11 @@ std::vector<Column> header_columns(const std::vector<std::string> &fields)
     std::vector<Column> cols;
     bool known = false;
     for (const std::string &f : fields) {
+        // A row with a number in it is an entry ("0301234,Phone Shop,"),
+        // whatever its other fields are called.
+        std::string number;
+        if (tidy_number(f, &number).empty() && !number.empty())
+            return {};
         cols.push_back(column_of(f));
         known = known || cols.back().role != Role::NONE;
     }
@@ -183,7 +188,10 @@ void contacts_of_record(const std::vector<Column> &cols, const std::vector<std::
         case Role::GIVEN: given[0] = v; break;
         case Role::MIDDLE: given[1] = v; break;
         case Role::FAMILY: given[2] = v; break;
-        case Role::EMAIL: email = email.empty() ? values_in(v).empty() ? "" : values_in(v)[0] : email; break;
+        case Role::EMAIL:
+            if (const std::vector<std::string> values = values_in(v); email.empty() && !values.empty())
+                email = values[0];
+            break;
         case Role::NUMBER: {
             std::string label = cols[k].label;
             for (size_t t = 0; t < headers.size() && !cols[k].type_of.empty(); ++t)
