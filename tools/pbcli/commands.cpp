@@ -389,6 +389,8 @@ Exit print_report(const Session &s, const pbx::Report &r, const std::string &wha
         if (int n = r.count(o))
             why += (why.empty() ? "" : ", ") + std::to_string(n) + " " + words;
     std::cout << (why.empty() ? "" : "; not added: " + why) << "\n";
+    if (into == STORAGE_TYPE_SIM && !s.args().cut && r.count(pbx::Outcome::NAME_TOO_LONG) > 0)
+        std::cout << "  (--cut cuts names to fit the card)\n";
     for (const auto &l : r.lines)
         if (s.args().verbose || l.outcome != pbx::Outcome::ADDED || l.renamed || l.name_cut || l.email_cut)
             std::cout << "  " << source_word << " " << l.from.source << ": "

@@ -28,6 +28,7 @@ namespace {
 
 constexpr size_t kFieldBytes = PB_TEXT_LEN - 1;
 constexpr zp_uint32 kNoSimRecord = 0xFFFFFFFFu;
+constexpr size_t kMaxLabel = 12;   // a longer kind of number is no word to put after a name
 constexpr int kRecordDigits = 20;  // digits the number field of a card record holds
 constexpr const char *kDeviceLock = PB_DATA_DIR "/pb_device_file.lock";
 
@@ -131,8 +132,7 @@ Fit sim_fit(const std::string &base, const std::string &suffix, int octets, bool
         return {false, "", false,
                 "the name needs " + std::to_string(need) + " octets on the card, which holds " +
                     std::to_string(octets) +
-                    (suffix.empty() ? "" : " (with \"" + suffix + "\" to tell it apart)") +
-                    "; --cut cuts it"};
+                    (suffix.empty() ? "" : " (with \"" + suffix + "\" to tell it apart)")};
     while (!head.empty() && sim_name_octets(head + suffix) > octets)
         head = trim(cut_text(head, head.size() - 1));
     if (sim_name_octets(head + suffix) > octets)
@@ -184,11 +184,13 @@ bool check(const Contact &c, const Book &book, const Fitter &fit, ReportLine *li
     // Names are unique in a phonebook: a name taken by another number gets
     // the kind of number, else a count, after it. An empty name is shared.
     const std::string base = single_line(c.name);
-    // Suffixes in the order tried: none, the kind of number, then 2, 3...
-    const int first_count = c.label.empty() ? 2 : 1;
+    // Suffixes in the order tried: none, the kind of number (a short word),
+    // then 2, 3...
+    const std::string label = single_line(c.label);
+    const int first_count = label.empty() || label.size() > kMaxLabel ? 2 : 1;
     const int last = base.empty() ? 0 : PB_MAX_ENTRIES + 1;
     for (int n = 0; n <= last; n = n == 0 ? first_count : n + 1) {
-        const std::string suffix = n == 0 ? "" : " (" + (n == 1 ? c.label : std::to_string(n)) + ")";
+        const std::string suffix = n == 0 ? "" : " (" + (n == 1 ? label : std::to_string(n)) + ")";
         Fit f = fit(base, suffix);
         if (!f.ok) {
             line->outcome = Outcome::NAME_TOO_LONG;
