@@ -32,6 +32,11 @@ TEST(ParseArgs, RefusesWhatTheServiceWouldMisread)
         {{"add", "sim", "-n", "a\nb"}, "line feed"},  // would split an exported line
         {{"edit", "device", "4"}, "at least one"},
         {{"delete-all", "sim"}, "--yes"},
+        {{"add", "sim", "-n", "x", "-N", "030/123"}, "'/' cannot"},
+        {{"copy", "sim", "sim"}, "copy sim device, or copy device sim"},
+        {{"copy", "sim", "device", "--cut"}, "--cut is for copy device sim"},
+        {{"import", "f.vcf", "--format", "xml"}, "vcard, csv or module"},
+        {{"list", "sim", "--format", "csv"}, "takes no --format"},
     };
     for (const auto &c : cases) {
         Args a;
@@ -42,16 +47,24 @@ TEST(ParseArgs, RefusesWhatTheServiceWouldMisread)
 TEST(ParseArgs, TakesOptionsAnywhereInBothSpellings)
 {
     Args a;
-    ASSERT_EQ(parse({"edit", "sim", "17", "--name=Zoë", "-j", "-N", "+4930", "--email", "", "-w", "2.5"}, &a),
-              "");
+    ASSERT_EQ(
+        parse({"edit", "sim", "17", "--name=Zoë", "-j", "-N", "+49 (30)", "--email", "", "-w", "2.5"}, &a),
+        "");
     EXPECT_EQ(a.cmd, Cmd::EDIT);
     EXPECT_TRUE(a.json);
     EXPECT_EQ(a.type, STORAGE_TYPE_SIM);
     EXPECT_EQ(a.indexes, std::vector<int>{17});
     EXPECT_EQ(a.name.value_or("?"), "Zoë");
-    EXPECT_EQ(a.number.value_or("?"), "+4930");
-    EXPECT_EQ(a.email.value_or("?"), "");  // given empty: clears the e-mail
+    EXPECT_EQ(a.number.value_or("?"), "+4930");  // tidied
+    EXPECT_EQ(a.email.value_or("?"), "");        // given empty: clears the e-mail
     EXPECT_EQ(a.wait_seconds, 2.5);
+
+    ASSERT_EQ(parse({"copy", "device", "sim", "3", "--cut", "-v", "1"}, &a), "");
+    EXPECT_EQ(a.cmd, Cmd::COPY);
+    EXPECT_EQ(a.type, STORAGE_TYPE_FLASH);
+    EXPECT_EQ(a.to, STORAGE_TYPE_SIM);
+    EXPECT_EQ(a.indexes, (std::vector<int>{3, 1}));
+    EXPECT_TRUE(a.cut && a.verbose);
 }
 
 TEST(Rcodes, EveryResultCodeHasAMessage)
