@@ -10,6 +10,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -84,7 +85,7 @@ public:
     void add(const pb_flash_info &e) { names_.emplace(std::string_view(e.name), &e); }
     // The entry of that name with that number; else whether the name is
     // taken by another number.
-    const pb_flash_info *find(const std::string &name, const char *number, bool *taken) const
+    const pb_flash_info *find(std::string_view name, const char *number, bool *taken) const
     {
         const auto [from, to] = names_.equal_range(name);
         for (auto it = from; it != to; ++it)
@@ -98,62 +99,80 @@ private:
     std::unordered_multimap<std::string_view, const pb_flash_info *> names_;
 };
 
-// A name tried for an entry, cut to fit when allowed.
+// Text that is known to fit (at most 50 bytes) into a field, with a
+// suffix after it.
+void set_field(char (&field)[PB_TEXT_LEN], std::string_view text, std::string_view suffix = {})
+{
+    std::memcpy(field, text.data(), text.size());
+    std::memcpy(field + text.size(), suffix.data(), suffix.size());
+    field[text.size() + suffix.size()] = '\0';
+}
+
+// The head of text that fits in max bytes, cut at a whole character, and
+// without blanks at its end.
+std::string_view head_of(std::string_view text, size_t max)
+{
+    return trim(text.substr(0, cut_length(text, max)));
+}
+
+// A name tried for an entry: written into `name`, cut to fit when allowed.
 struct Fit {
     bool ok;
-    std::string name;
     bool cut;
     std::string why;
 };
-using Fitter = std::function<Fit(const std::string &base, const std::string &suffix)>;
+using Fitter =
+    std::function<Fit(std::string_view base, const std::string &suffix, char (&name)[PB_TEXT_LEN])>;
 
 // A device entry's name: at most 50 bytes, cut at a whole character.
-Fit device_fit(const std::string &base, const std::string &suffix)
+Fit device_fit(std::string_view base, const std::string &suffix, char (&name)[PB_TEXT_LEN])
 {
-    if (suffix.empty() && base.size() <= kFieldBytes)
-        return {true, base, false, ""};
     if (suffix.size() >= kFieldBytes)
-        return {false, "", false, "no name of its own fits"};
-    std::string head(trim(cut_text(base, kFieldBytes - suffix.size())));
-    return {true, head + suffix, head.size() < base.size(), ""};
+        return {false, false, "no name of its own fits"};
+    const std::string_view head =
+        suffix.empty() && base.size() <= kFieldBytes ? base : head_of(base, kFieldBytes - suffix.size());
+    set_field(name, head, suffix);
+    return {true, head.size() < base.size(), ""};
 }
 
 // A SIM entry's name: what the card's alpha identifier holds in the
 // encoding the name needs; cut only when the user allowed it.
-Fit sim_fit(const std::string &base, const std::string &suffix, int octets, bool allow_cut)
+Fit sim_fit(std::string_view base, const std::string &suffix, char (&name)[PB_TEXT_LEN], int octets,
+            bool allow_cut)
 {
-    const int need = sim_name_octets(base + suffix);
+    const int need = sim_name_octets(std::string(base) + suffix);
     if (need < 0)
-        return {false, "", false, "the name holds characters a SIM cannot store"};
-    std::string head(trim(cut_text(base, kFieldBytes - suffix.size())));
-    if (head == base && need <= octets)
-        return {true, base + suffix, false, ""};
+        return {false, false, "the name holds characters a SIM cannot store"};
+    std::string_view head = head_of(base, kFieldBytes - suffix.size());
+    if (head == base && need <= octets) {
+        set_field(name, base, suffix);
+        return {true, false, ""};
+    }
     if (!allow_cut)
-        return {false, "", false,
+        return {false, false,
                 "the name needs " + std::to_string(need) + " octets on the card, which holds " +
                     std::to_string(octets) +
                     (suffix.empty() ? "" : " (with \"" + suffix + "\" to tell it apart)")};
-    while (!head.empty() && sim_name_octets(head + suffix) > octets)
-        head = trim(cut_text(head, head.size() - 1));
-    if (sim_name_octets(head + suffix) > octets)
-        return {false, "", false, "the card holds no name of " + std::to_string(octets) + " octets"};
-    return {true, head + suffix, true, ""};
+    while (!head.empty() && sim_name_octets(std::string(head) + suffix) > octets)
+        head = head_of(head, head.size() - 1);
+    if (sim_name_octets(std::string(head) + suffix) > octets)
+        return {false, false, "the card holds no name of " + std::to_string(octets) + " octets"};
+    set_field(name, head, suffix);
+    return {true, true, ""};
 }
 
-std::string single_line(std::string_view s)
+// The text on one line, without blanks around it: line breaks and tabs
+// inside become spaces, in *scratch when there are any.
+std::string_view one_line(std::string_view s, std::string *scratch)
 {
-    std::string out(trim(s));
-    for (char &c : out)
+    s = trim(s);
+    if (std::none_of(s.begin(), s.end(), [](char c) { return c == '\r' || c == '\n' || c == '\t'; }))
+        return s;
+    scratch->assign(s);
+    for (char &c : *scratch)
         if (c == '\r' || c == '\n' || c == '\t')
             c = ' ';
-    return out;
-}
-
-// Text that is known to fit (at most 50 bytes) into a field.
-void set_field(char (&field)[PB_TEXT_LEN], std::string_view text)
-{
-    std::memcpy(field, text.data(), text.size());
-    field[text.size()] = '\0';
+    return *scratch;
 }
 
 // Checks a contact and fills line->entry with what would be stored. False,
@@ -177,36 +196,36 @@ bool check(const Contact &c, const Book &book, const Fitter &fit, ReportLine *li
         return false;
     }
     set_field(line->entry.num, number);
-    const std::string email = single_line(c.email);
+    std::string scratch;
+    const std::string_view email = one_line(c.email, &scratch);
     line->email_cut = email.size() > kFieldBytes;
-    set_field(line->entry.email, line->email_cut ? cut_text(email, kFieldBytes) : email);
+    set_field(line->entry.email, email.substr(0, cut_length(email, kFieldBytes)));
 
     // Names are unique in a phonebook: a name taken by another number gets
     // the kind of number, else a count, after it. An empty name is shared.
-    const std::string base = single_line(c.name);
+    std::string name_scratch, label_scratch;
+    const std::string_view base = one_line(c.name, &name_scratch);
     // Suffixes in the order tried: none, the kind of number (a short word),
     // then 2, 3...
-    const std::string label = single_line(c.label);
+    const std::string_view label = one_line(c.label, &label_scratch);
     const int first_count = label.empty() || label.size() > kMaxLabel ? 2 : 1;
     const int last = base.empty() ? 0 : PB_MAX_ENTRIES + 1;
     for (int n = 0; n <= last; n = n == 0 ? first_count : n + 1) {
-        const std::string suffix = n == 0 ? "" : " (" + (n == 1 ? label : std::to_string(n)) + ")";
-        Fit f = fit(base, suffix);
+        const std::string suffix =
+            n == 0 ? "" : " (" + (n == 1 ? std::string(label) : std::to_string(n)) + ")";
+        Fit f = fit(base, suffix, line->entry.name);
         if (!f.ok) {
             line->outcome = Outcome::NAME_TOO_LONG;
             line->detail = f.why;
             return false;
         }
         bool taken = false;
-        if (const pb_flash_info *same = book.find(f.name, line->entry.num, &taken)) {
+        if (const pb_flash_info *same = book.find(line->entry.name, line->entry.num, &taken)) {
             line->outcome = Outcome::DUPLICATE;
             line->index = static_cast<int>(same->index);
-            set_field(line->entry.name, f.name);
             return false;
         }
-        taken = taken && !base.empty();
-        if (!taken) {
-            set_field(line->entry.name, f.name);
+        if (!taken || base.empty()) {
             line->name_cut = f.cut;
             line->renamed = n != 0;
             return true;
@@ -279,8 +298,8 @@ int copy_to_sim(const std::vector<Contact> &contacts, const SimCopy &how, Report
     const auto add = how.add ? how.add : [](pb_flash_info *e) {
         return static_cast<int>(simlib_pb_write_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_ADD, e));
     };
-    const Fitter fit = [&](const std::string &base, const std::string &suffix) {
-        return sim_fit(base, suffix, how.limits.name_octets, how.cut);
+    const Fitter fit = [&](std::string_view base, const std::string &suffix, char(&name)[PB_TEXT_LEN]) {
+        return sim_fit(base, suffix, name, how.limits.name_octets, how.cut);
     };
     const int max_digits = std::min(how.limits.number_digits, kRecordDigits);
     bool full = false, added = false;

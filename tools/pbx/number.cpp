@@ -11,7 +11,21 @@ namespace pbx {
 namespace {
 
 // Written between digit groups: "+49 (30) 123-456", "030.123.456".
-bool separator(char32_t c) { return std::strchr(" \t-.()[]", static_cast<int>(c)) != nullptr || c == 0xA0; }
+bool separator(char32_t c)
+{
+    switch (c) {
+    case ' ':
+    case '\t':
+    case '-':
+    case '.':
+    case '(':
+    case ')':
+    case '[':
+    case ']':
+    case 0xA0: return true;
+    default: return false;
+    }
+}
 
 std::string shown(char32_t c)
 {
@@ -32,7 +46,7 @@ std::string tidy_number(std::string_view in, std::string *out)
         char32_t c;
         if (!next_char(in, &i, &c))
             return "the number is not valid UTF-8 text";
-        if (c != 0 && separator(c))
+        if (separator(c))
             continue;
         if (c == 'p' || c == 'w' || c == 't')
             c = c - 'a' + 'A';

@@ -80,16 +80,21 @@ std::string as_utf8(std::string_view s)
     return out;
 }
 
-std::string cut_text(std::string_view text, size_t max_bytes)
+size_t cut_length(std::string_view text, size_t max_bytes)
 {
     if (text.size() <= max_bytes)
-        return std::string(text);
+        return text.size();
     size_t n = max_bytes;
     // text[n] is the first byte left out; while it continues a character,
     // that character began inside the kept part: leave it out whole.
     while (n > 0 && (static_cast<unsigned char>(text[n]) & 0xC0) == 0x80)
         --n;
-    return std::string(text.substr(0, n));
+    return n;
+}
+
+std::string cut_text(std::string_view text, size_t max_bytes)
+{
+    return std::string(text.substr(0, cut_length(text, max_bytes)));
 }
 
 std::string lower(std::string_view s)

@@ -23,6 +23,10 @@ void as_utf8(std::string_view s, std::string *out); /* into *out, reusing its ro
 /* Appends the UTF-8 form of cp. */
 void append_utf8(std::string *out, char32_t cp);
 
+/* Bytes of the longest head of text that fits in max_bytes, cut at a
+ * whole UTF-8 character. */
+size_t cut_length(std::string_view text, size_t max_bytes);
+
 /* ASCII lower case, and comparison ignoring ASCII case. */
 std::string lower(std::string_view s);
 bool same_word(std::string_view a, std::string_view b);

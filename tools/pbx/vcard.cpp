@@ -86,6 +86,8 @@ std::string_view unquote(std::string_view s)
 
 std::string unescape(std::string_view s)
 {
+    if (s.find('\\') == std::string_view::npos)
+        return std::string(s);
     std::string out;
     for (size_t i = 0; i < s.size(); ++i) {
         if (s[i] != '\\' || i + 1 == s.size()) {
@@ -130,7 +132,10 @@ Kind kind_of(std::string_view content)
         {"BEGIN", Kind::BEGIN}, {"END", Kind::END}, {"FN", Kind::FN},
         {"N", Kind::N},         {"TEL", Kind::TEL}, {"EMAIL", Kind::EMAIL},
     };
-    std::string_view name = content.substr(0, content.find_first_of(";:"));
+    size_t end = 0;
+    while (end < content.size() && content[end] != ';' && content[end] != ':')
+        ++end;
+    std::string_view name = content.substr(0, end);
     if (size_t dot = name.rfind('.'); dot != std::string_view::npos)
         name.remove_prefix(dot + 1);
     for (const auto &[word, kind] : kKinds)
@@ -259,17 +264,25 @@ std::string name_of_n(std::string_view value)
     return out;
 }
 
-void emit(const Card &card, std::vector<Contact> *out)
+// The contacts of a card, its preferred numbers first; the card's texts
+// are moved out.
+void emit(Card &card, std::vector<Contact> *out)
 {
-    std::string name(trim(card.fn));
-    if (name.empty())
-        name = card.n_name;
+    std::string name = std::move(trim(card.fn).empty() ? card.n_name : card.fn);
+    if (trim(name).size() != name.size())
+        name = std::string(trim(name));
     if (card.tels.empty())
-        out->push_back({name, "", card.email, "", card.line, ""});
+        card.tels.push_back({"", "", false});
+    const size_t first = out->size();
     for (bool pref : {true, false})
-        for (const Tel &t : card.tels)
+        for (Tel &t : card.tels)
             if (t.pref == pref)
-                out->push_back({name, t.number, card.email, t.label, card.line, ""});
+                out->push_back({"", std::move(t.number), "", std::move(t.label), card.line, ""});
+    for (size_t k = first; k < out->size(); ++k) {
+        const bool last = k + 1 == out->size();
+        (*out)[k].name = last ? std::move(name) : name;
+        (*out)[k].email = last ? std::move(card.email) : card.email;
+    }
 }
 
 void escape_into(std::string *out, std::string_view text)
@@ -307,6 +320,9 @@ void append_folded(std::string *out, std::string_view line)
 std::vector<Contact> parse_vcard(std::string_view text)
 {
     std::vector<Contact> out;
+    // A card takes a hundred bytes and more; room for a phonebook's worth
+    // up front spares the moves of a growing vector.
+    out.reserve(std::min<size_t>(text.size() / 100, 2 * PB_MAX_ENTRIES));
     Card card;
     int depth = 0;
     Property p;  // one for all lines: its buffers are reused
