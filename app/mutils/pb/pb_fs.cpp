@@ -55,19 +55,11 @@ int pb_fs_open(const char *path, int flags)
     return -1;
 }
 
+// A regular file takes a write whole unless the disk is full or the size
+// limit is reached, so a short write is a failure like an error.
 bool pb_fs_write_all(int fd, const void *buf, size_t n)
 {
-    const auto *p = static_cast<const unsigned char *>(buf);
-    while (n > 0) {
-        ssize_t w = ::write(fd, p, n);
-        if (w < 0 && errno == EINTR)
-            continue;
-        if (w <= 0)
-            return false;
-        p += w;
-        n -= static_cast<size_t>(w);
-    }
-    return true;
+    return ::write(fd, buf, n) == static_cast<ssize_t>(n);
 }
 
 int pb_fs_sync_folder(const char *path)

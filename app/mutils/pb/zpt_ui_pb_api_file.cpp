@@ -224,8 +224,9 @@ int pb_book_recover(storage_type_t type)
     return p == nullptr ? -1 : simlib_pb_backup_file(p->backup, p->book);
 }
 
-// The backup goes first: while it is there readers take it, so the deleted
-// phonebook must not come back from it after a crash between the steps.
+// The backup goes first: readers take it while it is there, so a crash
+// after the phonebook file went would otherwise bring back an older
+// phonebook instead of none.
 int simlib_clear_flash(storage_type_t type)
 {
     PB_LOG("enter \n\n");
