@@ -150,7 +150,7 @@ pb_return_code_enum_t write_export(const char *path, pb_mem_info *pb_mem, const 
     if (stat(path, &st) == 0) {
         if (!S_ISREG(st.st_mode))
             return PB_RCODE_ERROR;  // a folder, a device, a FIFO: not ours to replace
-        mode = st.st_mode & 07777;
+        mode = st.st_mode & 0777;
     }
     const size_t len = std::strlen(path);
     std::unique_ptr<char, HeapFree> tmp(static_cast<char *>(std::malloc(len + 8)));
@@ -207,6 +207,10 @@ extern "C" pb_return_code_enum_t simlib_pb_import(const char *path, storage_type
         return PB_RCODE_ERROR;
     }
     const int count = read_import(in.get(), lines.get());
+    if (std::ferror(in.get())) {
+        PB_LOG("read file %s failed, errno = %d\n", path, errno);
+        return PB_RCODE_INVALID_ERR;
+    }
 
     pb_book_lock lock(type);
     if (!lock.ok())
