@@ -1,6 +1,6 @@
 /*
- * pb_book.h - the lock of a phonebook file's load-change-save cycle and the
- * recovery of a backup file (internal).
+ * pb_book.h - the lock of a phonebook file's load-change-save cycle, the
+ * recovery of a backup file, and appends of several records (internal).
  *
  * Writers in several processes change a phonebook file: the service thread
  * for every add, edit and delete, and import in UI processes. Each holds a
@@ -38,5 +38,10 @@ private:
  * write. This puts it back over the phonebook file; 0 when done or when
  * there is none, -1 when it is there but could not be put back. */
 int pb_book_recover(storage_type_t type);
+
+/* Appends count records (0 or more) to the phonebook file, after its last
+ * whole record, as simlib_pb_add_to_file() does with one; 0, or -1 when
+ * they could not all be written, and then none of them stays. */
+int pb_book_append(storage_type_t type, const pb_flash_info *records, int count);
 
 #endif /* PB_BOOK_H */

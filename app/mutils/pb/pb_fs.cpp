@@ -55,13 +55,6 @@ int pb_fs_open(const char *path, int flags)
     return -1;
 }
 
-// A regular file takes a write whole unless the disk is full or the size
-// limit is reached, so a short write is a failure like an error.
-bool pb_fs_write_all(int fd, const void *buf, size_t n)
-{
-    return ::write(fd, buf, n) == static_cast<ssize_t>(n);
-}
-
 int pb_fs_sync_folder(const char *path)
 {
     char dir[PATH_MAX];

@@ -51,9 +51,6 @@ constexpr mode_t PB_FILE_MODE = 0640;
  * first (0750). -1 with errno on failure. */
 int pb_fs_open(const char *path, int flags);
 
-/* Writes all n bytes to a regular file; false on an error or a full disk. */
-bool pb_fs_write_all(int fd, const void *buf, size_t n);
-
 /* Ends the writing of tmp (open in fd): when written, flushes it to the
  * disk, closes it, renames it over path and flushes path's folder; 0 then.
  * Otherwise, or when a step fails, removes tmp and returns -1; a failure

@@ -151,6 +151,36 @@ void encode_record(const pb_flash_info &pb, unsigned char *out)
     }
 }
 
+// Writes records in file form from `at` on, in blocks of 64 (10,304 bytes):
+// add() each record, then flush() for the rest; ok() until a write failed.
+class RecordWriter {
+public:
+    RecordWriter(int fd, off_t at) : fd_(fd), at_(at) {}
+    void add(const pb_flash_info &rec)
+    {
+        encode_record(rec, block_ + used_);
+        used_ += PB_RECORD_SIZE;
+        if (used_ == sizeof block_)
+            flush();
+    }
+    bool flush()
+    {
+        if (ok_ && used_ > 0)
+            ok_ = pwrite(fd_, block_, used_, at_) == static_cast<ssize_t>(used_);
+        at_ += static_cast<off_t>(used_);
+        used_ = 0;
+        return ok_;
+    }
+    bool ok() const { return ok_; }
+
+private:
+    int fd_;
+    off_t at_;
+    bool ok_ = true;
+    size_t used_ = 0;
+    unsigned char block_[64 * PB_RECORD_SIZE];
+};
+
 // Puts a backup file left by an older firmware back over the phonebook
 // file: a rename, so the phonebook file is at every moment either the one
 // that write left or the backup. 0 also when there is no backup.
@@ -319,37 +349,44 @@ int simlib_pb_from_flash(storage_type_t type, pb_mem_info *p_pb_mem)
     return 0;
 }
 
-// One write of one record at the end of the last whole record. The SIM
-// phonebook file that the appends build is a cache rebuilt at every start,
-// so an append is not flushed to the disk.
-int simlib_pb_add_to_file(storage_type_t type, pb_flash_info *p_info)
+// The records go after the last whole record, with one write for up to 64
+// of them. The SIM phonebook file that appends build is a cache rebuilt at
+// every start, so an append is not flushed to the disk.
+int pb_book_append(storage_type_t type, const pb_flash_info *records, int count)
 {
-    PB_LOG("enter \n\n");
-    const BookPaths *p = checked_paths(type, p_info);
+    const BookPaths *p = checked_paths(type, records);
     if (p == nullptr || simlib_pb_backup_file(p->backup, p->book) != 0)
         return -1;
-    PB_LOG("open file %s\n\n", p->book);
+    PB_LOG_FOR("simlib_pb_add_to_file", "open file %s\n\n", p->book);
     pb_fd fd(pb_fs_open(p->book, O_WRONLY | O_CREAT));
     struct stat st {};
     if (!fd || fstat(fd.get(), &st) != 0) {
-        PB_LOG("open file error \n\n");
+        PB_LOG_FOR("simlib_pb_add_to_file", "open file error \n\n");
         return -1;
     }
     // A record cut short by a crash would put every later one out of step.
     const off_t end = st.st_size - st.st_size % PB_RECORD_SIZE;
-    unsigned char rec[PB_RECORD_SIZE];
-    encode_record(*p_info, rec);
+    RecordWriter out(fd.get(), end);
+    for (int i = 0; i < count && out.ok(); ++i)
+        out.add(records[i]);
     int result = 0;
-    if ((end != st.st_size && ftruncate(fd.get(), end) != 0) ||
-        pwrite(fd.get(), rec, sizeof rec, end) != static_cast<ssize_t>(sizeof rec)) {
-        // A full disk may have taken part of the record: cut it off again.
+    if ((end != st.st_size && ftruncate(fd.get(), end) != 0) || !out.flush()) {
+        // A full disk may have taken part of the records: cut them off again.
         (void)ftruncate(fd.get(), end);
-        PB_LOG("error \n\n");
+        PB_LOG_FOR("simlib_pb_add_to_file", "error \n\n");
         result = -1;
     }
     if (close(fd.release()) != 0)
         result = -1;
-    PB_LOG("ok \n\n");
+    return result;
+}
+
+int simlib_pb_add_to_file(storage_type_t type, pb_flash_info *p_info)
+{
+    PB_LOG("enter \n\n");
+    int result = pb_book_append(type, p_info, 1);
+    if (result == 0)
+        PB_LOG("ok \n\n");
     return result;
 }
 
@@ -373,23 +410,15 @@ int simlib_pb_to_flash(storage_type_t type, pb_mem_info *p_pb_mem)
     PB_LOG("begin to write record %d\n\n", mem.pb_count);
     if (mem.pb_count == 0)
         PB_LOG("no need to save \n\n");
-    // Records go out in blocks of 64 (10,304 bytes).
-    unsigned char block[64 * PB_RECORD_SIZE];
-    size_t used = 0;
-    bool written = true;
-    for (int k = 0; k < PB_MAX_ENTRIES && mem.pb_count != 0 && written; ++k) {
+    RecordWriter out(fd.get(), 0);
+    for (int k = 0; k < PB_MAX_ENTRIES && mem.pb_count != 0 && out.ok(); ++k) {
         const pb_flash_info &slot = mem.pb[k];
         if (slot.index == 0)
             continue;
         PB_LOG("RAM PB Entry[%d]: index = %d, sim_index = %d\n", k, slot.index, slot.sim_index);
-        encode_record(slot, block + used);
-        used += PB_RECORD_SIZE;
-        if (used == sizeof block) {
-            written = pb_fs_write_all(fd.get(), block, used);
-            used = 0;
-        }
+        out.add(slot);
     }
-    written = written && pb_fs_write_all(fd.get(), block, used);
+    const bool written = out.flush();
     int result = pb_fs_replace(fd, p->fresh, p->book, written);
     if (result != 0)
         PB_LOG("error \n\n");

@@ -173,7 +173,8 @@ pb_return_code_enum_t write_export(const char *path, pb_mem_info *pb_mem, const 
             continue;
         }
         int n = std::snprintf(line, sizeof line, "%s,%s,%s\n", entry.name, entry.num, entry.email);
-        ok = n > 0 && pb_fs_write_all(fd.get(), line, static_cast<size_t>(n));
+        // A short write to a regular file means a full disk.
+        ok = n > 0 && write(fd.get(), line, static_cast<size_t>(n)) == n;
     }
     return pb_fs_replace(fd, tmp.get(), path, ok) == 0 ? PB_RCODE_OK : PB_RCODE_ERROR;
 }
