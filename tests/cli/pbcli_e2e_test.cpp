@@ -241,6 +241,8 @@ TEST_F(PbcliE2e, FailuresEndWithTheirExitStatus)
         {{"show", "device", "42"}, 5},
         {{"edit", "sim", "99", "--name", "X"}, 5},
         {{"import", kWork + "/no-such.csv"}, 1},
+        {{"import", kWork}, 1},                               // a folder is no contact file
+        {{"export", "device", kWork, "--format", "csv"}, 1},  // nor is it replaced by one
         {{"export", "device", kWork + "/no/such/dir/x.csv"}, 1},
         {{"list", "nowhere"}, 2},
     };

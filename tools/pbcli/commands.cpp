@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "pbx.h"
+#include "textfile.h"
 #include "zpt_ui_pb_api.h"
 
 namespace pbcli {
@@ -324,20 +324,6 @@ Exit cmd_delete_all(Session &s)
     return EXIT_OK;
 }
 
-// Larger files are no contact list: 1000 entries fit in far less.
-constexpr std::streamsize kMaxFile = 16 << 20;
-
-bool read_file(const std::string &path, std::string *out)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return false;
-    out->resize(static_cast<size_t>(kMaxFile) + 1);
-    in.read(&(*out)[0], kMaxFile + 1);
-    out->resize(static_cast<size_t>(in.gcount()));
-    return !in.bad() && out->size() <= static_cast<size_t>(kMaxFile);
-}
-
 std::string json_report_line(const pbx::ReportLine &l)
 {
     std::string s =
@@ -404,9 +390,9 @@ Exit cmd_import(Session &s)
 {
     const std::string &file = s.args().file;
     std::string text;
-    if (!read_file(file, &text))
-        return s.fail_text(EXIT_FAILED,
-                           "import: cannot read '" + file + "' (missing, unreadable or over 16 MiB)");
+    if (!read_text_file(file, &text))
+        return s.fail_text(EXIT_FAILED, "import: cannot read '" + file +
+                                            "' (not a readable regular file of at most 16 MiB)");
     const pbx::Format f = s.args().format.value_or(pbx::detect_format(text));
     pbx::Report report;
     if (int rc = pbx::import_to_device(pbx::parse(text, f), &report); rc != PB_RCODE_OK)
@@ -451,9 +437,7 @@ Exit cmd_export(Session &s)
         written =
             simlib_pb_export(a.file.c_str(), a.type, arr.data(), static_cast<int>(arr.size())) == PB_RCODE_OK;
     } else {
-        const std::string text = pbx::format(chosen, f);
-        std::ofstream out(a.file, std::ios::binary | std::ios::trunc);
-        written = out && out.write(text.data(), static_cast<std::streamsize>(text.size())) && out.flush();
+        written = write_text_file(a.file, pbx::format(chosen, f));
     }
     if (!written)
         return s.fail_text(EXIT_FAILED, "export: cannot write '" + a.file + "'");

@@ -31,13 +31,14 @@ constexpr size_t kFieldBytes = PB_TEXT_LEN - 1;
 constexpr zp_uint32 kNoSimRecord = 0xFFFFFFFFu;
 constexpr size_t kMaxLabel = 12;   // a longer kind of number is no word to put after a name
 constexpr int kRecordDigits = 20;  // digits the number field of a card record holds
-constexpr const char *kDeviceLock = PB_DATA_DIR "/pb_device_file.lock";
+// The lock the service and every other writer of the device phonebook take.
+constexpr const char *kDeviceLock = PB_DATA_DIR "/pb_device_file" PB_LOCK_SUFFIX;
 
 // The exclusive lock on a phonebook's lock file, held from construction to
 // destruction; closing the file releases it.
 class FileLock {
 public:
-    explicit FileLock(const char *path) : fd_(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0600))
+    explicit FileLock(const char *path) : fd_(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0640))
     {
         int rc;
         while (fd_ >= 0 && (rc = flock(fd_, LOCK_EX)) != 0 && errno == EINTR) {
