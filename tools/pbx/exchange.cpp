@@ -104,8 +104,11 @@ private:
 // suffix after it.
 void set_field(char (&field)[PB_TEXT_LEN], std::string_view text, std::string_view suffix = {})
 {
-    std::memcpy(field, text.data(), text.size());
-    std::memcpy(field + text.size(), suffix.data(), suffix.size());
+    // An empty view may hold no pointer at all: memcpy wants one.
+    if (!text.empty())
+        std::memcpy(field, text.data(), text.size());
+    if (!suffix.empty())
+        std::memcpy(field + text.size(), suffix.data(), suffix.size());
     field[text.size() + suffix.size()] = '\0';
 }
 
