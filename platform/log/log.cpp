@@ -6,12 +6,14 @@
 // before, as a ring buffer keeps only the latest lines.
 //
 // Lines are formatted straight into one process-wide buffer under a mutex,
-// so they stay whole and in call order across threads. The buffer reaches
-// the file through write(2) on an O_APPEND descriptor, in whole lines: at
-// once for an error line (with every line before it), when the buffer is
-// nearly full, from a flusher thread at most kFlushMs after a line arrived,
-// and at exit. A process killed outright loses only the debug and info lines
-// of that last moment. On standard error every line is written at once.
+// so they stay whole and in call order across threads. Buffers reach the
+// file through write(2) on an O_APPEND descriptor, in whole lines, one
+// writer at a time and in order: a flusher thread takes the buffer (and the
+// callers go on filling a second one) when it is half full or kFlushMs after
+// its first line; an error line is written before its call returns, with
+// every line before it; and what is left is written at exit. A process
+// killed outright loses only the debug and info lines of that last moment.
+// On standard error every line is written at once.
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
@@ -26,14 +28,16 @@
 #include <cstring>
 #include <ctime>
 #include <string>
+#include <utility>
 
 #include "liblog.h"
+#include "log_format.h"
 
 namespace {
 
-constexpr size_t kMaxLine = 1024;       // a longer message is cut
-constexpr size_t kBufSize = 64 * 1024;  // lines waiting for the file
-constexpr long kFlushMs = 20;           // longest wait of a line in the buffer
+constexpr size_t kMaxLine = 1024;        // a longer message is cut
+constexpr size_t kBufSize = 128 * 1024;  // lines waiting for the file
+constexpr long kFlushMs = 20;            // longest wait of a line in the buffer
 constexpr long kDefaultMaxKb = 1024;
 
 thread_local long t_tid;  // the calling thread's kernel id, once looked up
@@ -46,13 +50,17 @@ struct Sink {
     size_t size = 0;  // bytes in the file, as of the last write
 
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-    pthread_cond_t pending = PTHREAD_COND_INITIALIZER;  // the buffer took its first line
+    pthread_cond_t pending = PTHREAD_COND_INITIALIZER;  // the flusher has work
+    pthread_cond_t idle = PTHREAD_COND_INITIALIZER;     // no write under way
     bool flusher = false;                               // the flusher thread runs
     bool direct = false;                                // write each line at once
+    bool writing = false;                               // a thread writes `out`
     time_t clock_sec = -1;                              // second of clock_text
     char clock_text[9] = {};                            // "HH:MM:SS:"
-    size_t used = 0;
-    char buf[kBufSize];
+    char *fill = bufs[0];                               // the buffer lines go to
+    char *out = bufs[1];                                // the buffer being written
+    size_t used = 0;                                    // bytes in `fill`
+    char bufs[2][kBufSize];
 };
 
 Sink *g_sink;
@@ -110,25 +118,23 @@ void write_all(int fd, const char *p, size_t n)
     }
 }
 
-// Writes out the buffer; the caller holds the lock. The file takes whole
-// lines up to its cap and is rotated in between.
-void write_out(Sink *s)
+// Writes n bytes of whole lines to the log; only the thread that set
+// `writing` calls it, without the lock. The file takes whole lines up to its
+// cap and is rotated in between.
+void write_lines(Sink *s, const char *buf, size_t len)
 {
-    if (s->used == 0)
-        return;
     if (s->path.empty()) {
-        write_all(s->fd, s->buf, s->used);
-        s->used = 0;
+        write_all(s->fd, buf, len);
         return;
     }
     refresh(s);
     size_t off = 0;
-    while (off < s->used && s->fd >= 0) {
-        size_t n = s->used - off;
+    while (off < len && s->fd >= 0) {
+        size_t n = len - off;
         const size_t room = s->cap > s->size ? s->cap - s->size : 0;
         if (n > room) {
-            const void *nl = room > 0 ? memrchr(s->buf + off, '\n', room) : nullptr;
-            n = nl ? static_cast<size_t>(static_cast<const char *>(nl) - (s->buf + off)) + 1 : 0;
+            const void *nl = room > 0 ? memrchr(buf + off, '\n', room) : nullptr;
+            n = nl ? static_cast<size_t>(static_cast<const char *>(nl) - (buf + off)) + 1 : 0;
         }
         if (n == 0) {
             if (s->size == 0)
@@ -136,11 +142,30 @@ void write_out(Sink *s)
             rotate(s);
             continue;
         }
-        write_all(s->fd, s->buf + off, n);
+        write_all(s->fd, buf + off, n);
         s->size += n;
         off += n;
     }
+}
+
+// Writes out every line logged so far, after any write under way; the
+// caller holds the lock, which is let go during the write so that other
+// threads go on logging into the other buffer.
+void drain(Sink *s)
+{
+    while (s->writing)
+        pthread_cond_wait(&s->idle, &s->lock);
+    if (s->used == 0)
+        return;
+    std::swap(s->fill, s->out);
+    const size_t n = s->used;
     s->used = 0;
+    s->writing = true;
+    pthread_mutex_unlock(&s->lock);
+    write_lines(s, s->out, n);
+    pthread_mutex_lock(&s->lock);
+    s->writing = false;
+    pthread_cond_broadcast(&s->idle);
 }
 
 void *flusher_main(void *arg)
@@ -151,10 +176,14 @@ void *flusher_main(void *arg)
         while (s->used == 0)
             pthread_cond_wait(&s->pending, &s->lock);
         // Let lines gather, then write them in one go.
-        pthread_mutex_unlock(&s->lock);
-        usleep(kFlushMs * 1000);
-        pthread_mutex_lock(&s->lock);
-        write_out(s);
+        timespec due{};
+        clock_gettime(CLOCK_MONOTONIC, &due);
+        due.tv_nsec += kFlushMs * 1000000;
+        due.tv_sec += due.tv_nsec / 1000000000;
+        due.tv_nsec %= 1000000000;
+        while (s->used < kBufSize / 2 && pthread_cond_timedwait(&s->pending, &s->lock, &due) != ETIMEDOUT) {
+        }
+        drain(s);
     }
     return nullptr;
 }
@@ -164,7 +193,7 @@ void *flusher_main(void *arg)
 void flush_at_exit()
 {
     pthread_mutex_lock(&g_sink->lock);
-    write_out(g_sink);
+    drain(g_sink);
     g_sink->direct = true;
     pthread_mutex_unlock(&g_sink->lock);
 }
@@ -176,6 +205,7 @@ void after_fork_child()
 {
     g_sink->used = 0;
     g_sink->flusher = false;
+    g_sink->writing = false;
     t_tid = 0;
     pthread_mutex_unlock(&g_sink->lock);
 }
@@ -196,6 +226,12 @@ Sink *make_sink()
         }
     }
     s->direct = s->path.empty();
+    // The flusher's time limits run on the monotonic clock.
+    pthread_condattr_t attr;
+    pthread_condattr_init(&attr);
+    pthread_condattr_setclock(&attr, CLOCK_MONOTONIC);
+    pthread_cond_init(&s->pending, &attr);
+    pthread_condattr_destroy(&attr);
     g_sink = s;
     std::atexit(flush_at_exit);
     pthread_atfork(before_fork, after_fork_parent, after_fork_child);
@@ -277,25 +313,24 @@ extern "C" void log_print(int level, const char *format, ...)
         return;
 
     pthread_mutex_lock(&s->lock);
-    if (kBufSize - s->used < kMaxLine)
-        write_out(s);
-    char *line = s->buf + s->used;
+    while (kBufSize - s->used < kMaxLine)
+        drain(s);  // the flusher fell behind
+    char *line = s->fill + s->used;
     char *body = put_prefix(s, line, level);
     const size_t room = kMaxLine - static_cast<size_t>(body - line);
     va_list ap;
     va_start(ap, format);
-    int m = std::vsnprintf(body, room, format, ap);
+    size_t len = log_format(body, room, format, ap);
     va_end(ap);
-    size_t len = m < 0 ? 0 : static_cast<size_t>(m) < room ? static_cast<size_t>(m) : room - 1;
     // Messages end in one or more line feeds; keep exactly one.
     while (len > 0 && body[len - 1] == '\n')
         --len;
     body[len++] = '\n';
-    const bool was_empty = s->used == 0;
+    const size_t before = s->used;
     s->used += static_cast<size_t>(body - line) + len;
 
     if (s->direct || level >= ZP_LOG_ERROR) {
-        write_out(s);
+        drain(s);
     } else if (!s->flusher) {
         // The flusher takes no signals: they stay with the process's own
         // threads, whatever the mask of the thread that logged first.
@@ -308,9 +343,9 @@ extern "C" void log_print(int level, const char *format, ...)
         if (s->flusher)
             pthread_detach(t);
         else
-            write_out(s);  // no thread: write at once
-    } else if (was_empty) {
-        pthread_cond_signal(&s->pending);
+            s->direct = true, drain(s);  // no thread: write every line at once
+    } else if (before == 0 || (before < kBufSize / 2 && s->used >= kBufSize / 2)) {
+        pthread_cond_signal(&s->pending);  // a first line to time, or half full
     }
     pthread_mutex_unlock(&s->lock);
 }

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -128,6 +129,53 @@ TEST(Log, BelowThresholdIsNeitherFormattedNorWritten)
     // Trailing line feeds collapse into one line end: no blank lines.
     for (const auto &l : lines)
         EXPECT_FALSE(l.empty());
+}
+
+// Logs `fmt` with `args` and keeps what snprintf makes of them.
+template <typename... A> void log_and_keep(std::vector<std::string> *want, const char *fmt, A... args)
+{
+    char text[2048];
+    std::snprintf(text, sizeof text, fmt, args...);
+    want->push_back(text);
+    log_print(ZP_LOG_INFO, fmt, args...);
+}
+
+TEST(Log, MessagesReadAsSnprintfWritesThemAndLongOnesAreCut)
+{
+    const std::string mark = "fmt-check ";
+    int local = 0;
+    const std::string long_text(2000, 'x');
+    std::vector<std::string> want;
+    log_and_keep(&want, "fmt-check %d %i %u %d", INT_MIN, -1, 0u, INT_MAX);
+    log_and_keep(&want, "fmt-check %5d|%-5d|%05d|%05u|%3d", -42, -42, -42, 42u, 123456);
+    log_and_keep(&want, "fmt-check %x %X %08x %lx %llx", 0xBEEFu, 0xBEEFu, 0x1Au, 0xFFFFFFFFul,
+                 0x123456789ABCull);
+    log_and_keep(&want, "fmt-check %lu %ld %lld %llu", ULONG_MAX, LONG_MIN, LLONG_MIN, ULLONG_MAX);
+    log_and_keep(&want, "fmt-check %zu %zd %hd %hu %hhd %hhu", size_t{77}, ssize_t{-77}, 70000, 70000, 300,
+                 300);
+    log_and_keep(&want, "fmt-check %s|%8s|%-8s|%s|%c%c", "abc", "abc", "abc",
+                 static_cast<const char *>(nullptr), 'Z', '!');
+    log_and_keep(&want, "fmt-check %p %p %%", static_cast<void *>(nullptr), static_cast<void *>(&local));
+    // Beyond the conversions done by the library itself: vsnprintf's.
+    log_and_keep(&want, "fmt-check %.3f %+d %#x %*d %.2s", 3.14159, 5, 255u, 6, 42, "abcdef");
+    log_and_keep(&want, "fmt-check %s", long_text.c_str());
+    log_print(ZP_LOG_ERROR, "[%s:%s:%d]fmt-done\n", "f", "g", 1);
+
+    std::vector<std::string> got;
+    for (const auto &l : read_lines(LOG_TEST_FILE))
+        if (const size_t at = l.find(mark); at != std::string::npos)
+            got.push_back(l.substr(at));
+    ASSERT_EQ(got.size(), want.size());
+    for (size_t k = 0; k + 1 < want.size(); ++k)
+        EXPECT_EQ(got[k], want[k]);
+    // The long message is cut so that its line, line feed included, fills
+    // the library's 1024 bytes.
+    EXPECT_EQ(want.back().compare(0, got.back().size(), got.back()), 0);
+    for (const auto &l : read_lines(LOG_TEST_FILE)) {
+        if (l.find(mark + "xxx") != std::string::npos) {
+            EXPECT_EQ(l.size(), 1023u);
+        }
+    }
 }
 
 TEST(Log, LinesOfManyThreadsStayWholeAndInOrder)
