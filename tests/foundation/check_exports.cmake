@@ -1,14 +1,7 @@
 # The shared library exports exactly the symbols named in exports.map.
-execute_process(COMMAND nm -D --defined-only "${LIB}" OUTPUT_VARIABLE _nm RESULT_VARIABLE _rc)
-if(NOT _rc EQUAL 0)
-  message(FATAL_ERROR "nm failed on ${LIB}")
-endif()
-string(REGEX MATCHALL "[0-9a-fA-F]+ [A-Za-z] [^\n]+" _rows "${_nm}")
-set(_exported "")
-foreach(_row IN LISTS _rows)
-  string(REGEX REPLACE "^[0-9a-fA-F]+ [A-Za-z] ([^@\n]+).*$" "\\1" _sym "${_row}")
-  list(APPEND _exported "${_sym}")
-endforeach()
+include(${CMAKE_CURRENT_LIST_DIR}/dynamic_symbols.cmake)
+dynamic_symbols(_rows nm "${LIB}" --defined-only)
+list(TRANSFORM _rows REPLACE "^[A-Za-z] ([^@]+).*$" "\\1" OUTPUT_VARIABLE _exported)
 
 file(READ "${MAP}" _map)
 string(REGEX REPLACE "/\\*[^*]*\\*/" "" _map "${_map}")

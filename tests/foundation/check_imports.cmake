@@ -16,20 +16,12 @@ set(_device_libs libsdkipc.so libsdkmem.so libzpdebug.so libzpnv.so libqmi_cci.s
   libqmiservices.so)
 set(_runtime_libs "^(libc|libm|libstdc\\+\\+|libgcc_s|ld-linux[-a-z0-9_.]*)\\.so")
 
-execute_process(COMMAND "${NM}" -D --undefined-only "${LIB}" OUTPUT_VARIABLE _nm RESULT_VARIABLE _rc)
-if(NOT _rc EQUAL 0)
-  message(FATAL_ERROR "${NM} failed on ${LIB}")
-endif()
-# Rows are "U name" or "w name", with "@VERSION" on symbols of versioned
-# libraries: those are the C and C++ runtimes'. Weak ones are optional.
-string(REGEX MATCHALL "[ \t]+U [^\n]+" _rows "${_nm}")
-set(_imports "")
-foreach(_row IN LISTS _rows)
-  string(REGEX REPLACE "^[ \t]+U ([^\n]+)$" "\\1" _sym "${_row}")
-  if(NOT _sym MATCHES "@")
-    list(APPEND _imports "${_sym}")
-  endif()
-endforeach()
+# Symbols of the C and C++ runtimes carry "@VERSION"; weak ones ("w") are
+# optional.
+include(${CMAKE_CURRENT_LIST_DIR}/dynamic_symbols.cmake)
+dynamic_symbols(_rows "${NM}" "${LIB}" --undefined-only)
+list(FILTER _rows INCLUDE REGEX "^U [^@]+$")
+list(TRANSFORM _rows REPLACE "^U " "" OUTPUT_VARIABLE _imports)
 set(_foreign ${_imports})
 list(REMOVE_ITEM _foreign ${_device_api})
 if(_foreign)
