@@ -75,14 +75,19 @@ long env_long(const char *name, long fallback)
     return *end == '\0' ? n : fallback;
 }
 
-// Opens (or reopens) the log file for appending and learns its size.
+// Opens (or reopens) the log file for appending and learns its size. The
+// log holds names and numbers: a log file is the owner's only, whatever the
+// umask (a terminal or other device named is left as it is).
 void open_file(Sink *s)
 {
     if (s->fd >= 0)
         close(s->fd);
     s->fd = open(s->path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     struct stat st {};
-    s->size = s->fd >= 0 && fstat(s->fd, &st) == 0 ? static_cast<size_t>(st.st_size) : 0;
+    const bool known = s->fd >= 0 && fstat(s->fd, &st) == 0;
+    if (known && S_ISREG(st.st_mode))
+        (void)fchmod(s->fd, 0600);
+    s->size = known ? static_cast<size_t>(st.st_size) : 0;
 }
 
 void rotate(Sink *s)

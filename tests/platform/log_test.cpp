@@ -129,6 +129,10 @@ TEST(Log, BelowThresholdIsNeitherFormattedNorWritten)
     // Trailing line feeds collapse into one line end: no blank lines.
     for (const auto &l : lines)
         EXPECT_FALSE(l.empty());
+    // The log holds names and numbers: the file is the owner's only.
+    struct stat st {};
+    ASSERT_EQ(stat(LOG_TEST_FILE, &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0600u);
 }
 
 // Logs `fmt` with `args` and keeps what snprintf makes of them.
