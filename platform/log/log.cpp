@@ -39,6 +39,7 @@ constexpr size_t kMaxLine = 1024;        // a longer message is cut
 constexpr size_t kBufSize = 128 * 1024;  // lines waiting for the file
 constexpr long kFlushMs = 20;            // longest wait of a line in the buffer
 constexpr long kDefaultMaxKb = 1024;
+constexpr long kLargestMaxKb = 1024 * 1024;  // the cap fits a 32-bit size
 
 thread_local long t_tid;  // the calling thread's kernel id, once looked up
 
@@ -224,7 +225,9 @@ Sink *make_sink()
     auto *s = new Sink;
     s->threshold = static_cast<int>(env_long("ZP_LOG_LEVEL", ZP_LOG_INFO));
     long kb = env_long("ZP_LOG_MAX_KB", kDefaultMaxKb);
-    s->cap = static_cast<size_t>(kb > 0 ? kb : kDefaultMaxKb) * 1024;
+    if (kb <= 0)
+        kb = kDefaultMaxKb;
+    s->cap = static_cast<size_t>(kb < kLargestMaxKb ? kb : kLargestMaxKb) * 1024;
     if (const char *p = std::getenv("ZP_LOG_FILE"); p && *p) {
         s->path = p;
         s->fd = -1;
