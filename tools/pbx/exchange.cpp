@@ -40,7 +40,7 @@ class FileLock {
 public:
     explicit FileLock(const char *path) : fd_(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0640))
     {
-        int rc;
+        int rc = 0;
         while (fd_ >= 0 && (rc = flock(fd_, LOCK_EX)) != 0 && errno == EINTR) {
         }
         if (fd_ >= 0 && rc != 0) {
