@@ -24,6 +24,7 @@
 #include <set>
 #include <thread>
 
+#include "pbm_transport.h"
 #include "pbm_wire.h"
 #include "phonebook_manager_service_v01.h"
 #include "qmi_client.h"
