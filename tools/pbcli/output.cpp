@@ -58,8 +58,32 @@ const RcodeText *find_rcode(int rc)
     return nullptr;
 }
 
-// Decodes the UTF-8 character at s[i]: its length, or 0 when the bytes there
-// are not a valid, shortest-form character.
+bool is_wide(char32_t c)
+{
+    return (c >= 0x1100 && c <= 0x115F) || (c >= 0x2E80 && c <= 0xA4CF && c != 0x303F) ||
+           (c >= 0xAC00 && c <= 0xD7A3) || (c >= 0xF900 && c <= 0xFAFF) || (c >= 0xFE30 && c <= 0xFE4F) ||
+           (c >= 0xFF00 && c <= 0xFF60) || (c >= 0xFFE0 && c <= 0xFFE6) || (c >= 0x1F300 && c <= 0x1FAFF) ||
+           (c >= 0x20000 && c <= 0x3FFFD);
+}
+
+bool is_combining(char32_t c) { return (c >= 0x0300 && c <= 0x036F) || c == 0x200B || c == 0x200D; }
+
+std::string hex_byte(unsigned char c)
+{
+    char buf[8];
+    std::snprintf(buf, sizeof buf, "\\x%02X", c);
+    return buf;
+}
+
+std::string pad(const std::string &cell, size_t width, bool right)
+{
+    size_t w = display_width(cell);
+    std::string fill(width > w ? width - w : 0, ' ');
+    return right ? fill + cell : cell + fill;
+}
+
+}  // namespace
+
 size_t utf8_char(const std::string &s, size_t i, char32_t *cp)
 {
     const auto b = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
@@ -91,32 +115,6 @@ size_t utf8_char(const std::string &s, size_t i, char32_t *cp)
     *cp = v;
     return len;
 }
-
-bool is_wide(char32_t c)
-{
-    return (c >= 0x1100 && c <= 0x115F) || (c >= 0x2E80 && c <= 0xA4CF && c != 0x303F) ||
-           (c >= 0xAC00 && c <= 0xD7A3) || (c >= 0xF900 && c <= 0xFAFF) || (c >= 0xFE30 && c <= 0xFE4F) ||
-           (c >= 0xFF00 && c <= 0xFF60) || (c >= 0xFFE0 && c <= 0xFFE6) || (c >= 0x1F300 && c <= 0x1FAFF) ||
-           (c >= 0x20000 && c <= 0x3FFFD);
-}
-
-bool is_combining(char32_t c) { return (c >= 0x0300 && c <= 0x036F) || c == 0x200B || c == 0x200D; }
-
-std::string hex_byte(unsigned char c)
-{
-    char buf[8];
-    std::snprintf(buf, sizeof buf, "\\x%02X", c);
-    return buf;
-}
-
-std::string pad(const std::string &cell, size_t width, bool right)
-{
-    size_t w = display_width(cell);
-    std::string fill(width > w ? width - w : 0, ' ');
-    return right ? fill + cell : cell + fill;
-}
-
-}  // namespace
 
 std::string rcode_message(int rc)
 {

@@ -30,6 +30,10 @@ bool rcode_busy(int rc);
 
 const char *storage_name(storage_type_t type);  // "sim" or "device"
 
+// Decodes the UTF-8 character at s[i]: its length, or 0 when the bytes there
+// are not a valid, shortest-form character.
+size_t utf8_char(const std::string &s, size_t i, char32_t *cp);
+
 // Text as a JSON string literal. Control characters are escaped; bytes that
 // are not valid UTF-8 become U+FFFD so that the output always parses.
 std::string json_string(const std::string &s);
