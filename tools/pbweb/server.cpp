@@ -19,6 +19,7 @@ namespace {
 
 constexpr size_t kJsonCap = 256 * 1024;
 constexpr size_t kImportCap = 1024 * 1024;
+constexpr size_t kDiscardMax = 4 * 1024 * 1024;  // of a refused body, before hanging up
 constexpr size_t kMaxSessions = 32;
 constexpr const char *kCookie = "pbweb_session";
 
@@ -30,6 +31,8 @@ struct Pending {
     MHD_PostProcessor *form = nullptr;  // an import's multipart body
     bool got_file = false;
     bool file_too_big = false;
+    Response refusal = Response{0, "", "", {}};  // status not 0 once the body was refused part-way
+    size_t discarded = 0;
     ~Pending()
     {
         if (form)
@@ -269,23 +272,31 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
     }
 
     if (*upload_size > 0) {
-        if (p->form) {
-            if (MHD_post_process(p->form, upload, *upload_size) != MHD_YES || p->file_too_big) {
-                *upload_size = 0;
-                return p->file_too_big ? refuse(c, 413, "the file is larger than 1 MiB")
-                                       : refuse(c, 400, "the import form could not be read");
+        // A body refused part-way is read to its end (up to a limit) before
+        // the answer, so that the client is not reset while still sending.
+        if (p->refusal.status == 0) {
+            if (p->form) {
+                if (MHD_post_process(p->form, upload, *upload_size) != MHD_YES || p->file_too_big)
+                    p->refusal =
+                        p->file_too_big
+                            ? error_response(413, PB_RCODE_ARGSERR, "the file is larger than 1 MiB")
+                            : error_response(400, PB_RCODE_ARGSERR, "the import form could not be read");
+            } else if (p->body.size() + *upload_size > kJsonCap) {
+                p->refusal = error_response(413, PB_RCODE_ARGSERR, "the body is too large");
+            } else {
+                p->body.append(upload, *upload_size);
             }
-        } else if (p->body.size() + *upload_size > kJsonCap) {
-            *upload_size = 0;
-            return refuse(c, 413, "the body is too large");
         } else {
-            p->body.append(upload, *upload_size);
+            p->discarded += *upload_size;
         }
+        const bool enough = p->discarded > kDiscardMax;
         *upload_size = 0;
-        return MHD_YES;
+        return enough ? send(c, p->refusal) : MHD_YES;
     }
 
     // The whole request is in.
+    if (p->refusal.status != 0)
+        return send(c, p->refusal);
     if (p->route.op == Op::IMPORT && !p->got_file)
         return refuse(c, 400, "the import form has no field \"file\"");
     if (p->route.op == Op::LOGIN) {
