@@ -59,10 +59,14 @@ async function api(method, path, body) {
   return data;
 }
 
+// pbweb's messages read as parts of a sentence ("list: ..."); shown alone they
+// start with a capital.
+const sentence = (text) => text.charAt(0).toUpperCase() + text.slice(1);
+
 function say(text) { $('message').textContent = text; $('error').textContent = ''; }
 function fail(err) {
   $('message').textContent = '';
-  $('error').textContent = err.message;
+  $('error').textContent = sentence(err.message);
 }
 
 // ---- status, tabs and the list ----
@@ -308,7 +312,7 @@ async function saveEntry(ev) {
       load();
       return;
     }
-    $('entry-error').textContent = e.message;
+    $('entry-error').textContent = sentence(e.message);
   }
 }
 
@@ -413,7 +417,7 @@ async function login(ev) {
     $('logout').hidden = false;
     start();
   } catch (e) {
-    $('login-error').textContent = e.message;
+    $('login-error').textContent = sentence(e.message);
   }
 }
 
