@@ -4,7 +4,8 @@
 # fuzzers, the 32-bit ARM cross toolchain with qemu-user for the target
 # tests, libmicrohttpd for the web page (also the armhf one, through Debian's
 # multiarch), and chromium with its driver and selenium for the browser
-# tests. Does nothing for what is already there.
+# tests, with a font for Chinese names in the screenshots. Does nothing for
+# what is already there.
 set -euo pipefail
 
 need=()
@@ -17,7 +18,7 @@ have clang++ || need+=(clang)
 have arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
 have qemu-arm || need+=(qemu-user)
 for p in libgtest-dev libgmock-dev googletest libbenchmark-dev libmicrohttpd-dev \
-  chromium chromium-driver python3-selenium; do
+  chromium chromium-driver python3-selenium fonts-wqy-microhei; do
   pkg_installed "$p" || need+=("$p")
 done
 
