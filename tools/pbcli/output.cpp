@@ -137,8 +137,19 @@ const char *storage_name(storage_type_t type) { return type == STORAGE_TYPE_SIM 
 
 std::string json_string(const std::string &s)
 {
-    std::string out = "\"";
+    std::string out;
+    out.reserve(s.size() + 2);
+    out += '"';
     for (size_t i = 0; i < s.size();) {
+        // Printable ASCII but the quote and the backslash goes as it is, a run at a time.
+        size_t plain = i;
+        while (plain < s.size() && s[plain] >= 0x20 && s[plain] < 0x7F && s[plain] != '"' && s[plain] != '\\')
+            ++plain;
+        if (plain > i) {
+            out.append(s, i, plain - i);
+            i = plain;
+            continue;
+        }
         char32_t cp;
         size_t len = utf8_char(s, i, &cp);
         if (len == 0) {
@@ -178,10 +189,16 @@ std::string json_entry(const pb_flash_info &e)
 
 std::string json_entries(const std::vector<pb_flash_info> &v)
 {
-    std::string out = "[";
-    for (size_t i = 0; i < v.size(); ++i)
-        out += (i ? "," : "") + json_entry(v[i]);
-    return out + "]";
+    std::string out;
+    out.reserve(2 + v.size() * 128);  // a typical entry's length: one allocation for a whole phonebook
+    out += '[';
+    for (size_t i = 0; i < v.size(); ++i) {
+        if (i)
+            out += ',';
+        out += json_entry(v[i]);
+    }
+    out += ']';
+    return out;
 }
 
 std::string display_text(const std::string &s)

@@ -22,11 +22,14 @@ const char *book(storage_type_t type) { return pbcli::storage_name(type); }
 
 std::string book_title(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "SIM" : "device"; }
 
-Response ok(std::string body, int status = 200)
+Response ok(const std::string &body, int status = 200)
 {
     Response r;
     r.status = status;
-    r.body = "{\"ok\":true," + body + "}";
+    r.body.reserve(body.size() + 12);
+    r.body += "{\"ok\":true,";
+    r.body += body;
+    r.body += '}';
     return r;
 }
 
@@ -116,11 +119,16 @@ Response list(Phonebook &pb, const ApiRequest &req)
     Entries v;
     if (int rc = pb.read(type, &v); rc != PB_RCODE_OK)
         return failure(rc, "list", type);
-    Entries shown;
-    std::copy_if(v.begin(), v.end(), std::back_inserter(shown),
-                 [&](const pb_flash_info &e) { return entry_matches_search(e, req.search); });
-    return ok("\"phonebook\":\"" + std::string(book(type)) + "\",\"count\":" + std::to_string(v.size()) +
-              ",\"total\":" + total_of(pb, type) + ",\"entries\":" + json_entries(shown));
+    const size_t count = v.size();
+    if (!req.search.empty())
+        v.erase(std::remove_if(v.begin(), v.end(),
+                               [&](const pb_flash_info &e) { return !entry_matches_search(e, req.search); }),
+                v.end());
+    std::string body = "\"phonebook\":\"" + std::string(book(type)) +
+                       "\",\"count\":" + std::to_string(count) + ",\"total\":" + total_of(pb, type) +
+                       ",\"entries\":";
+    body += json_entries(v);
+    return ok(body);
 }
 
 Response entry_answer(storage_type_t type, const pb_flash_info &e, int status = 200)
