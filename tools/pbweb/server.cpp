@@ -254,7 +254,8 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
         if (!changes_state(p->route.op))
             return MHD_YES;
         const std::string origin = header(c, "Origin"), host = header(c, "Host");
-        if (host.empty() || origin != "http://" + host)
+        // https: when a TLS front end passes the request on with its Host.
+        if (host.empty() || (origin != "http://" + host && origin != "https://" + host))
             return refuse(c, 403, "a change must come from this page (the Origin header does not match)");
         const std::string type = media_type(header(c, "Content-Type"));
         const bool import = p->route.op == Op::IMPORT;
