@@ -357,43 +357,22 @@ TEST_F(PbwebApi, RefusedRequestsGetTheirStatusAndChangeNothing)
         Headers headers;
         int status;
     } cases[] = {
+        // clang-format off
         {"no Origin", "POST", "/api/device/entries", R"({"name":"A"})", {{"Origin", ""}}, 403},
-        {"foreign Origin",
-         "POST",
-         "/api/device/entries",
-         R"({"name":"A"})",
-         {{"Origin", "http://evil.example"}},
-         403},
-        {"form body",
-         "POST",
-         "/api/device/entries",
-         "name=A",
-         {{"Content-Type", "application/x-www-form-urlencoded"}},
-         415},
-        {"text body",
-         "PUT",
-         "/api/device/entries/1",
-         R"({"name":"A"})",
-         {{"Content-Type", "text/plain"}},
-         415},
+        {"foreign Origin", "POST", "/api/device/entries", R"({"name":"A"})", {{"Origin", "http://evil.example"}}, 403},
+        {"foreign host name", "GET", "/api/device/entries", "", {{"Host", "evil.example:80"}}, 403},
+        {"rebound host name", "POST", "/api/device/entries", R"({"name":"A"})",
+         {{"Host", "evil.example"}, {"Origin", "http://evil.example"}}, 403},
+        {"form body", "POST", "/api/device/entries", "name=A", {{"Content-Type", "application/x-www-form-urlencoded"}}, 415},
+        {"text body", "PUT", "/api/device/entries/1", R"({"name":"A"})", {{"Content-Type", "text/plain"}}, 415},
         {"JSON import", "POST", "/api/device/import", "{}", {}, 415},
         {"body over the cap", "POST", "/api/device/entries", big_json, {}, 413},
-        {"import over 1 MiB",
-         "POST",
-         "/api/device/import",
-         big_form,
-         {{"Content-Type", "multipart/form-data; boundary=bnd-42"}},
-         413},
+        {"import over 1 MiB", "POST", "/api/device/import", big_form, {{"Content-Type", "multipart/form-data; boundary=bnd-42"}}, 413},
         {"length over the cap", "POST", "/api/device/entries", "{}", {{"Content-Length", "99999999"}}, 413},
         {"not JSON", "POST", "/api/device/entries", "{\"name\":", {}, 400},
         {"not an object", "POST", "/api/device/entries", "[1]", {}, 400},
         {"no name", "POST", "/api/device/entries", R"({"number":"1"})", {}, 400},
-        {"name of 51 bytes",
-         "POST",
-         "/api/device/entries",
-         "{\"name\":\"" + std::string(51, 'n') + "\"}",
-         {},
-         400},
+        {"name of 51 bytes", "POST", "/api/device/entries", "{\"name\":\"" + std::string(51, 'n') + "\"}", {}, 400},
         {"line feed", "POST", "/api/device/entries", R"({"name":"A\nB"})", {}, 400},
         {"number letters", "POST", "/api/device/entries", R"({"name":"A","number":"12a"})", {}, 400},
         {"name not text", "POST", "/api/device/entries", R"({"name":5})", {}, 400},
@@ -408,6 +387,7 @@ TEST_F(PbwebApi, RefusedRequestsGetTheirStatusAndChangeNothing)
         {"wrong method", "DELETE", "/api/device/entries/1", "", {}, 405},
         {"file path", "GET", "/../../etc/passwd", "", {}, 404},
         {"no such page", "GET", "/index.html.bak", "", {}, 404},
+        // clang-format on
     };
     for (const auto &c : cases) {
         Reply r = http(c.method, c.path, c.body, c.headers);
@@ -452,7 +432,8 @@ TEST_F(PbwebApi, PasswordGuardsEveryApiCallButTheLogin)
 {
     const std::string pw = kWork + "/password";
     std::ofstream(pw) << "s3cret pass\n";
-    start_web({"--password-file", pw});
+    start_web({"--password-file", pw, "--host", "Router.LAN"});
+    EXPECT_EQ(http("GET", "/api/status", "", {{"Host", "router.lan:8080"}}).status, 401) << "a name allowed";
 
     EXPECT_EQ(http("GET", "/api/status").status, 401);
     EXPECT_EQ(http("GET", "/").status, 200) << "the page itself shows the login";

@@ -2,7 +2,7 @@
 // phonebook like pbcli: it serves one page and a JSON API, and reaches the
 // phonebook only through the library's client API.
 //
-//   pbweb [--listen ADDR:PORT] [--password-file FILE]
+//   pbweb [--listen ADDR:PORT] [--password-file FILE] [--host NAME]...
 //
 // Prints "pbweb: listening on http://ADDR:PORT/" once it takes requests,
 // and stops cleanly on SIGTERM or SIGINT (exit status 0).
@@ -26,6 +26,8 @@ const char kUsage[] =
     "  -l, --listen ADDR:PORT      where to listen (default 127.0.0.1:8080; [::1]:8080 for IPv6;\n"
     "                              port 0 takes a free port, printed at start)\n"
     "  -p, --password-file FILE    ask for the password in FILE (its first line) before anything\n"
+    "  -H, --host NAME             a host name the page is reached by (again for more); addresses\n"
+    "                              and localhost always work, other names are refused\n"
     "  -h, --help                  this text\n";
 
 bool read_password(const std::string &file, std::string *out, std::string *error)
@@ -57,10 +59,11 @@ int main(int argc, char **argv)
     pbweb::ServerOptions opt;
     static const option kLong[] = {{"listen", required_argument, nullptr, 'l'},
                                    {"password-file", required_argument, nullptr, 'p'},
+                                   {"host", required_argument, nullptr, 'H'},
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
     std::string error;
-    for (int ch; (ch = getopt_long(argc, argv, "l:p:h", kLong, nullptr)) != -1;) {
+    for (int ch; (ch = getopt_long(argc, argv, "l:p:H:h", kLong, nullptr)) != -1;) {
         switch (ch) {
         case 'l': opt.listen = optarg; break;
         case 'p':
@@ -69,6 +72,7 @@ int main(int argc, char **argv)
                 return 2;
             }
             break;
+        case 'H': opt.hosts.emplace_back(optarg); break;
         case 'h': std::fputs(kUsage, stdout); return 0;
         default: std::fputs(kUsage, stderr); return 2;
         }

@@ -65,6 +65,30 @@ bool same_text(const std::string &a, const std::string &b)
     return diff == 0;
 }
 
+// The Host header without its port, in lower case: "[::1]:80" -> "[::1]".
+std::string host_name(const std::string &host)
+{
+    std::string name = host;
+    const size_t colon = name.rfind(':');
+    if (colon != std::string::npos && name.find(']', colon) == std::string::npos)
+        name.erase(colon);
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char ch) { return std::tolower(ch); });
+    return name;
+}
+
+bool host_allowed(const std::string &host, const std::vector<std::string> &names)
+{
+    const std::string name = host_name(host);
+    in_addr a4;
+    in6_addr a6;
+    if (name == "localhost" || inet_pton(AF_INET, name.c_str(), &a4) == 1)
+        return true;
+    if (name.size() > 2 && name.front() == '[' && name.back() == ']' &&
+        inet_pton(AF_INET6, name.substr(1, name.size() - 2).c_str(), &a6) == 1)
+        return true;
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
 enum MHD_Result send(MHD_Connection *c, const Response &r)
 {
     MHD_Response *resp = MHD_create_response_from_buffer(r.body.size(), const_cast<char *>(r.body.data()),
@@ -157,6 +181,8 @@ bool Server::start(const ServerOptions &opt, std::string *error)
     if (!parse_listen(opt.listen, &addr, &v6, error))
         return false;
     password_ = opt.password;
+    for (const std::string &h : opt.hosts)
+        hosts_.push_back(host_name(h));
     unsigned flags = MHD_USE_AUTO_INTERNAL_THREAD | (v6 ? MHD_USE_IPv6 : 0);
     daemon_ = MHD_start_daemon(flags, 0, nullptr, nullptr, request_cb, this,               //
                                MHD_OPTION_SOCK_ADDR, reinterpret_cast<sockaddr *>(&addr),  //
@@ -246,6 +272,11 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
             return refuse(c, 404, "no such page");
         }
         p->api = true;
+        const std::string host = header(c, "Host");
+        if (!host_allowed(host, hosts_))
+            return refuse(c, 403,
+                          "this page is not served under the name '" + host.substr(0, 64) +
+                              "' (pbweb --host NAME allows it)");
         p->route = parse_route(method, path);
         if (p->route.op == Op::NOT_FOUND || p->route.op == Op::BAD_METHOD)
             return send(c, handle_api(pb_, {p->route, "", "", false, ""}));
@@ -253,7 +284,7 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
             return refuse(c, 401, "log in first");
         if (!changes_state(p->route.op))
             return MHD_YES;
-        const std::string origin = header(c, "Origin"), host = header(c, "Host");
+        const std::string origin = header(c, "Origin");
         // https: when a TLS front end passes the request on with its Host.
         if (host.empty() || (origin != "http://" + host && origin != "https://" + host))
             return refuse(c, 403, "a change must come from this page (the Origin header does not match)");

@@ -1,6 +1,9 @@
 // pbweb's HTTP side on libmicrohttpd: the page's files compiled into the
 // binary, the API under /api/, and the checks every request passes first:
 //
+//   - API requests only under a Host that is an IP address, "localhost" or
+//     a name given with --host, so that a foreign site whose name was made
+//     to point at the router (DNS rebinding) gets nothing;
 //   - a login when a password is set (an HttpOnly, SameSite=Strict session
 //     cookie; sessions live in memory only);
 //   - for every change: an Origin equal to the Host the request went to, and
@@ -21,6 +24,7 @@
 #include <deque>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "phonebook.h"
 
@@ -32,6 +36,7 @@ namespace pbweb {
 struct ServerOptions {
     std::string listen = "127.0.0.1:8080";  // ADDR:PORT, [IPv6]:PORT; port 0 picks a free one
     std::string password;                   // empty: no login
+    std::vector<std::string> hosts;         // host names the page may be reached by, besides addresses
     unsigned threads = 4;
 };
 
@@ -60,6 +65,7 @@ private:
     MHD_Daemon *daemon_ = nullptr;
     int port_ = 0;
     std::string password_;
+    std::vector<std::string> hosts_;
     std::mutex sessions_mu_;
     std::deque<std::string> sessions_;  // newest last, at most kMaxSessions
 };
