@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace pbcli {
 
@@ -84,7 +85,7 @@ std::string pad(const std::string &cell, size_t width, bool right)
 
 }  // namespace
 
-size_t utf8_char(const std::string &s, size_t i, char32_t *cp)
+size_t utf8_char(std::string_view s, size_t i, char32_t *cp)
 {
     const auto b = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
     unsigned char c = b(i);
@@ -135,56 +136,76 @@ bool rcode_busy(int rc)
 
 const char *storage_name(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "sim" : "device"; }
 
-std::string json_string(const std::string &s)
+static void append_json_string(std::string *out, std::string_view s)
 {
-    std::string out;
-    out.reserve(s.size() + 2);
-    out += '"';
+    *out += '"';
     for (size_t i = 0; i < s.size();) {
         // Printable ASCII but the quote and the backslash goes as it is, a run at a time.
         size_t plain = i;
         while (plain < s.size() && s[plain] >= 0x20 && s[plain] < 0x7F && s[plain] != '"' && s[plain] != '\\')
             ++plain;
         if (plain > i) {
-            out.append(s, i, plain - i);
+            out->append(s, i, plain - i);
             i = plain;
             continue;
         }
         char32_t cp;
         size_t len = utf8_char(s, i, &cp);
         if (len == 0) {
-            out += "\\ufffd";
+            *out += "\\ufffd";
             ++i;
             continue;
         }
         if (cp == '"' || cp == '\\') {
-            out += '\\';
-            out += static_cast<char>(cp);
+            *out += '\\';
+            *out += static_cast<char>(cp);
         } else if (cp == '\n') {
-            out += "\\n";
+            *out += "\\n";
         } else if (cp == '\t') {
-            out += "\\t";
+            *out += "\\t";
         } else if (cp == '\r') {
-            out += "\\r";
+            *out += "\\r";
         } else if (cp < 0x20 || cp == 0x7F) {
             char buf[8];
             std::snprintf(buf, sizeof buf, "\\u%04x", static_cast<unsigned>(cp));
-            out += buf;
+            *out += buf;
         } else {
-            out.append(s, i, len);
+            out->append(s, i, len);
         }
         i += len;
     }
-    return out + "\"";
+    *out += '"';
+}
+
+std::string json_string(const std::string &s)
+{
+    std::string out;
+    out.reserve(s.size() + 2);
+    append_json_string(&out, s);
+    return out;
+}
+
+static void append_json_entry(std::string *out, const pb_flash_info &e)
+{
+    // A device entry holds the SIM record number 0xFFFFFFFF: shown as -1.
+    char head[64];
+    std::snprintf(head, sizeof head,
+                  "{\"index\":%u,\"sim_index\":%d,\"name\":", static_cast<unsigned>(e.index),
+                  static_cast<int>(static_cast<zp_int32>(e.sim_index)));
+    *out += head;
+    append_json_string(out, std::string_view(e.name, strnlen(e.name, sizeof e.name)));
+    *out += ",\"number\":";
+    append_json_string(out, std::string_view(e.num, strnlen(e.num, sizeof e.num)));
+    *out += ",\"email\":";
+    append_json_string(out, std::string_view(e.email, strnlen(e.email, sizeof e.email)));
+    *out += '}';
 }
 
 std::string json_entry(const pb_flash_info &e)
 {
-    // A device entry holds the SIM record number 0xFFFFFFFF: shown as -1.
-    return "{\"index\":" + std::to_string(e.index) +
-           ",\"sim_index\":" + std::to_string(static_cast<zp_int32>(e.sim_index)) +
-           ",\"name\":" + json_string(e.name) + ",\"number\":" + json_string(e.num) +
-           ",\"email\":" + json_string(e.email) + "}";
+    std::string out;
+    append_json_entry(&out, e);
+    return out;
 }
 
 std::string json_entries(const std::vector<pb_flash_info> &v)
@@ -195,7 +216,7 @@ std::string json_entries(const std::vector<pb_flash_info> &v)
     for (size_t i = 0; i < v.size(); ++i) {
         if (i)
             out += ',';
-        out += json_entry(v[i]);
+        append_json_entry(&out, v[i]);
     }
     out += ']';
     return out;

@@ -5,6 +5,7 @@
 
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "zpt_ui_pb_api.h"
@@ -32,7 +33,7 @@ const char *storage_name(storage_type_t type);  // "sim" or "device"
 
 // Decodes the UTF-8 character at s[i]: its length, or 0 when the bytes there
 // are not a valid, shortest-form character.
-size_t utf8_char(const std::string &s, size_t i, char32_t *cp);
+size_t utf8_char(std::string_view s, size_t i, char32_t *cp);
 
 // Text as a JSON string literal. Control characters are escaped; bytes that
 // are not valid UTF-8 become U+FFFD so that the output always parses.
