@@ -448,6 +448,7 @@ TEST_F(PbwebApi, PasswordGuardsEveryApiCallButTheLogin)
     EXPECT_NE(set.find("SameSite=Strict"), std::string::npos) << set;
     cookie_ = set.substr(0, set.find(';'));
     EXPECT_EQ(http("GET", "/api/device/entries").status, 200);
+    EXPECT_EQ(http("GET", "/api/status").at("login"), "true") << "the page offers to log out";
 
     EXPECT_EQ(http("POST", "/api/logout", "{}").status, 200);
     EXPECT_EQ(http("GET", "/api/device/entries").status, 401) << "the session ended";

@@ -6,7 +6,8 @@ Walks through what a person does: waits out the SIM being read, adds a
 Cyrillic name on the SIM (with the live checks), edits and deletes it,
 imports a file into the device phonebook, deletes several entries, exports,
 sees a hostile name shown as text, meets an entry changed meanwhile (409),
-and deletes a whole phonebook behind the typed confirmation. Screenshots of
+deletes a whole phonebook behind the typed confirmation, and logs in to and
+out of a pbweb with a password. Screenshots of
 each stage stay in the work folder. Exits 77 (skipped) when chromium, its
 driver or selenium are not installed.
 """
@@ -239,6 +240,25 @@ def run(page, url, work, card_path, downloads):
     # A phone's screen.
     p.d.set_window_size(390, 844)
     p.shot("phone")
+    p.d.set_window_size(1280, 900)
+
+
+def run_login(page, url):
+    """The same page behind a password: the login form, a wrong and a right
+    password, the session cookie at work, and the logout."""
+    p = page
+    p.d.get(url)
+    p.wait(lambda: p.el("#login").is_displayed(), "the login form")
+    p.el("#password").send_keys("wrong", Keys.ENTER)
+    p.wait(lambda: p.el("#login-error").text == "Wrong password", "the refusal")
+    p.fill("#password", "open sesame")
+    p.el("#password").send_keys(Keys.ENTER)
+    p.wait(lambda: len(p.names()) == 4 and p.el("#logout").is_displayed(), "the list after the login")
+    assert p.d.execute_script("return document.cookie") == "", "the session cookie is HttpOnly"
+    p.d.refresh()
+    p.wait(lambda: len(p.names()) == 4 and p.el("#logout").is_displayed(), "the session kept over a reload")
+    p.el("#logout").click()
+    p.wait(lambda: p.el("#login").is_displayed(), "the login form after logging out")
 
 
 def main():
@@ -295,6 +315,13 @@ def main():
         driver = webdriver.Chrome(service=Service(DRIVER), options=opts)
         driver.execute_cdp_cmd("Page.setDownloadBehavior", {"behavior": "allow", "downloadPath": downloads})
         run(Page(driver, url, work), url, work, card, downloads)
+
+        pw = os.path.join(work, "password")
+        with open(pw, "w") as f:
+            f.write("open sesame\n")
+        guarded = procs.start([args.pbweb, "--listen", "127.0.0.1:0", "--password-file", pw], "pbweb-login.log",
+                              stdout=subprocess.PIPE)
+        run_login(Page(driver, url, work), guarded.stdout.readline().decode().strip().rsplit(" ", 1)[-1])
         # Answers such as 503 and 409 are logged as failed loads; script errors are not.
         logs = [e for e in driver.get_log("browser") if e["level"] == "SEVERE" and e["source"] != "network"]
         assert not logs, f"browser console errors: {logs}"

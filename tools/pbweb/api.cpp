@@ -90,7 +90,7 @@ std::string total_of(const Phonebook &pb, storage_type_t type)
     return n > 0 ? std::to_string(n) : "null";
 }
 
-Response status(Phonebook &pb)
+Response status(Phonebook &pb, bool login)
 {
     Entries sim, dev;
     const int src = pb.read(STORAGE_TYPE_SIM, &sim);
@@ -110,7 +110,7 @@ Response status(Phonebook &pb)
     s += ",\"total\":" + std::to_string(PB_MAX_ENTRIES);
     if (drc != PB_RCODE_OK)
         s += ",\"code\":" + std::to_string(drc) + ",\"error\":" + json_string(rcode_message(drc));
-    return ok(s + "}");
+    return ok(s + "},\"login\":" + (login ? "true" : "false"));
 }
 
 Response list(Phonebook &pb, const ApiRequest &req)
@@ -363,7 +363,7 @@ int http_status(int rc)
 Response handle_api(Phonebook &pb, const ApiRequest &req)
 {
     switch (req.route.op) {
-    case Op::STATUS: return status(pb);
+    case Op::STATUS: return status(pb, req.login);
     case Op::LIST: return list(pb, req);
     case Op::SHOW: return show(pb, req);
     case Op::ADD: return add(pb, req);

@@ -30,6 +30,7 @@ struct ApiRequest {
     std::string index_list;  // ?index=
     bool has_index_list = false;
     std::string body;
+    bool login = false;  // pbweb asks for a password (status tells the page)
 };
 
 Response error_response(int status, int code, const std::string &message);

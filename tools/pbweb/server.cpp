@@ -359,6 +359,7 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
     ApiRequest req;
     req.route = p->route;
     req.body = std::move(p->body);
+    req.login = !password_.empty();
     if (const char *q = MHD_lookup_connection_value(c, MHD_GET_ARGUMENT_KIND, "q"))
         req.search = q;
     if (const char *idx = MHD_lookup_connection_value(c, MHD_GET_ARGUMENT_KIND, "index"))

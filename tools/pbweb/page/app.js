@@ -81,6 +81,7 @@ async function refreshStatus() {
   try {
     state.status = await api('GET', '/api/status');
     showCounts(state.status);
+    $('logout').hidden = !state.status.login;
   } catch (e) {
     if (e.status === 401) return showLogin();
   }
