@@ -177,7 +177,7 @@ int http(const std::string &method, const std::string &path, const std::string &
 double percentile(std::vector<double> v, double p)
 {
     std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[std::min(v.size() - 1, static_cast<size_t>(v.size() * p))];
+    return v.empty() ? 0 : v[std::min(v.size() - 1, static_cast<size_t>(static_cast<double>(v.size()) * p))];
 }
 
 // Times each call; for web operations also one bare HTTP round trip after it.

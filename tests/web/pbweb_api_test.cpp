@@ -145,7 +145,7 @@ protected:
     // One request on its own connection. A change gets this page's Origin
     // and a JSON type unless the headers given say otherwise.
     Reply http(const std::string &method, const std::string &path, const std::string &body = "",
-               Headers extra = {})
+               const Headers &extra = {})
     {
         Headers h = {{"Host", "127.0.0.1:" + std::to_string(port_)}, {"Connection", "close"}};
         if (method != "GET")

@@ -17,9 +17,10 @@ namespace pbweb {
 
 namespace {
 
-constexpr size_t kJsonCap = 256 * 1024;
-constexpr size_t kImportCap = 1024 * 1024;
-constexpr size_t kDiscardMax = 4 * 1024 * 1024;  // of a refused body, before hanging up
+constexpr size_t kKiB = 1024;
+constexpr size_t kJsonCap = 256 * kKiB;
+constexpr size_t kImportCap = 1024 * kKiB;
+constexpr size_t kDiscardMax = 4 * kImportCap;  // of a refused body, before hanging up
 constexpr size_t kMaxSessions = 32;
 constexpr const char *kCookie = "pbweb_session";
 
@@ -294,11 +295,11 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
             return refuse(c, 415,
                           import ? "an import must be sent as multipart/form-data"
                                  : "the body must be application/json");
-        const size_t cap = import ? kImportCap + 64 * 1024 : kJsonCap;  // room for the form's own lines
+        const size_t cap = import ? kImportCap + 64 * kKiB : kJsonCap;  // room for the form's own lines
         const std::string length = header(c, "Content-Length");
         if (!length.empty() && std::strtoull(length.c_str(), nullptr, 10) > cap)
             return refuse(c, 413, import ? "the file is larger than 1 MiB" : "the body is too large");
-        if (import && !(p->form = MHD_create_post_processor(c, 16 * 1024, on_form_field, p)))
+        if (import && !(p->form = MHD_create_post_processor(c, 16 * kKiB, on_form_field, p)))
             return refuse(c, 400, "the import form could not be read");
         return MHD_YES;
     }
