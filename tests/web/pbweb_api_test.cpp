@@ -454,6 +454,13 @@ TEST_F(PbwebApi, PasswordGuardsEveryApiCallButTheLogin)
     EXPECT_EQ(http("GET", "/api/device/entries").status, 401) << "the session ended";
     cookie_ = "pbweb_session=00000000000000000000000000000000";
     EXPECT_EQ(http("GET", "/api/device/entries").status, 401);
+
+    // Guessing: after five wrong passwords in a row even the right one waits.
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(http("POST", "/api/login", R"({"password":"guess"})").status, 401);
+    Reply paused = http("POST", "/api/login", R"({"password":"s3cret pass"})");
+    EXPECT_EQ(paused.status, 429);
+    EXPECT_FALSE(paused.headers["retry-after"].empty());
 }
 
 }  // namespace

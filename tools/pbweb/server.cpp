@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstring>
 #include <memory>
 
@@ -22,6 +23,8 @@ constexpr size_t kJsonCap = 256 * kKiB;
 constexpr size_t kImportCap = 1024 * kKiB;
 constexpr size_t kDiscardMax = 4 * kImportCap;  // of a refused body, before hanging up
 constexpr size_t kMaxSessions = 32;
+constexpr int kLoginTries = 5;  // wrong passwords in a row before the pause
+constexpr std::chrono::seconds kLoginPause{30};
 constexpr const char *kCookie = "pbweb_session";
 
 // One request while its body arrives.
@@ -241,6 +244,45 @@ std::string Server::new_session()
     return token;
 }
 
+Response Server::login(const std::string &body)
+{
+    Json js;
+    std::string err;
+    const Json *pw = nullptr;
+    if (!parse_json(body, &js, &err) || !(pw = js.get("password")) || pw->type != Json::STRING)
+        return error_response(400, PB_RCODE_ARGSERR, "expected {\"password\": \"...\"}");
+    if (password_.empty())
+        return Response{200, "application/json", "{\"ok\":true}", {}};
+    {
+        std::lock_guard<std::mutex> lock(sessions_mu_);
+        const auto now = std::chrono::steady_clock::now();
+        if (now < logins_from_) {
+            Response r =
+                error_response(429, PB_RCODE_ARGSERR, "too many wrong passwords; try again in a while");
+            const auto wait =
+                std::chrono::duration_cast<std::chrono::seconds>(logins_from_ - now).count() + 1;
+            r.headers.emplace_back("Retry-After", std::to_string(wait));
+            return r;
+        }
+        if (!same_text(pw->text, password_)) {
+            if (++failed_logins_ >= kLoginTries) {
+                failed_logins_ = 0;
+                logins_from_ = now + kLoginPause;
+            }
+            return error_response(401, PB_RCODE_ARGSERR, "wrong password");
+        }
+        failed_logins_ = 0;
+    }
+    const std::string token = new_session();
+    if (token.empty())
+        return error_response(500, PB_RCODE_ERROR, "no session could be made");
+    return Response{
+        200,
+        "application/json",
+        "{\"ok\":true}",
+        {{"Set-Cookie", std::string(kCookie) + "=" + token + "; Path=/; HttpOnly; SameSite=Strict"}}};
+}
+
 void Server::end_session(MHD_Connection *c)
 {
     const char *token = MHD_lookup_connection_value(c, MHD_COOKIE_KIND, kCookie);
@@ -332,23 +374,8 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
         return send(c, p->refusal);
     if (p->route.op == Op::IMPORT && !p->got_file)
         return refuse(c, 400, "the import form has no field \"file\"");
-    if (p->route.op == Op::LOGIN) {
-        Json body;
-        std::string err;
-        const Json *pw = nullptr;
-        if (!parse_json(p->body, &body, &err) || !(pw = body.get("password")) || pw->type != Json::STRING)
-            return refuse(c, 400, "expected {\"password\": \"...\"}");
-        if (password_.empty())
-            return send(c, Response{200, "application/json", "{\"ok\":true}", {}});
-        const std::string token = same_text(pw->text, password_) ? new_session() : "";
-        if (token.empty())
-            return send(c, error_response(401, PB_RCODE_ARGSERR, "wrong password"));
-        return send(c, Response{200,
-                                "application/json",
-                                "{\"ok\":true}",
-                                {{"Set-Cookie", std::string(kCookie) + "=" + token +
-                                                    "; Path=/; HttpOnly; SameSite=Strict"}}});
-    }
+    if (p->route.op == Op::LOGIN)
+        return send(c, login(p->body));
     if (p->route.op == Op::LOGOUT) {
         end_session(c);
         return send(c, Response{200,

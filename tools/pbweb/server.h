@@ -5,7 +5,8 @@
 //     a name given with --host, so that a foreign site whose name was made
 //     to point at the router (DNS rebinding) gets nothing;
 //   - a login when a password is set (an HttpOnly, SameSite=Strict session
-//     cookie; sessions live in memory only);
+//     cookie; sessions live in memory only); after 5 wrong passwords in a
+//     row, logins are refused for 30 seconds;
 //   - for every change: an Origin equal to the Host the request went to, and
 //     a body of the expected type (JSON; an import: multipart/form-data);
 //   - bodies capped (JSON 256 KiB, an import 1 MiB), larger ones refused
@@ -21,11 +22,13 @@
 #ifndef PBWEB_SERVER_H
 #define PBWEB_SERVER_H
 
+#include <chrono>
 #include <deque>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "api.h"
 #include "phonebook.h"
 
 struct MHD_Daemon;
@@ -59,6 +62,7 @@ public:
 private:
     bool logged_in(struct MHD_Connection *c);
     std::string new_session();
+    Response login(const std::string &body);
     void end_session(struct MHD_Connection *c);
 
     Phonebook &pb_;
@@ -68,6 +72,8 @@ private:
     std::vector<std::string> hosts_;
     std::mutex sessions_mu_;
     std::deque<std::string> sessions_;  // newest last, at most kMaxSessions
+    int failed_logins_ = 0;             // wrong passwords in a row (sessions_mu_)
+    std::chrono::steady_clock::time_point logins_from_;
 };
 
 }  // namespace pbweb
