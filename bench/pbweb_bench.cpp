@@ -28,10 +28,9 @@
 #include <thread>
 #include <vector>
 
+#include "bench_system.h"
 #include "zp_ipc.h"
 #include "zpt_ui_pb_api.h"
-
-extern char **environ;
 
 namespace {
 
@@ -40,85 +39,18 @@ using clock_type = std::chrono::steady_clock;
 constexpr int kEntries = 999;
 constexpr int kClients = 50;
 
-pid_t spawn(std::vector<std::string> argv, int *out_fd = nullptr)
-{
-    std::vector<char *> args;
-    for (std::string &a : argv)
-        args.push_back(a.data());
-    args.push_back(nullptr);
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    int fds[2] = {-1, -1};
-    if (out_fd && pipe(fds) == 0) {
-        posix_spawn_file_actions_adddup2(&fa, fds[1], 1);
-        posix_spawn_file_actions_addclose(&fa, fds[0]);
-    }
-    pid_t pid = -1;
-    if (posix_spawn(&pid, args[0], &fa, nullptr, args.data(), environ) != 0)
-        pid = -1;
-    posix_spawn_file_actions_destroy(&fa);
-    if (out_fd)
-        close(fds[1]), *out_fd = fds[0];
-    return pid;
-}
-
-void stop(pid_t pid)
-{
-    if (pid <= 0)
-        return;
-    kill(pid, SIGTERM);
-    waitpid(pid, nullptr, 0);
-}
-
-bool wait_for(const std::string &path)
-{
-    for (int k = 0; k < 1000 && access(path.c_str(), F_OK) != 0; ++k)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return access(path.c_str(), F_OK) == 0;
-}
-
-pb_flash_info make_entry(int k)
-{
-    pb_flash_info e{};
-    std::snprintf(e.name, sizeof e.name, "Contact %04d", k);
-    std::snprintf(e.num, sizeof e.num, "+49170%07d", k);
-    std::snprintf(e.email, sizeof e.email, "contact%04d@example.org", k);
-    return e;
-}
-
-void make_device_book(int n)
-{
-    std::unique_ptr<pb_mem_info> t(new pb_mem_info());
-    for (int k = 0; k < n; ++k) {
-        t->mem.pb[k] = make_entry(k);
-        t->mem.pb[k].index = static_cast<zp_uint32>(k + 1);
-        t->mem.pb[k].sim_index = 0xFFFFFFFFu;
-    }
-    t->mem.pb_count = static_cast<zp_uint32>(n);
-    simlib_clear_flash(STORAGE_TYPE_FLASH);
-    simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get());
-}
+using bench::make_device_book;
+using bench::make_entry;
+using bench::spawn;
+using bench::stop;
 
 // Simulator, host process and pbweb, started once.
 class system_under_test {
 public:
     system_under_test()
     {
-        const char *dir_env = std::getenv("ZP_IPC_DIR");
-        const std::string dir = dir_env ? dir_env : IPC_DEFAULT_DIR;
-        mkdir(dir.c_str(), 0770);
-        const std::string card = dir + "/bench_card.txt";
-        if (FILE *f = std::fopen(card.c_str(), "w")) {
-            std::fprintf(f, "card 250 20 20\n1,112,Emergency\n");
-            std::fclose(f);
-        }
-        sim_ = spawn({PBM_SIMD_BIN, "--card", card});
-        if (!wait_for(dir + "/qmi_pbm"))
-            return;
-        host_ = spawn({PB_HOST_BIN});
-        ipc_addr_t mu{};
-        ipc_get_addr_by_id(MU_ID, 0, &mu);
-        if (!wait_for(mu.addr.sun_path))
+        if (!bench::start_modem_and_host("card 250 20 20\n1,112,Emergency\n", PBM_SIMD_BIN, PB_HOST_BIN,
+                                         &sim_, &host_))
             return;
         int fd = -1;
         web_ = spawn({PBWEB_BIN, "--listen", "127.0.0.1:0"}, &fd);

@@ -222,6 +222,27 @@ std::string json_entries(const std::vector<pb_flash_info> &v)
     return out;
 }
 
+std::string json_ints(const std::vector<int> &v)
+{
+    std::string s;
+    for (int i : v)
+        s += (s.empty() ? "" : ",") + std::to_string(i);
+    return "[" + s + "]";
+}
+
+const pb_flash_info *find_entry(const std::vector<pb_flash_info> &v, int index)
+{
+    for (const auto &e : v)
+        if (static_cast<int>(e.index) == index)
+            return &e;
+    return nullptr;
+}
+
+void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v)
+{
+    std::snprintf(dst, sizeof dst, "%s", v.c_str());
+}
+
 std::string display_text(const std::string &s)
 {
     std::string out;

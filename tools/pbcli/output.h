@@ -40,6 +40,12 @@ size_t utf8_char(std::string_view s, size_t i, char32_t *cp);
 std::string json_string(const std::string &s);
 std::string json_entry(const pb_flash_info &e);
 std::string json_entries(const std::vector<pb_flash_info> &v);
+std::string json_ints(const std::vector<int> &v);  // [1,2,3]
+
+// The entry with this index, or null.
+const pb_flash_info *find_entry(const std::vector<pb_flash_info> &v, int index);
+// Copies text into an entry's field, cut to the field's size.
+void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v);
 
 // Columns a UTF-8 text takes on a terminal: wide East Asian characters take
 // two, control characters are shown escaped (see display_text).

@@ -9,10 +9,13 @@ namespace pbweb {
 
 namespace {
 
+using pbcli::find_entry;
 using pbcli::json_entries;
 using pbcli::json_entry;
+using pbcli::json_ints;
 using pbcli::json_string;
 using pbcli::rcode_message;
+using pbcli::set_field;
 
 // Results of pbweb's own checks, next to the phonebook's result codes.
 constexpr int kChanged = 1000;  // the entry is not as the page showed it
@@ -46,27 +49,6 @@ Response failure(int rc, const std::string &context, storage_type_t type, int in
                               "no entry at index " + std::to_string(index) + " in the " + book_title(type) +
                                   " phonebook");
     return error_response(http_status(rc), rc, context + ": " + rcode_message(rc));
-}
-
-const pb_flash_info *find(const Entries &v, int index)
-{
-    for (const auto &e : v)
-        if (static_cast<int>(e.index) == index)
-            return &e;
-    return nullptr;
-}
-
-void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v)
-{
-    std::snprintf(dst, sizeof dst, "%s", v.c_str());
-}
-
-std::string json_ints(const std::vector<int> &v)
-{
-    std::string s;
-    for (int i : v)
-        s += (s.empty() ? "" : ",") + std::to_string(i);
-    return "[" + s + "]";
 }
 
 bool body_object(const std::string &body, Json *out, std::string *error)
@@ -141,7 +123,7 @@ Response show(Phonebook &pb, const ApiRequest &req)
     Entries v;
     if (int rc = pb.read(req.route.type, &v); rc != PB_RCODE_OK)
         return failure(rc, "show", req.route.type);
-    const pb_flash_info *e = find(v, req.route.index);
+    const pb_flash_info *e = find_entry(v, req.route.index);
     return e ? entry_answer(req.route.type, *e) : failure(kMissing, "", req.route.type, req.route.index);
 }
 
@@ -196,7 +178,7 @@ Response edit(Phonebook &pb, const ApiRequest &req)
     const int rc = pb.checked(
         type,
         [&](const Entries &now) {
-            const pb_flash_info *old = find(now, index);
+            const pb_flash_info *old = find_entry(now, index);
             if (!old)
                 return was.name || was.number || was.email ? kChanged : kMissing;
             if (!entry_matches(*old, was))
@@ -216,8 +198,8 @@ Response edit(Phonebook &pb, const ApiRequest &req)
     if (rc != PB_RCODE_OK)
         return failure(rc, "edit " + std::to_string(index), type, index);
     Entries after;
-    if (pb.read(type, &after) == PB_RCODE_OK && find(after, index))
-        e = *find(after, index);
+    if (pb.read(type, &after) == PB_RCODE_OK && find_entry(after, index))
+        e = *find_entry(after, index);
     return entry_answer(type, e);
 }
 
@@ -247,7 +229,7 @@ Response remove(Phonebook &pb, const ApiRequest &req)
         type,
         [&](const Entries &now) {
             for (const ShownEntry &s : shown) {
-                const pb_flash_info *e = find(now, s.index);
+                const pb_flash_info *e = find_entry(now, s.index);
                 const bool told = s.fields.name || s.fields.number || s.fields.email;
                 if (!e || !entry_matches(*e, s.fields)) {
                     bad_index = s.index;
@@ -270,7 +252,7 @@ Response remove(Phonebook &pb, const ApiRequest &req)
         return failure(r, "delete", type);
     std::vector<int> kept;
     for (int i : indexes)
-        if (find(after, i))
+        if (find_entry(after, i))
             kept.push_back(i);
     if (!kept.empty())
         return error_response(500, PB_RCODE_ERROR, "delete: the phonebook kept index " + json_ints(kept));
@@ -322,7 +304,7 @@ Response export_file(Phonebook &pb, const ApiRequest &req)
         if (int rc = pb.read(type, &now); rc != PB_RCODE_OK)
             return failure(rc, "export", type);
         for (int i : indexes)
-            if (!find(now, i))
+            if (!find_entry(now, i))
                 return failure(kMissing, "", type, i);
     }
     Response r;
