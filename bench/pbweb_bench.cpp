@@ -29,7 +29,6 @@
 #include <vector>
 
 #include "bench_system.h"
-#include "zp_ipc.h"
 #include "zpt_ui_pb_api.h"
 
 namespace {

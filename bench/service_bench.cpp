@@ -26,7 +26,7 @@
 #include <vector>
 
 #include "bench_system.h"
-#include "zp_ipc.h"
+#include "zp_ipc_host.h"
 #include "zpt_ui_pb_api.h"
 
 namespace {

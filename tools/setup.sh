@@ -17,6 +17,7 @@ have g++ || need+=(g++)
 have clang++ || need+=(clang)
 have arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
 have qemu-arm || need+=(qemu-user)
+have pkg-config || need+=(pkgconf)
 for p in libgtest-dev libgmock-dev googletest libbenchmark-dev libmicrohttpd-dev \
   chromium chromium-driver python3-selenium fonts-wqy-microhei; do
   pkg_installed "$p" || need+=("$p")

@@ -141,7 +141,13 @@ TEST_F(HostProcess, StopsCleanlyWhileRequestsArrive)
 TEST(HostWithoutModem, StopsWhileWaitingForTheModem)
 {
     pbt::child host({PB_HOST_BIN});
+#ifdef PB_EMULATOR
+    // An emulated host needs longer to load its libraries and reach main,
+    // where it blocks the stop signals.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2000));
+#else
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
+#endif
     EXPECT_EQ(host.wait(3000, SIGTERM), 0);
 }
 

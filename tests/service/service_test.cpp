@@ -10,7 +10,8 @@
 #include "harness.h"
 #include "mm_pb.h"
 #include "pbm_sim.h"
-#include "zp_mem.h"
+#include "zp_ipc_host.h"
+#include "zp_mem_host.h"
 #include "zpt_ui_pb_func.h"
 
 namespace {
