@@ -118,33 +118,12 @@ private:
     bool told_ = false;
 };
 
-const pb_flash_info *find(const Entries &v, int index)
-{
-    for (const auto &e : v)
-        if (static_cast<int>(e.index) == index)
-            return &e;
-    return nullptr;
-}
-
-void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v)
-{
-    std::snprintf(dst, sizeof dst, "%s", v.c_str());
-}
-
 std::string join(const std::vector<int> &v)
 {
     std::string s;
     for (int i : v)
         s += (s.empty() ? "" : ", ") + std::to_string(i);
     return s;
-}
-
-std::string json_ints(const std::vector<int> &v)
-{
-    std::string s;
-    for (int i : v)
-        s += (s.empty() ? "" : ",") + std::to_string(i);
-    return "[" + s + "]";
 }
 
 void print_entry(const Session &s, const char *verb, const pb_flash_info &e)
@@ -192,7 +171,7 @@ Exit cmd_show(Session &s)
     Entries v;
     if (int rc = s.read_all(s.args().type, &v); rc != PB_RCODE_OK)
         return s.fail(rc, "show");
-    const pb_flash_info *e = find(v, s.args().indexes[0]);
+    const pb_flash_info *e = find_entry(v, s.args().indexes[0]);
     if (!e)
         return not_found(s, s.args().indexes[0]);
     print_entry(s, nullptr, *e);
@@ -236,7 +215,7 @@ Exit cmd_edit(Session &s)
     Entries v;
     if (int rc = s.read_all(a.type, &v); rc != PB_RCODE_OK)
         return s.fail(rc, "edit");
-    const pb_flash_info *old = find(v, index);
+    const pb_flash_info *old = find_entry(v, index);
     if (!old)
         return not_found(s, index);
     pb_flash_info e = *old;
@@ -249,8 +228,8 @@ Exit cmd_edit(Session &s)
     if (int rc = s.write(SIM_PB_HANDLE_TYPE_EDIT, &e); rc != PB_RCODE_OK)
         return s.fail(rc, "edit " + std::to_string(index));
     Entries after;
-    if (s.read_all(a.type, &after) == PB_RCODE_OK && find(after, index))
-        e = *find(after, index);
+    if (s.read_all(a.type, &after) == PB_RCODE_OK && find_entry(after, index))
+        e = *find_entry(after, index);
     print_entry(s, "Changed", e);
     return EXIT_OK;
 }
@@ -266,14 +245,14 @@ Exit cmd_delete(Session &s)
         bool seen = std::find(present.begin(), present.end(), i) != present.end() ||
                     std::find(missing.begin(), missing.end(), i) != missing.end();
         if (!seen)
-            (find(v, i) ? present : missing).push_back(i);
+            (find_entry(v, i) ? present : missing).push_back(i);
     }
     if (a.indexes.size() == 1 && !missing.empty())
         return not_found(s, missing[0]);
 
     int rc = PB_RCODE_OK;
     if (a.indexes.size() == 1) {
-        pb_flash_info e = *find(v, present[0]);
+        pb_flash_info e = *find_entry(v, present[0]);
         rc = s.write(SIM_PB_HANDLE_TYPE_DEL, &e);
     } else if (!present.empty()) {
         rc = s.del_any(present);
@@ -287,7 +266,7 @@ Exit cmd_delete(Session &s)
     if (int r = s.read_all(a.type, &after); r != PB_RCODE_OK)
         return s.fail(r, "delete");
     for (int i : present)
-        (find(after, i) ? kept : deleted).push_back(i);
+        (find_entry(after, i) ? kept : deleted).push_back(i);
     if (!kept.empty())
         return s.fail_text(EXIT_FAILED, "the phonebook kept index " + join(kept) +
                                             " (deleted: " + (deleted.empty() ? "none" : join(deleted)) + ")");
@@ -412,7 +391,7 @@ int read_chosen(Session &s, Entries *chosen, std::vector<int> *missing)
     if (s.args().indexes.empty())
         *chosen = all;
     for (int i : s.args().indexes) {
-        if (const pb_flash_info *e = find(all, i))
+        if (const pb_flash_info *e = find_entry(all, i))
             chosen->push_back(*e);
         else
             missing->push_back(i);
