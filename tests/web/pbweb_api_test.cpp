@@ -203,6 +203,15 @@ protected:
         return r;
     }
 
+    // An import: the text as the file of a multipart form.
+    Reply upload(const std::string &path, const std::string &text)
+    {
+        const std::string form = "--bnd\r\nContent-Disposition: form-data; name=\"file\"; "
+                                 "filename=\"../../etc/x.csv\"\r\nContent-Type: text/plain\r\n\r\n" +
+                                 text + "\r\n--bnd--\r\n";
+        return http("POST", path, form, {{"Content-Type", "multipart/form-data; boundary=bnd"}});
+    }
+
     std::string card_name(int record)
     {
         auto recs = sim_->card().records;
@@ -262,18 +271,11 @@ TEST_F(PbwebApi, SimChangesReachTheCardAndTheCardsLimitsAreReported)
 
 TEST_F(PbwebApi, DevicePhonebookEveryOperation)
 {
-    const std::string boundary = "----pbwebtest";
-    const std::string form =
-        "--" + boundary +
-        "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"../../etc/x.csv\"\r\n"
-        "Content-Type: text/csv\r\n\r\n"
-        "+491711234567,Jürgen Groß,j@example.de\n+74957654321,Ольга,\nbad line\n"
-        "+861087654321,李娜,\n\r\n--" +
-        boundary + "--\r\n";
-    Reply imp = http("POST", "/api/device/import", form,
-                     {{"Content-Type", "multipart/form-data; boundary=" + boundary}});
+    Reply imp =
+        upload("/api/device/import", "+491711234567,Jürgen Groß,j@example.de\n+74957654321,Ольга,\nbad line\n"
+                                     "+861087654321,李娜,\n");
     ASSERT_EQ(imp.status, 200) << imp.body;
-    EXPECT_EQ(imp.at("imported") + "/" + imp.at("count"), "3/3");
+    EXPECT_EQ(imp.at("format") + " " + imp.at("added") + "/" + imp.at("read"), "module 3/4");
 
     Reply add =
         http("POST", "/api/device/entries", R"({"name":"Zoë","number":"*100#","email":"z@example.de"})");
@@ -333,6 +335,7 @@ TEST_F(PbwebApi, EntryChangedMeanwhileIsRefusedWith409)
         {"POST", "/api/device/delete", R"({"entries":[{"index":1,"name":"Anna"}]})", 409},
         {"POST", "/api/device/delete", R"({"entries":[{"index":1}]})", 404},
         {"PUT", "/api/device/entries/9", R"({"name":"X"})", 404},
+        {"POST", "/api/device/copy", R"({"entries":[{"index":2,"name":"Bert"}]})", 409},
         {"GET", "/api/device/entries/9", "", 404},
     };
     for (const auto &c : cases) {
@@ -381,6 +384,9 @@ TEST_F(PbwebApi, RefusedRequestsGetTheirStatusAndChangeNothing)
         {"delete-all unconfirmed", "POST", "/api/device/delete-all", "{}", {}, 400},
         {"export index 0", "GET", "/api/device/export?index=1,0", "", {}, 400},
         {"export missing", "GET", "/api/device/export?index=5", "", {}, 404},
+        {"export format", "GET", "/api/device/export?format=xml", "", {}, 400},
+        {"copy nothing", "POST", "/api/device/copy", "{}", {}, 400},
+        {"cut into the device", "POST", "/api/sim/copy", R"({"all":true,"cut":true})", {}, 400},
         {"import the SIM", "POST", "/api/sim/import", "", {}, 404},
         {"unknown book", "GET", "/api/usb/entries", "", {}, 404},
         {"index 1001", "GET", "/api/device/entries/1001", "", {}, 404},
@@ -402,6 +408,45 @@ TEST_F(PbwebApi, RefusedRequestsGetTheirStatusAndChangeNothing)
     EXPECT_EQ(page.headers["content-security-policy"], "default-src 'self'");
     EXPECT_EQ(page.headers["x-content-type-options"], "nosniff");
     EXPECT_EQ(http("GET", "/app.js").headers["content-type"], "text/javascript; charset=utf-8");
+}
+
+// Contacts between the formats and the phonebooks, each with a report of
+// what became of it.
+TEST_F(PbwebApi, ImportCopyAndExportReportEveryContact)
+{
+    Reply imp = upload("/api/device/import",
+                       "BEGIN:VCARD\r\nVERSION:3.0\r\nFN:Maximilian Mustermann\r\n"
+                       "TEL;TYPE=cell:+49 (171) 555-0101\r\nEMAIL:max@example.de\r\nEND:VCARD\r\n"
+                       "BEGIN:VCARD\r\nVERSION:3.0\r\nFN:Nobody\r\nEND:VCARD\r\n");
+    ASSERT_EQ(imp.status, 200) << imp.body;
+    EXPECT_EQ(imp.at("format") + " " + imp.at("added") + "/" + imp.at("read"), "vcard 1/2");
+    EXPECT_EQ(imp.at("contacts.0.entry.number") + " " + imp.at("contacts.0.text"),
+              "+491715550101 added at index 1");
+    EXPECT_EQ(imp.at("contacts.1.outcome"), "no_number");
+    ASSERT_EQ(http("POST", "/api/device/entries", R"({"name":"Eva","number":"030 12-34 p5"})").status, 201);
+
+    // The card takes names of 14 characters: skipped, or cut when asked.
+    sim_list();
+    const std::string max = R"({"entries":[{"index":1,"name":"Maximilian Mustermann"},{"index":2}]})";
+    Reply copy = http("POST", "/api/device/copy", max);
+    ASSERT_EQ(copy.status, 200) << copy.body;
+    EXPECT_EQ(copy.at("phonebook") + " " + copy.at("added") + "/" + copy.at("read"), "sim 1/2");
+    EXPECT_EQ(copy.at("contacts.0.outcome"), "name_too_long");
+    EXPECT_EQ(copy.at("contacts.1.entry.sim_index"), "3");
+    EXPECT_EQ(card_name(3), "Eva");
+    copy = http("POST", "/api/device/copy", max.substr(0, max.size() - 1) + ",\"cut\":true}");
+    EXPECT_EQ(copy.at("contacts.0.entry.name") + "|" + copy.at("contacts.0.name_cut"), "Maximilian Mus|true");
+    EXPECT_EQ(copy.at("contacts.1.outcome"), "duplicate");
+    EXPECT_EQ(card_name(5), "Maximilian Mus");
+
+    Reply all = http("POST", "/api/sim/copy", R"({"all":true})");
+    EXPECT_EQ(all.at("phonebook") + " " + all.at("added") + "/" + all.at("read"), "device 4/5")
+        << "Eva is there already; Max under his cut name is another contact: " << all.body;
+
+    Reply csv = http("GET", "/api/device/export?format=csv&index=2,1");
+    EXPECT_EQ(csv.headers["content-disposition"], "attachment; filename=\"device-phonebook.csv\"");
+    EXPECT_EQ(csv.body, "name,number,email\r\nEva,0301234P5,\r\n"
+                        "Maximilian Mustermann,+491715550101,max@example.de\r\n");
 }
 
 TEST_F(PbwebApi, SimBeingReadAnswers503WithRetryAfter)

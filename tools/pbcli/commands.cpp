@@ -303,23 +303,6 @@ Exit cmd_delete_all(Session &s)
     return EXIT_OK;
 }
 
-std::string json_report_line(const pbx::ReportLine &l)
-{
-    std::string s =
-        "{\"source\":" + std::to_string(l.from.source) + ",\"read\":{\"name\":" + json_string(l.from.name) +
-        ",\"number\":" + json_string(l.from.number) + ",\"email\":" + json_string(l.from.email) +
-        "},\"outcome\":\"" + pbx::outcome_word(l.outcome) + "\",\"index\":" + std::to_string(l.index);
-    if (l.outcome == pbx::Outcome::ADDED)
-        s += ",\"entry\":" + json_entry(l.entry);
-    if (l.outcome == pbx::Outcome::FAILED)
-        s += ",\"code\":" + std::to_string(l.rcode);
-    s += std::string(",\"renamed\":") + (l.renamed ? "true" : "false") +
-         ",\"name_cut\":" + (l.name_cut ? "true" : "false") +
-         ",\"email_cut\":" + (l.email_cut ? "true" : "false") +
-         ",\"email_dropped\":" + (l.email_dropped ? "true" : "false");
-    return s + ",\"text\":" + json_string(pbx::outcome_text(l)) + "}";
-}
-
 // The outcome of an import or a copy: a summary with the reasons counted,
 // a line per contact with --verbose, everything with --json.
 Exit print_report(const Session &s, const pbx::Report &r, const std::string &what, storage_type_t into,
@@ -328,13 +311,8 @@ Exit print_report(const Session &s, const pbx::Report &r, const std::string &wha
     const int added = r.count(pbx::Outcome::ADDED);
     const char *book = into == STORAGE_TYPE_SIM ? "SIM" : "device";
     if (s.args().json) {
-        std::string lines;
-        for (const auto &l : r.lines)
-            lines += (lines.empty() ? "" : ",") + json_report_line(l);
-        std::cout << "{\"ok\":true,\"phonebook\":\"" << storage_name(into) << "\"," << what
-                  << "\"read\":" << r.lines.size() << ",\"added\":" << added
-                  << ",\"not_added\":" << r.lines.size() - static_cast<size_t>(added) << ",\"contacts\":["
-                  << lines << "]}\n";
+        std::cout << "{\"ok\":true,\"phonebook\":\"" << storage_name(into) << "\"," << what << json_report(r)
+                  << "}\n";
         return EXIT_OK;
     }
     std::cout << "Added " << added << " of " << r.lines.size()

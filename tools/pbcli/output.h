@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "pbx.h"
 #include "zpt_ui_pb_api.h"
 
 namespace pbcli {
@@ -41,6 +42,10 @@ std::string json_string(const std::string &s);
 std::string json_entry(const pb_flash_info &e);
 std::string json_entries(const std::vector<pb_flash_info> &v);
 std::string json_ints(const std::vector<int> &v);  // [1,2,3]
+// What became of one contact of an import or a copy, and the members
+// "read":N,"added":N,"not_added":N,"contacts":[...] of the whole report.
+std::string json_report_line(const pbx::ReportLine &l);
+std::string json_report(const pbx::Report &r);
 
 // The entry with this index, or null.
 const pb_flash_info *find_entry(const std::vector<pb_flash_info> &v, int index);

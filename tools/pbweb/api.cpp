@@ -203,6 +203,45 @@ Response edit(Phonebook &pb, const ApiRequest &req)
     return entry_answer(type, e);
 }
 
+// The "entries" of a delete or a copy: each with its "index" and the
+// fields the page showed. *indexes: each index once, in the order given.
+bool read_shown_list(const Json &body, const char *what, std::vector<ShownEntry> *shown,
+                     std::vector<int> *indexes, std::string *err)
+{
+    const Json *list = body.get("entries");
+    if (!list || list->type != Json::ARRAY || list->items.empty())
+        return *err =
+                   std::string("\"entries\" must list the entries to ") + what + ", each with its \"index\"",
+               false;
+    if (list->items.size() > PB_MAX_ENTRIES)
+        return *err = "more than 1000 entries", false;
+    shown->resize(list->items.size());
+    for (size_t k = 0; k < shown->size(); ++k) {
+        if (!read_shown_entry(list->items[k], &(*shown)[k], err))
+            return *err = "entries[" + std::to_string(k) + "]: " + *err, false;
+        if (std::find(indexes->begin(), indexes->end(), (*shown)[k].index) == indexes->end())
+            indexes->push_back((*shown)[k].index);
+    }
+    return true;
+}
+
+// Checks that every shown entry is still as shown; *found: the entries now,
+// in the order shown. Otherwise kChanged or kMissing with *bad_index.
+int check_shown(const Entries &now, const std::vector<ShownEntry> &shown, Entries *found, int *bad_index)
+{
+    found->clear();
+    for (const ShownEntry &s : shown) {
+        const pb_flash_info *e = find_entry(now, s.index);
+        const bool told = s.fields.name || s.fields.number || s.fields.email;
+        if (!e || !entry_matches(*e, s.fields)) {
+            *bad_index = s.index;
+            return e || told ? kChanged : kMissing;
+        }
+        found->push_back(*e);
+    }
+    return PB_RCODE_OK;
+}
+
 Response remove(Phonebook &pb, const ApiRequest &req)
 {
     const storage_type_t type = req.route.type;
@@ -210,34 +249,20 @@ Response remove(Phonebook &pb, const ApiRequest &req)
     std::string err;
     if (!body_object(req.body, &body, &err))
         return bad_input(err);
-    const Json *list = body.get("entries");
-    if (!list || list->type != Json::ARRAY || list->items.empty())
-        return bad_input("\"entries\" must list the entries to delete, each with its \"index\"");
-    if (list->items.size() > PB_MAX_ENTRIES)
-        return bad_input("more than 1000 entries");
-    std::vector<ShownEntry> shown(list->items.size());
+    std::vector<ShownEntry> shown;
     std::vector<int> indexes;
-    for (size_t k = 0; k < shown.size(); ++k) {
-        if (!read_shown_entry(list->items[k], &shown[k], &err))
-            return bad_input("entries[" + std::to_string(k) + "]: " + err);
-        if (std::find(indexes.begin(), indexes.end(), shown[k].index) == indexes.end())
-            indexes.push_back(shown[k].index);
-    }
+    if (!read_shown_list(body, "delete", &shown, &indexes, &err))
+        return bad_input(err);
     int bad_index = 0;
     pb_flash_info one;  // the entry itself, for a delete of one
     const int rc = pb.checked(
         type,
         [&](const Entries &now) {
-            for (const ShownEntry &s : shown) {
-                const pb_flash_info *e = find_entry(now, s.index);
-                const bool told = s.fields.name || s.fields.number || s.fields.email;
-                if (!e || !entry_matches(*e, s.fields)) {
-                    bad_index = s.index;
-                    return e || told ? kChanged : kMissing;
-                }
-                one = *e;
-            }
-            return static_cast<int>(PB_RCODE_OK);
+            Entries found;
+            const int r = check_shown(now, shown, &found, &bad_index);
+            if (r == PB_RCODE_OK)
+                one = found.back();
+            return r;
         },
         [&] {
             if (indexes.size() > 1)
@@ -282,38 +307,97 @@ Response remove_all(Phonebook &pb, const ApiRequest &req)
     return ok("\"phonebook\":\"" + std::string(book(type)) + "\",\"deleted\":" + std::to_string(count));
 }
 
+// The format of an import or export: ?format=, else `fallback`.
+bool read_format(const ApiRequest &req, pbx::Format fallback, pbx::Format *out, std::string *err)
+{
+    *out = fallback;
+    if (req.format.empty() || pbx::parse_format(req.format, out))
+        return true;
+    return *err = "format: '" + req.format.substr(0, 16) + "' is none of vcard, csv, module", false;
+}
+
+Response report_answer(storage_type_t into, const std::string &members, const pbx::Report &report)
+{
+    return ok("\"phonebook\":\"" + std::string(book(into)) + "\"," + members + pbcli::json_report(report));
+}
+
 Response import(Phonebook &pb, const ApiRequest &req)
 {
-    long added = 0;
-    size_t count = 0;
-    if (int rc = pb.import(req.body, &added, &count); rc != PB_RCODE_OK)
+    pbx::Format f;
+    std::string err;
+    if (!read_format(req, pbx::detect_format(req.body), &f, &err))
+        return bad_input(err);
+    pbx::Report report;
+    if (int rc = pb.import(pbx::parse(req.body, f), &report); rc != PB_RCODE_OK)
         return failure(rc, "import", STORAGE_TYPE_FLASH);
-    return ok("\"phonebook\":\"device\",\"imported\":" + std::to_string(added) +
-              ",\"count\":" + std::to_string(count));
+    return report_answer(STORAGE_TYPE_FLASH, "\"format\":\"" + std::string(pbx::format_name(f)) + "\",",
+                         report);
 }
 
 Response export_file(Phonebook &pb, const ApiRequest &req)
 {
     const storage_type_t type = req.route.type;
     std::vector<int> indexes;
+    pbx::Format f;
     std::string err;
     if (req.has_index_list && !parse_index_list(req.index_list, &indexes, &err))
         return bad_input("index: " + err);
-    if (!indexes.empty()) {
-        Entries now;
-        if (int rc = pb.read(type, &now); rc != PB_RCODE_OK)
-            return failure(rc, "export", type);
-        for (int i : indexes)
-            if (!find_entry(now, i))
-                return failure(kMissing, "", type, i);
+    if (!read_format(req, pbx::Format::MODULE, &f, &err))
+        return bad_input(err);
+    Entries now, chosen;
+    if (int rc = pb.read(type, &now); rc != PB_RCODE_OK)
+        return failure(rc, "export", type);
+    for (int i : indexes) {
+        const pb_flash_info *e = find_entry(now, i);
+        if (!e)
+            return failure(kMissing, "", type, i);
+        chosen.push_back(*e);
     }
     Response r;
-    if (int rc = pb.export_text(type, indexes, &r.body); rc != PB_RCODE_OK)
-        return failure(rc, "export", type);
-    r.content_type = "text/csv; charset=utf-8";
-    r.headers.emplace_back("Content-Disposition",
-                           "attachment; filename=\"" + std::string(book(type)) + "-phonebook.csv\"");
+    r.body = pbx::format(indexes.empty() ? now : chosen, f);
+    r.content_type = f == pbx::Format::VCARD ? "text/vcard; charset=utf-8" : "text/csv; charset=utf-8";
+    r.headers.emplace_back("Content-Disposition", "attachment; filename=\"" + std::string(book(type)) +
+                                                      "-phonebook." +
+                                                      (f == pbx::Format::VCARD ? "vcf" : "csv") + "\"");
     return r;
+}
+
+// Copies the entries shown (or all) into the other phonebook, with a report
+// of what became of each; 409 when one of them changed meanwhile.
+Response copy(Phonebook &pb, const ApiRequest &req)
+{
+    const storage_type_t from = req.route.type;
+    const storage_type_t into = from == STORAGE_TYPE_SIM ? STORAGE_TYPE_FLASH : STORAGE_TYPE_SIM;
+    Json body;
+    std::string err;
+    if (!body_object(req.body, &body, &err))
+        return bad_input(err);
+    const Json *all = body.get("all"), *cut = body.get("cut");
+    const bool copy_all = all && all->type == Json::BOOL && all->boolean;
+    if (cut && cut->type != Json::BOOL)
+        return bad_input("\"cut\" must be true or false");
+    const bool cut_names = cut && cut->boolean;
+    if (cut_names && into != STORAGE_TYPE_SIM)
+        return bad_input("\"cut\" is for a copy into the SIM phonebook only");
+    std::vector<ShownEntry> shown;
+    std::vector<int> indexes;
+    if (!copy_all && !read_shown_list(body, "copy (or \"all\": true)", &shown, &indexes, &err))
+        return bad_input(err);
+    int bad_index = 0;
+    std::vector<pbx::Contact> contacts;
+    pbx::Report report;
+    const int rc = pb.checked(
+        from,
+        [&](const Entries &now) {
+            Entries found;
+            const int r = copy_all ? PB_RCODE_OK : check_shown(now, shown, &found, &bad_index);
+            contacts = pbx::contacts_of(copy_all ? now : found);
+            return r;
+        },
+        [&] { return pb.add_contacts_locked(into, contacts, cut_names, &report); });
+    if (rc != PB_RCODE_OK)
+        return failure(rc, "copy", rc == kChanged || rc == kMissing ? from : into, bad_index);
+    return report_answer(into, "\"from\":\"" + std::string(book(from)) + "\",", report);
 }
 
 }  // namespace
@@ -354,6 +438,7 @@ Response handle_api(Phonebook &pb, const ApiRequest &req)
     case Op::DELETE_ALL: return remove_all(pb, req);
     case Op::IMPORT: return import(pb, req);
     case Op::EXPORT: return export_file(pb, req);
+    case Op::COPY: return copy(pb, req);
     case Op::BAD_METHOD: return error_response(405, PB_RCODE_ARGSERR, "method not allowed here");
     default: return error_response(404, PB_RCODE_ARGSERR, "no such API path");
     }

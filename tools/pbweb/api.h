@@ -29,6 +29,7 @@ struct ApiRequest {
     std::string search;      // ?q=
     std::string index_list;  // ?index=
     bool has_index_list = false;
+    std::string format;  // ?format= of an import or export, "" when not given
     std::string body;
     bool login = false;  // pbweb asks for a password (status tells the page)
 };

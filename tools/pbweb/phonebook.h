@@ -3,9 +3,7 @@
 // table per phonebook in each process, so every call holds one mutex; the
 // web server's threads queue on it. Nothing here waits for the SIM to be
 // read: a "being read" result goes back to the browser, which asks again.
-//
-// Import and export need files; they use a private folder made at start
-// (mkdtemp) and fixed names in it, never a name from a request.
+// Imports, exports and copies work on memory only: no file name is made.
 #ifndef PBWEB_PHONEBOOK_H
 #define PBWEB_PHONEBOOK_H
 
@@ -13,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "pbx.h"
 #include "zpt_ui_pb_api.h"
 
 namespace pbweb {
@@ -34,7 +33,7 @@ public:
     Phonebook &operator=(const Phonebook &) = delete;
     ~Phonebook();
 
-    // Makes the tables and the private folder. False when either fails.
+    // Makes the tables. False when that fails.
     bool open(std::string *error);
 
     // The whole phonebook in index order, or the result code of the read
@@ -59,11 +58,13 @@ public:
     int write_locked(storage_type_t type, sim_pb_handle_t action, pb_flash_info *info);
     int del_any_locked(storage_type_t type, std::vector<int> indexes);
 
-    // Adds the entries of an import file's bytes to the device phonebook;
-    // *added: how many the phonebook grew by.
-    int import(const std::string &bytes, long *added, size_t *count);
-    // The export file of the entries at `indexes` (all when empty).
-    int export_text(storage_type_t type, const std::vector<int> &indexes, std::string *text);
+    // Adds the contacts to the phonebook `into`, one line of *report per
+    // contact; into the SIM, `cut` cuts names too long for the card (else
+    // they are skipped). Called inside checked().
+    int add_contacts_locked(storage_type_t into, const std::vector<pbx::Contact> &contacts, bool cut,
+                            pbx::Report *report);
+    // Adds the contacts read from an import file to the device phonebook.
+    int import(const std::vector<pbx::Contact> &contacts, pbx::Report *report);
 
     SimLimits sim_limits() const;
 
@@ -71,7 +72,6 @@ private:
     int read_locked(storage_type_t type, Entries *out);
 
     std::mutex mu_;
-    std::string dir_;  // private folder for import and export files
 };
 
 }  // namespace pbweb

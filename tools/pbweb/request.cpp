@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstring>
 
+#include "pbx.h"
+
 namespace pbweb {
 
 namespace {
@@ -96,6 +98,8 @@ Route parse_route(const std::string &method, const std::string &path)
             return want("GET", Op::EXPORT);
         if (what == "import" && r.type == STORAGE_TYPE_FLASH)
             return want("POST", Op::IMPORT);
+        if (what == "copy")
+            return want("POST", Op::COPY);
         return r;
     }
     if (p.size() == 5 && what == "entries" && parse_index(p[4], &r.index))
@@ -112,7 +116,8 @@ bool changes_state(Op op)
     case Op::EDIT:
     case Op::DELETE:
     case Op::DELETE_ALL:
-    case Op::IMPORT: return true;
+    case Op::IMPORT:
+    case Op::COPY: return true;
     default: return false;
     }
 }
@@ -140,10 +145,10 @@ bool read_entry_fields(const Json &obj, EntryFields *out, std::string *error)
         !read_text(obj, "email", &out->email, error))
         return false;
     if (out->number) {
-        const std::string &n = *out->number;
-        const size_t from = !n.empty() && n[0] == '+' ? 1 : 0;
-        if (n.find_first_not_of("0123456789*#PWT", from) != std::string::npos)
-            return *error = "the number may hold only digits, * # P W T and a + in front", false;
+        std::string tidied;
+        if (std::string why = pbx::tidy_number(*out->number, &tidied); !why.empty())
+            return *error = "number: " + why, false;
+        out->number = std::move(tidied);
     }
     return true;
 }

@@ -27,7 +27,8 @@ enum class Op {
     DELETE,      // POST /api/{book}/delete
     DELETE_ALL,  // POST /api/{book}/delete-all
     IMPORT,      // POST /api/device/import
-    EXPORT,      // GET  /api/{book}/export[?index=1,2,...]
+    EXPORT,      // GET  /api/{book}/export[?index=1,2,...][&format=F]
+    COPY,        // POST /api/{book}/copy: into the other phonebook
 };
 
 struct Route {
@@ -53,8 +54,10 @@ struct EntryFields {
 };
 
 // Reads "name", "number" and "email" of a JSON object: each must be a
-// string of at most 50 bytes without control characters, the number only
-// of digits, * # P W T and a leading +. Fields of other names are ignored.
+// string of at most 50 bytes without control characters; the number is
+// tidied (spaces, dashes, dots and brackets dropped, p w t upper case) and
+// must then hold only digits, * # P W T and a leading +. Fields of other
+// names are ignored.
 bool read_entry_fields(const Json &obj, EntryFields *out, std::string *error);
 
 // The entry as the page showed it, which an edit or delete carries so that

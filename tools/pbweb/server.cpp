@@ -321,8 +321,11 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
                           "this page is not served under the name '" + host.substr(0, 64) +
                               "' (pbweb --host NAME allows it)");
         p->route = parse_route(method, path);
-        if (p->route.op == Op::NOT_FOUND || p->route.op == Op::BAD_METHOD)
-            return send(c, handle_api(pb_, {p->route, "", "", false, ""}));
+        if (p->route.op == Op::NOT_FOUND || p->route.op == Op::BAD_METHOD) {
+            ApiRequest req;
+            req.route = p->route;
+            return send(c, handle_api(pb_, req));
+        }
         if (p->route.op != Op::LOGIN && !logged_in(c))
             return refuse(c, 401, "log in first");
         if (!changes_state(p->route.op))
@@ -392,6 +395,8 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
         req.search = q;
     if (const char *idx = MHD_lookup_connection_value(c, MHD_GET_ARGUMENT_KIND, "index"))
         req.index_list = idx, req.has_index_list = true;
+    if (const char *f = MHD_lookup_connection_value(c, MHD_GET_ARGUMENT_KIND, "format"))
+        req.format = f;
     return send(c, handle_api(pb_, req));
 }
 

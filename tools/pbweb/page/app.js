@@ -5,6 +5,9 @@
 
 const TEXT_MAX = 50; // bytes of a name, number or e-mail
 const NUMBER_RE = /^\+?[0-9*#PWT]*$/;
+// What pbweb drops from a number before it checks and stores it.
+const NUMBER_SEPARATORS = /[\s\-.()[\]\u00a0]/g;
+const tidyNumber = (n) => n.replace(NUMBER_SEPARATORS, '').replace(/[pwt]/g, (c) => c.toUpperCase());
 // GSM 7-bit default alphabet and its extension table (one more septet each).
 const GSM_BASIC = '@£$¥èéùìòÇ\nØø\rÅåΔ_ΦΓΛΩΠΨΣΘΞ\x1bÆæßÉ !"#¤%&\'()*+,-./0123456789:;<=>?' +
   '¡ABCDEFGHIJKLMNOPQRSTUVWXYZÄÖÑÜ§¿abcdefghijklmnopqrstuvwxyzäöñüà';
@@ -63,9 +66,10 @@ async function api(method, path, body) {
 // start with a capital.
 const sentence = (text) => text.charAt(0).toUpperCase() + text.slice(1);
 
-function say(text) { $('message').textContent = text; $('error').textContent = ''; }
+function say(text) { $('message').textContent = text; $('error').textContent = ''; $('report').replaceChildren(); }
 function fail(err) {
   $('message').textContent = '';
+  $('report').replaceChildren();
   $('error').textContent = sentence(err.message);
 }
 
@@ -99,6 +103,7 @@ function selectTab(book, focus) {
     }
   }
   $('import').hidden = book !== 'device';
+  $('copy-cut-label').hidden = book !== 'device';
   $('table').classList.toggle('hide-sim', book !== 'sim');
   $('search').value = '';
   state.selected.clear();
@@ -198,6 +203,8 @@ function render(data) {
 function updateSelection() {
   const n = state.selected.size;
   $('delete-selected').disabled = n === 0;
+  $('copy-selected').disabled = n === 0;
+  $('copy-selected').textContent = `Copy selected${n ? ` (${n})` : ''} to the ${state.book === 'sim' ? 'device' : 'SIM'}`;
   $('export-selected').disabled = n === 0;
   $('delete-selected').textContent = n ? `Delete selected (${n})` : 'Delete selected';
   $('export-selected').textContent = n ? `Export selected (${n})` : 'Export selected';
@@ -257,14 +264,16 @@ function checkEntry() {
   }
   ok = hint('h-name', nameText, nameBad) && ok;
 
-  const numBytes = bytes(number);
+  const tidied = tidyNumber(number);
+  const numBytes = bytes(tidied);
   let numText = `${TEXT_MAX - numBytes} bytes left of ${TEXT_MAX}`;
   let numBad = numBytes > TEXT_MAX;
-  if (!NUMBER_RE.test(number)) {
+  if (tidied !== number && NUMBER_RE.test(tidied)) numText = `Stored as ${tidied}. ` + numText;
+  if (!NUMBER_RE.test(tidied) || tidied === '+') {
     numText = 'Only digits, * # P W T and a + in front. ' + numText;
     numBad = true;
   } else if (sim && lim.number_max) {
-    const digits = number.replace(/^\+/, '').length;
+    const digits = tidied.replace(/^\+/, '').length;
     numText += `. On the card: ${digits} of ${lim.number_max} digits`;
     if (digits > lim.number_max) { numText += ': too long for this card'; numBad = true; }
   }
@@ -360,6 +369,23 @@ function confirmDeleteAll() {
   });
 }
 
+// ---- copy to the other phonebook ----
+
+async function copySelected() {
+  const list = state.entries.filter((e) => state.selected.has(e.index));
+  const body = { entries: list.map((e) => ({ index: e.index, name: e.name, number: e.number, email: e.email })) };
+  if (state.book === 'device') body.cut = $('copy-cut').checked;
+  try {
+    const data = await api('POST', `/api/${state.book}/copy`, body);
+    const from = state.book === 'sim' ? 'SIM' : 'device';
+    showReport(data, `of the ${from} phonebook`, 'index');
+  } catch (e) {
+    fail(e);
+    if (e.status === 409) load();
+  }
+  refreshStatus();
+}
+
 // ---- import and export ----
 
 async function importFile(ev) {
@@ -369,10 +395,10 @@ async function importFile(ev) {
   if (file.size > 1024 * 1024) return fail(new Error('The file is larger than 1 MiB.'));
   const form = new FormData();
   form.append('file', file);
+  const format = $('import-format').value;
   try {
-    const data = await api('POST', '/api/device/import', form);
-    say(`Imported ${data.imported} ${data.imported === 1 ? 'entry' : 'entries'} from ${file.name}; ` +
-      `the device phonebook holds ${data.count} now.`);
+    const data = await api('POST', '/api/device/import' + (format ? '?format=' + format : ''), form);
+    showReport(data, `from ${file.name} (${data.format})`, 'line');
     $('import').reset();
   } catch (e) {
     fail(e);
@@ -380,14 +406,30 @@ async function importFile(ev) {
   load();
 }
 
+// The summary of an import or a copy, and what became of each contact.
+function showReport(data, from, sourceWord) {
+  const into = data.phonebook === 'sim' ? 'SIM' : 'device';
+  say(`Added ${data.added} of ${data.read} ${data.read === 1 ? 'contact' : 'contacts'} ${from} ` +
+    `to the ${into} phonebook.`);
+  const items = data.contacts.map((c) => {
+    const li = document.createElement('li');
+    li.className = c.outcome === 'added' ? '' : 'bad';
+    const e = c.outcome === 'added' ? c.entry : c.read;
+    li.textContent = `${sourceWord} ${c.source}: ${e.name} ${e.number}: ${c.text}`;
+    return li;
+  });
+  $('report').replaceChildren(...items);
+}
+
 async function exportEntries(indexes) {
-  const query = indexes.length ? '?index=' + indexes.join(',') : '';
+  const format = $('export-format').value;
+  const query = `?format=${format}` + (indexes.length ? '&index=' + indexes.join(',') : '');
   try {
     const res = await api('GET', `/api/${state.book}/export${query}`);
     const blob = await res.blob();
     const a = document.createElement('a');
     a.href = URL.createObjectURL(blob);
-    a.download = `${state.book}-phonebook.csv`;
+    a.download = `${state.book}-phonebook.${format === 'vcard' ? 'vcf' : 'csv'}`;
     document.body.append(a);
     a.click();
     a.remove();
@@ -458,6 +500,7 @@ function wire() {
     confirmDelete(state.entries.filter((e) => state.selected.has(e.index))));
   $('export-selected').addEventListener('click', () => exportEntries([...state.selected].sort((a, b) => a - b)));
   $('export-all').addEventListener('click', () => exportEntries([]));
+  $('copy-selected').addEventListener('click', copySelected);
   $('delete-all').addEventListener('click', confirmDeleteAll);
   $('confirm-input').addEventListener('input', () => {
     $('confirm-ok').disabled = $('confirm-input').value.trim() !== 'delete all';
