@@ -28,7 +28,7 @@ try:
     from selenium.webdriver.common.by import By
     from selenium.webdriver.common.keys import Keys
     from selenium.webdriver.support import expected_conditions as EC
-    from selenium.webdriver.support.ui import WebDriverWait
+    from selenium.webdriver.support.ui import Select, WebDriverWait
 except ImportError:
     print("skipped: python3-selenium is not installed")
     sys.exit(77)
@@ -43,7 +43,9 @@ CARD = """card 30 14 20
 4,+8613800138000,王小明
 5,112,Emergency
 """
-IMPORT = "+491711234567,Jürgen Groß,j@example.de\n+33142868200,Renée Dubois,\n+34911234567,José Núñez,\n"
+IMPORT = "".join(f"BEGIN:VCARD\r\nVERSION:3.0\r\nFN:{name}\r\n{more}END:VCARD\r\n" for name, more in (
+    ("Jürgen Groß", "TEL;TYPE=cell:+49 171 1234567\r\nEMAIL:j@example.de\r\n"),
+    ("Renée Dubois", "TEL:+33142868200\r\n"), ("José Núñez", "TEL:+34911234567\r\n"), ("Nobody", "")))
 XSS = "<img src=x onerror=alert(1)>"
 
 
@@ -147,10 +149,11 @@ def run(page, url, work, card_path, downloads):
     p.fill("#f-name", "Ольга Петрова")
     hint = p.el("#h-name").text
     assert "UCS-2, 13 of 14" in hint and "25 bytes left of 50" in hint, hint
-    p.fill("#f-number", "+7 495")
+    p.fill("#f-number", "+7 495 x")
     assert "Only digits" in p.el("#h-number").text
-    p.fill("#f-number", "+74951112233")
-    assert "11 of 20 digits" in p.el("#h-number").text, p.el("#h-number").text
+    p.fill("#f-number", "+7 (495) 111-22-33")
+    hint = p.el("#h-number").text
+    assert "Stored as +74951112233" in hint and "11 of 20 digits" in hint, hint
     p.shot("add-form")
     p.el("#entry-save").click()
     p.wait(lambda: "Ольга Петрова" in p.names(), "the new SIM entry")
@@ -172,17 +175,19 @@ def run(page, url, work, card_path, downloads):
     # The device phonebook: import a file and see the result.
     p.el("#tab-device").click()
     p.wait(lambda: p.el("#import").is_displayed(), "the device tab")
-    src = os.path.join(work, "contacts.csv")
+    src = os.path.join(work, "contacts.vcf")
     with open(src, "w", encoding="utf-8") as f:
         f.write(IMPORT)
     p.el("#import-file").send_keys(src)
     p.el("#import button[type=submit]").click()
     p.wait(lambda: len(p.names()) == 3, "the imported entries")
-    assert p.message().startswith("Imported 3 entries from contacts.csv"), p.message()
+    assert p.message() == "Added 3 of 4 contacts from contacts.vcf (vcard) to the device phonebook.", p.message()
+    assert p.el("#report li.bad").text == "line 17: Nobody: not added: no number", p.el("#report").text
 
     # A hostile name is shown as text, nothing runs and nothing loads.
     p.el("#add").click()
     p.fill("#f-name", XSS)
+    p.fill("#f-number", "0800 123")
     p.el("#entry-save").click()
     p.wait(lambda: XSS in p.names(), "the hostile name as text")
     assert not p.d.find_elements(By.CSS_SELECTOR, "#rows img")
@@ -193,11 +198,24 @@ def run(page, url, work, card_path, downloads):
         pass
     p.shot("device-list")
 
-    # Export all as a download.
+    # Copy it to the SIM: the card cannot hold the name, and the report says so.
+    box = p.row_button(XSS, "Edit").find_element(By.XPATH, "../../td[1]/input")
+    box.click()
+    p.el("#copy-selected").click()
+    p.wait(lambda: p.el("#report li.bad").is_displayed(), "the copy report")
+    assert p.message() == "Added 0 of 1 contact of the device phonebook to the SIM phonebook.", p.message()
+    assert p.el("#report li.bad").text.startswith(f"index 4: {XSS} 0800123: not added: "), p.el("#report").text
+    p.shot("copy-report")
+    box.click()
+
+    # Export all as a CSV download.
+    Select(p.el("#export-format")).select_by_value("csv")
     p.el("#export-all").click()
     target = os.path.join(downloads, "device-phonebook.csv")
-    p.wait(lambda: os.path.exists(target) and open(target, encoding="utf-8").read().count("\n") == 4, "the export")
-    assert "Jürgen Groß,+491711234567,j@example.de\n" in open(target, encoding="utf-8").read()
+    p.wait(lambda: os.path.exists(target) and open(target, encoding="utf-8", newline="").read().count("\n") == 5,
+           "the export")
+    text = open(target, encoding="utf-8", newline="").read()
+    assert text.startswith("name,number,email\r\nJürgen Groß,+491711234567,j@example.de\r\n"), text
 
     # Several at once: select two and delete them.
     for name in ("Renée Dubois", "José Núñez"):

@@ -15,7 +15,7 @@
 //     anything from elsewhere.
 //
 // No part of a request path ever names a file: the page's files are a fixed
-// table, import and export use the phonebook layer's private folder.
+// table, and import, export and copy work in memory.
 //
 // Threads: libmicrohttpd's pool calls handle(); the session list has its
 // own mutex, the phonebook serialises its calls.

@@ -415,7 +415,7 @@ function showReport(data, from, sourceWord) {
     const li = document.createElement('li');
     li.className = c.outcome === 'added' ? '' : 'bad';
     const e = c.outcome === 'added' ? c.entry : c.read;
-    li.textContent = `${sourceWord} ${c.source}: ${e.name} ${e.number}: ${c.text}`;
+    li.textContent = `${sourceWord} ${c.source}: ${[e.name, e.number].filter(Boolean).join(' ')}: ${c.text}`;
     return li;
   });
   $('report').replaceChildren(...items);
