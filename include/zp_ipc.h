@@ -13,14 +13,19 @@
  *
  * Transport on the host: every module id has one Unix-domain datagram socket,
  * "<dir>/ipc_<id>", where <dir> is the environment's ZP_IPC_DIR or
- * "/tmp/zp_ipc" (made when missing). A datagram is the head and the payload;
- * the receiver appends the sender's address taken from the socket. Datagrams
+ * "/tmp/zp_ipc" (made with mode 0770 when missing). A folder that is not
+ * this user's or root's, or that others may write to, is refused
+ * (IPC_REJECT) by the servers and the send calls. A datagram is the head
+ * and the payload; the receiver appends the sender's address taken from the
+ * socket. Datagrams
  * whose head disagrees with their size, or of a type that cannot travel
  * between processes (IPC_INNER_MQ and above), are dropped and logged.
  *
  * Synchronous exchange: ipc_msg_send_syn() sends the request as IPC_SYN_REQ
  * from a reply socket private to the calling thread and waits for an
- * IPC_SYN_RSP with the request's session_id on that socket; anything else
+ * IPC_SYN_RSP with the request's session_id on that socket, which is
+ * connected to the module's socket so that no other socket can reach it;
+ * anything else
  * arriving there (an answer that came after its requester gave up) is
  * discarded. The responder answers with ipc_msg_send_asy() to the sender's
  * address appended to the request, having set msg_type to IPC_SYN_RSP and
@@ -139,8 +144,8 @@ zp_sdk_ipc_ret_value ipc_get_addr_by_id(zp_uint32 module_id, zp_uint32 flag, ipc
  * delivered message fits as well. From the memory library; give it back with
  * mem_free_ex(). NULL when len exceeds IPC_MSG_MAX_PAYLOAD or memory is out. */
 void *ipc_memory_assign(zp_uint32 len, zp_uint32 flag);
-/* Sets head->session_id to an id, never 0, unique among the processes of one
- * run (the process id in the high 16 bits, a per-process count below). */
+/* Sets head->session_id to an id, never 0: a per-process count from a
+ * random start, so other processes can't predict it. */
 zp_sdk_ipc_ret_value ipc_gen_seesion_id(ipc_msg_head_t *head);
 /* Sends msg (len payload bytes) as IPC_SYN_REQ and waits up to `timeout` ms
  * for the answer. rsp must have room for the head and *rsp_len payload bytes;
@@ -162,7 +167,7 @@ zp_sdk_ipc_ret_value ipc_msg_send_asy(ipc_addr_t *addr, void *msg, zp_uint32 len
  * hands it out; on any other result the message stays the caller's. flag
  * and pri are reserved (0); IPC_MQ_FULL past IPC_MQ_MAX_DEPTH messages.
  * Queued messages must come from mem_malloc_ex (ipc_mq_destroy frees them). */
-#define IPC_MQ_MAX_DEPTH 4096u
+#define IPC_MQ_MAX_DEPTH 64u
 zp_sdk_ipc_ret_value ipc_mq_create(zp_uint32 flag, ipc_mq_cb_pt *mq);
 zp_sdk_ipc_ret_value ipc_mq_send(ipc_mq_cb_pt mq, void *msg, zp_uint32 flag, zp_uint32 pri);
 /* timeout: -1 waits for ever, 0 polls (IPC_MQ_EMPTY when nothing is there),

@@ -170,7 +170,7 @@ TEST_F(PbcliE2e, SimListShowsEveryScriptAndChangesReachTheCard)
     sim_->refuse_next_writes(1);
     Outcome refused = pbcli({"add", "sim", "--name", "Nope", "--number", "1"});
     EXPECT_EQ(refused.status, 1);
-    EXPECT_EQ(refused.js["code"], "9") << refused.out;
+    EXPECT_EQ(refused.js["code"], "10") << refused.out;
 }
 
 TEST_F(PbcliE2e, SeveralIndexesAreDoneAndTheMissingOnesReported)

@@ -129,8 +129,11 @@ TEST(IpcMq, KeepsEachProducersOrder)
     std::vector<std::thread> producers;
     for (zp_uint32 t = 0; t < 3; ++t)
         producers.emplace_back([mq, t] {
-            for (zp_uint32 i = 0; i < 300; ++i)
-                ipc_mq_send(mq, tagged(t << 16 | i), 0, 0);
+            for (zp_uint32 i = 0; i < 300; ++i) {
+                void *m = tagged(t << 16 | i);
+                while (ipc_mq_send(mq, m, 0, 0) == IPC_MQ_FULL)
+                    std::this_thread::yield();
+            }
         });
     zp_uint32 next[3] = {0, 0, 0};
     for (int n = 0; n < 900; ++n) {
@@ -143,6 +146,22 @@ TEST(IpcMq, KeepsEachProducersOrder)
     for (auto &p : producers)
         p.join();
     ipc_mq_destroy(mq);
+}
+
+// A queue nobody empties stops growing: past its depth a send is refused
+// and the message stays the sender's.
+TEST(IpcMq, RefusesPastItsDepth)
+{
+    ipc_mq_cb_pt mq;
+    ASSERT_EQ(ipc_mq_create(0, &mq), IPC_OK);
+    for (zp_uint32 i = 0; i < IPC_MQ_MAX_DEPTH; ++i)
+        ASSERT_EQ(ipc_mq_send(mq, tagged(i), 0, 0), IPC_OK);
+    void *extra = tagged(IPC_MQ_MAX_DEPTH);
+    EXPECT_EQ(ipc_mq_send(mq, extra, 0, 0), IPC_MQ_FULL);
+    EXPECT_EQ(mem_live_blocks(kSiteCopy), static_cast<long>(IPC_MQ_MAX_DEPTH) + 1);
+    mem_free_ex(pb_tid16(), 0, 0, extra);
+    ipc_mq_destroy(mq);
+    EXPECT_EQ(mem_live_blocks(kSiteCopy), 0);
 }
 
 TEST(IpcMq, TimeLimitsAndWakeUp)

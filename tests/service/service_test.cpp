@@ -154,10 +154,10 @@ TEST_F(Service, EntryOperationsAnswerInKindAndChangeTheCardFirstThenTheFile)
         {SYN, SIM, ADD, entry(0, 0, "Gap"), {}, 0, PB_RCODE_OK, 2, "1@1:c1 2@3:c3 3@4:c4 4@2:Gap"},
         // The stored record number wins over the one the client sends.
         {ASY, SIM, EDIT, entry(2, 77, "Ed"), {}, 0, PB_RCODE_OK, 0, four},
-        {SYN, SIM, ADD, entry(0, 0, "No"), {}, 1, PB_RCODE_WRITE_ERR, 5, four},
-        {SYN, SIM, EDIT, entry(1, 0, "No"), {}, 1, PB_RCODE_WRITE_ERR, 0, four},
-        {SYN, SIM, DEL, entry(1, 0, ""), {}, 1, PB_RCODE_WRITE_ERR, 0, four},
-        {SYN, SIM, DEL_ALL, {}, {}, 1, PB_RCODE_ERROR, 0, four},
+        {SYN, SIM, ADD, entry(0, 0, "No"), {}, 1, PB_RCODE_SWAP_ERR, 5, four},
+        {SYN, SIM, EDIT, entry(1, 0, "No"), {}, 1, PB_RCODE_SWAP_ERR, 0, four},
+        {SYN, SIM, DEL, entry(1, 0, ""), {}, 1, PB_RCODE_SWAP_ERR, 0, four},
+        {SYN, SIM, DEL_ALL, {}, {}, 1, PB_RCODE_SWAP_ERR, 0, four},
         {SYN, SIM, DEL_ANY, {}, {2, 3}, 1, PB_RCODE_OK, 0, "1@1:c1 2@3:Ed 4@2:Gap"},
         {SYN, SIM, DEL_ALL, {}, {}, 0, PB_RCODE_OK, 0, "none"},
     };

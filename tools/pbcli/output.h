@@ -21,7 +21,11 @@ enum Exit {
     EXIT_NOT_FOUND = 5,   // no entry at the index given
 };
 
-// A person-readable message for a result code of the phonebook.
+// A person-readable message for a result code of the phonebook, for every
+// user interface: among them the three ways a change can fail to land, "SIM
+// phonebook is still being read" (PB_RCODE_READED_ERR), "the SIM card
+// refused the change" (PB_RCODE_SWAP_ERR) and "the phonebook file could not
+// be saved" (PB_RCODE_WRITE_ERR).
 std::string rcode_message(int rc);
 // The exit status the tool ends with after that result code.
 Exit rcode_exit(int rc);
