@@ -36,7 +36,8 @@ ipc_server_pt g_server = nullptr;
 void dispatch(void *msg, void * /*ctx*/)
 {
     const auto *head = static_cast<const ipc_msg_head_t *>(msg);
-    if (head->msg_id != MSG_ID_PB_REQ && head->msg_id != MSG_ID_PB_RSP && head->msg_id != MSG_ID_PB_READ_IND) {
+    if (head->msg_id != MSG_ID_PB_REQ && head->msg_id != MSG_ID_PB_RSP &&
+        head->msg_id != MSG_ID_PB_READ_IND) {
         PB_LOG("message id 0x%x is not for the phonebook, dropped\n", head->msg_id);
         return;
     }

@@ -47,6 +47,8 @@ const RcodeText kRcodes[] = {
      EXIT_NOT_READY},
     {PB_RCODE_NV_ERR, "the SIM phonebook figures could not be stored", EXIT_FAILED},
     {PB_RCODE_EMPTY_ERR, "the phonebook is empty", EXIT_FAILED},
+    {RC_CHANGED, "the phonebook changed while waiting (the SIM was read again): list it and try again",
+     EXIT_FAILED},
 };
 
 const RcodeText *find_rcode(int rc)

@@ -164,8 +164,8 @@ size_t pb_qmi_fill_record(pb_flash_info *info, uint16_t record_id, pbm_record_in
 
 int pb_qmi_send_write(pbm_write_record_req_msg_v01 *req, pbm_write_record_resp_msg_v01 *rsp)
 {
-    const qmi_client_error_type rc =
-        pb_qmi_send(QMI_PBM_WRITE_RECORD_REQ_V01, req, sizeof *req, rsp, sizeof *rsp, PB_QMI_WRITE_TIMEOUT_MS);
+    const qmi_client_error_type rc = pb_qmi_send(QMI_PBM_WRITE_RECORD_REQ_V01, req, sizeof *req, rsp,
+                                                 sizeof *rsp, PB_QMI_WRITE_TIMEOUT_MS);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Error: Sending asynchronous request for writing record failed with error code %d\n\n", rc);
         return -1;
@@ -337,8 +337,8 @@ int pb_qmi_reconnect(void)
 
 void pb_qmi_check_read(void)
 {
-    if (g_sim_module.pb_sim_read_flag != 2 || std::chrono::steady_clock::now() - pb_read_progress <
-                                                  PB_QMI_READ_STALL)
+    if (g_sim_module.pb_sim_read_flag != 2 ||
+        std::chrono::steady_clock::now() - pb_read_progress < PB_QMI_READ_STALL)
         return;
     /* Any request will do: a transport failure marks the read as cut short. */
     pbm_get_pb_capabilities_req_msg_v01 req;
@@ -558,8 +558,8 @@ int pb_qmi_del_entry(pb_flash_info *info)
     req.record_info.session_type = PB_QMI_SESSION;
     req.record_info.pb_type = PB_QMI_ADN;
     req.record_info.record_id = static_cast<uint16_t>(info->sim_index);
-    const qmi_client_error_type rc =
-        pb_qmi_send(QMI_PBM_DELETE_RECORD_REQ_V01, &req, sizeof req, &rsp, sizeof rsp, PB_QMI_WRITE_TIMEOUT_MS);
+    const qmi_client_error_type rc = pb_qmi_send(QMI_PBM_DELETE_RECORD_REQ_V01, &req, sizeof req, &rsp,
+                                                 sizeof rsp, PB_QMI_WRITE_TIMEOUT_MS);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Error: Sending synchronous request for delete record failed with error code %d\n\n", rc);
         return -1;
@@ -580,8 +580,8 @@ int pb_qmi_del_all(void)
     std::memset(&rsp, 0, sizeof rsp);
     req.phonebook_info.session_type = PB_QMI_SESSION;
     req.phonebook_info.pb_type = PB_QMI_ADN;
-    const qmi_client_error_type rc = pb_qmi_send(QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, &req, sizeof req, &rsp,
-                                                 sizeof rsp, PB_QMI_DEL_ALL_TIMEOUT_MS);
+    const qmi_client_error_type rc = pb_qmi_send(QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, &req, sizeof req,
+                                                 &rsp, sizeof rsp, PB_QMI_DEL_ALL_TIMEOUT_MS);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Error: Sending synchronous request for delete record failed with error code %d\n\n", rc);
         return -1;

@@ -65,8 +65,8 @@ typedef enum {
     PB_RCODE_INVALID_ERR = 6,
     PB_RCODE_READED_ERR = 7, /* the SIM phonebook is not read yet: ask again */
     PB_RCODE_READ_ERR = 8,
-    PB_RCODE_WRITE_ERR = 9,  /* the phonebook file could not be saved */
-    PB_RCODE_SWAP_ERR = 10,  /* the card refused the change */
+    PB_RCODE_WRITE_ERR = 9, /* the phonebook file could not be saved */
+    PB_RCODE_SWAP_ERR = 10, /* the card refused the change */
     PB_RCODE_NOTFREE_ERR = 11,
     PB_RCODE_READING_ERR = 12,
     PB_RCODE_RWLOCK_ERR = 13,
