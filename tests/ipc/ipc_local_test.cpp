@@ -2,6 +2,7 @@
 // to one's own module, and the in-process queue.
 #include <gtest/gtest.h>
 
+#include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -61,6 +62,61 @@ TEST(IpcServer, SocketFileLifeCycleAndUnreachableModules)
     EXPECT_EQ(ipc_get_addr_by_id(MU_ID, 0, &missing), IPC_INVALID_PARA);
     EXPECT_EQ(ipc_server_start(MU_ID, ignore, nullptr, &srv), IPC_INVALID_PARA);
     setenv("ZP_IPC_DIR", keep.c_str(), 1);
+}
+
+// The IPC folder is made 0770 when missing, whatever the umask; one that
+// others may write to, or (tested when run as root) one of another user,
+// is refused by the servers and by both send calls.
+TEST(IpcServer, OnlyAFolderOfThisUserOrRootThatOthersCannotWrite)
+{
+    const std::string keep = std::getenv("ZP_IPC_DIR"), base = keep + "/folders";
+    const passwd *nobody = getpwnam("nobody");
+    const struct {
+        const char *name;
+        mode_t mode;  // 0: left for the server to make
+        bool others;  // owned by nobody
+        zp_sdk_ipc_ret_value want;
+    } cases[] = {
+        {"made", 0, false, IPC_OK},          {"group", 0770, false, IPC_OK},
+        {"loose", 0777, false, IPC_REJECT},  {"loose-sticky", 01777, false, IPC_REJECT},
+        {"foreign", 0750, true, IPC_REJECT},
+    };
+    const mode_t umask_was = umask(077);
+    for (const auto &c : cases) {
+        const std::string dir = base + "/" + c.name;
+        if (c.others && (geteuid() != 0 || nobody == nullptr))
+            continue;
+        if (c.mode != 0) {
+            mkdir(base.c_str(), 0770);
+            ASSERT_EQ(mkdir(dir.c_str(), 0700), 0) << dir;
+            ASSERT_EQ(chmod(dir.c_str(), c.mode), 0);
+            if (c.others) {
+                ASSERT_EQ(chown(dir.c_str(), nobody->pw_uid, nobody->pw_gid), 0);
+            }
+        }
+        setenv("ZP_IPC_DIR", dir.c_str(), 1);
+        ipc_server_pt srv = nullptr;
+        EXPECT_EQ(ipc_server_start(CLI3_ID, ignore, nullptr, &srv), c.want) << c.name;
+        ipc_addr_t to;
+        ipc_get_addr_by_id(CLI3_ID, 0, &to);
+        ipc_msg_head_t req{}, rsp{};
+        size_t rsp_len = 0;
+        const zp_sdk_ipc_ret_value sent = c.want == IPC_OK ? IPC_OK : IPC_REJECT;
+        EXPECT_EQ(ipc_msg_send_asy(&to, &req, 0), sent) << c.name;
+        if (c.want != IPC_OK) {
+            EXPECT_EQ(ipc_msg_send_syn(&to, &req, 0, 1000, &rsp, &rsp_len), IPC_REJECT) << c.name;
+        }
+        struct stat st;
+        ASSERT_EQ(stat(dir.c_str(), &st), 0);
+        if (c.mode == 0) {
+            EXPECT_EQ(st.st_mode & 07777, 0770u);
+        }
+        ipc_server_stop(srv);
+        EXPECT_NE(stat(to.addr.sun_path, &st), 0) << c.name << ": no socket left behind";
+    }
+    umask(umask_was);
+    setenv("ZP_IPC_DIR", keep.c_str(), 1);
+    EXPECT_EQ(std::system(("rm -rf " + base).c_str()), 0);
 }
 
 // A handler in the style of the service: copies each delivered message onto
