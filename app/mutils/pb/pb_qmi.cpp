@@ -178,6 +178,19 @@ int pb_qmi_send_write(pbm_write_record_req_msg_v01 *req, pbm_write_record_resp_m
     return 0;
 }
 
+// Asks for the capabilities of the phonebook of every request into *rsp,
+// zeroed first.
+qmi_client_error_type pb_qmi_ask_caps(pbm_get_pb_capabilities_resp_msg_v01 *rsp)
+{
+    pbm_get_pb_capabilities_req_msg_v01 req;
+    std::memset(&req, 0, sizeof req);
+    std::memset(rsp, 0, sizeof *rsp);
+    req.phonebook_info.session_type = PB_QMI_SESSION;
+    req.phonebook_info.pb_type = PB_QMI_ADN;
+    return pb_qmi_send(QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, &req, sizeof req, rsp, sizeof *rsp,
+                       PB_QMI_READ_TIMEOUT_MS);
+}
+
 // The message library's idea of each structure's size against ours: a
 // different revision of the definitions would overrun our buffers.
 bool pb_qmi_sizes_match(qmi_idl_service_object_type obj)
@@ -341,15 +354,9 @@ void pb_qmi_check_read(void)
         std::chrono::steady_clock::now() - pb_read_progress < PB_QMI_READ_STALL)
         return;
     /* Any request will do: a transport failure marks the read as cut short. */
-    pbm_get_pb_capabilities_req_msg_v01 req;
     pbm_get_pb_capabilities_resp_msg_v01 rsp;
-    std::memset(&req, 0, sizeof req);
-    std::memset(&rsp, 0, sizeof rsp);
-    req.phonebook_info.session_type = PB_QMI_SESSION;
-    req.phonebook_info.pb_type = PB_QMI_ADN;
     PB_LOG("no record for a while: is the modem still there?\n");
-    if (pb_qmi_send(QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, &req, sizeof req, &rsp, sizeof rsp,
-                    PB_QMI_READ_TIMEOUT_MS) == QMI_NO_ERR)
+    if (pb_qmi_ask_caps(&rsp) == QMI_NO_ERR)
         pb_read_progress = std::chrono::steady_clock::now();
 }
 
@@ -358,18 +365,11 @@ int pb_qmi_get_all(void)
     pb_index = 1;
     pb_read_progress = std::chrono::steady_clock::now();
 
-    pbm_get_pb_capabilities_req_msg_v01 caps_req;
     pbm_get_pb_capabilities_resp_msg_v01 caps_rsp;
-    std::memset(&caps_req, 0, sizeof caps_req);
-    std::memset(&caps_rsp, 0, sizeof caps_rsp);
-    caps_req.phonebook_info.session_type = PB_QMI_SESSION;
-    caps_req.phonebook_info.pb_type = PB_QMI_ADN;
-    PB_LOG("Size of request is %d\n\n", static_cast<int>(sizeof caps_req));
+    PB_LOG("Size of request is %d\n\n", static_cast<int>(sizeof(pbm_get_pb_capabilities_req_msg_v01)));
     PB_LOG("Size of response is %d\n\n", static_cast<int>(sizeof caps_rsp));
-    PB_LOG("Information being sent is session type = %d, PB type = %d\n\n",
-           caps_req.phonebook_info.session_type, caps_req.phonebook_info.pb_type);
-    qmi_client_error_type rc = pb_qmi_send(QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, &caps_req, sizeof caps_req,
-                                           &caps_rsp, sizeof caps_rsp, PB_QMI_READ_TIMEOUT_MS);
+    PB_LOG("Information being sent is session type = %d, PB type = %d\n\n", PB_QMI_SESSION, PB_QMI_ADN);
+    qmi_client_error_type rc = pb_qmi_ask_caps(&caps_rsp);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Getting PB info for PB type %d returned error %d\n\n", PB_QMI_ADN, rc);
         PB_LOG("get_pb_info failed\n");
