@@ -4,7 +4,7 @@
 // IPC to MU_ID and stored on this thread, as the service thread would.
 //
 // Counters: bytes this thread wrote to files while storing the records (the
-// store's appends, its backup copies included; logging must be off, run with
+// store's appends; logging must be off, run with
 // ZP_LOG_LEVEL=2) next to the floor of 161 bytes per record written once.
 #include <benchmark/benchmark.h>
 

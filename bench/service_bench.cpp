@@ -2,12 +2,13 @@
 // device phonebook of 999 entries, and get-all plus read of a 1000-entry SIM
 // phonebook, each through the modem simulator daemon and the host process.
 // The floor: one IPC round trip through the service (a request it answers
-// at once) plus one bare read and one bare rewrite of the 1000-entry
-// (161,000-byte) phonebook file.
+// at once) plus one bare read of the 1000-entry (161,000-byte) phonebook
+// file and one durable save of it: write, fsync and rename.
 //
 // Logging follows the environment, for all three processes: ZP_LOG_LEVEL=2
 // filters it out; ZP_LOG_LEVEL=1 with ZP_LOG_FILE=<path> turns it on.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -163,8 +164,8 @@ double p99(std::vector<double> v)
 }
 
 // The floor: one IPC round trip through the service (a request it answers
-// at once) plus one bare read and one bare rewrite of the device phonebook
-// file, each a single stdio call on the whole file.
+// at once) plus one read of the device phonebook file and one write, fsync
+// and rename of a file of its size, each a single system call on the whole.
 int floor_step(std::vector<char> *buf)
 {
     pb_event_req_t req{};
@@ -173,17 +174,20 @@ int floor_step(std::vector<char> *buf)
     size_t len = sizeof rsp;
     int rc = simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &len, 5000);
     const char *path = PB_DATA_DIR "/pb_device_file";
+    const char *fresh = PB_DATA_DIR "/pb_device_file.floor";
     buf->resize(size_t{PB_RECORD_SIZE} * PB_MAX_ENTRIES);
-    FILE *f = std::fopen(path, "rb");
-    if (f == nullptr)
+    int in = open(path, O_RDONLY);
+    if (in < 0)
         return -1;
-    size_t n = std::fread(buf->data(), 1, buf->size(), f);
-    std::fclose(f);
-    f = std::fopen(path, "wb");
-    if (f == nullptr)
+    ssize_t n = read(in, buf->data(), buf->size());
+    close(in);
+    int out = open(fresh, O_WRONLY | O_CREAT | O_TRUNC, 0640);
+    if (n < 0 || out < 0)
         return -1;
-    rc |= std::fwrite(buf->data(), 1, n, f) == n ? 0 : -1;
-    rc |= std::fclose(f);
+    rc |= write(out, buf->data(), static_cast<size_t>(n)) == n ? 0 : -1;
+    rc |= fsync(out);
+    rc |= close(out);
+    rc |= rename(fresh, path);
     return rc;
 }
 

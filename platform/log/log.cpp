@@ -1,7 +1,9 @@
 // Host log library: one line per call, "time tid level message", to stderr
 // or to the file named by ZP_LOG_FILE. ZP_LOG_LEVEL sets the threshold
 // (default ZP_LOG_INFO); a call below it returns before any formatting.
+#include <fcntl.h>
 #include <pthread.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -23,9 +25,25 @@ struct Sink {
         if (const char *lvl = std::getenv("ZP_LOG_LEVEL"); lvl && *lvl)
             threshold = std::atoi(lvl);
         if (const char *path = std::getenv("ZP_LOG_FILE"); path && *path) {
-            if (FILE *f = std::fopen(path, "a"))
+            if (FILE *f = open_private(path))
                 out = f;
         }
+    }
+
+    // The log holds names and numbers: a log file is the owner's only,
+    // whatever the umask (a terminal or other device named is left as it is).
+    static FILE *open_private(const char *path)
+    {
+        int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+        struct stat st {};
+        if (fd < 0)
+            return nullptr;
+        if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode))
+            (void)fchmod(fd, 0600);
+        FILE *f = fdopen(fd, "a");
+        if (f == nullptr)
+            close(fd);
+        return f;
     }
 };
 

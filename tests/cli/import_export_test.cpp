@@ -1,6 +1,7 @@
 // Import and export on crafted text files, against the real device and SIM
 // phonebook files under PB_DATA_DIR.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <fstream>
@@ -129,12 +130,16 @@ TEST_F(ImportExport, NewEntriesFillGapsFromTheLowestAndAFullPhonebookSkipsLines)
 }
 
 // A refused import leaves the phonebook as it was; a refused export creates
-// no file.
+// no file and leaves what is at its path alone. Only a regular file is read
+// or replaced: a folder would read as nothing, a device or a FIFO might
+// never end, and a rename would put a file in a device's place.
 TEST_F(ImportExport, RefusedImportsAndExportsChangeNothing)
 {
     store(STORAGE_TYPE_FLASH, {{1, "1|One|"}});
-    const std::string in = TEST_WORK_DIR "/import_in.txt";
+    const std::string in = TEST_WORK_DIR "/import_in.txt", fifo = TEST_WORK_DIR "/import_fifo";
     std::ofstream(in) << "2,Two,\n";
+    std::remove(fifo.c_str());
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const zp_int32 idx[] = {1};
     const struct {
         bool import;
@@ -149,11 +154,17 @@ TEST_F(ImportExport, RefusedImportsAndExportsChangeNothing)
         {true, TEST_WORK_DIR "/no/such/file", STORAGE_TYPE_FLASH, idx, PB_RCODE_INVALID_ERR},
         {true, in.c_str(), STORAGE_TYPE_UNKNOWN, idx, PB_RCODE_ERROR},
         {true, in.c_str(), 0, idx, PB_RCODE_ERROR},
+        {true, TEST_WORK_DIR, STORAGE_TYPE_FLASH, idx, PB_RCODE_INVALID_ERR},
+        {true, fifo.c_str(), STORAGE_TYPE_FLASH, idx, PB_RCODE_INVALID_ERR},
+        {true, "/dev/zero", STORAGE_TYPE_FLASH, idx, PB_RCODE_INVALID_ERR},
         {false, nullptr, STORAGE_TYPE_FLASH, idx, PB_RCODE_ARGSERR},
         {false, "", STORAGE_TYPE_FLASH, idx, PB_RCODE_ARGSERR},
         {false, kText.c_str(), STORAGE_TYPE_FLASH, nullptr, PB_RCODE_ARGSERR},
         {false, kText.c_str(), STORAGE_TYPE_UNKNOWN, idx, PB_RCODE_ERROR},
         {false, TEST_WORK_DIR "/no/such/dir/out.txt", STORAGE_TYPE_FLASH, idx, PB_RCODE_ERROR},
+        {false, TEST_WORK_DIR, STORAGE_TYPE_FLASH, idx, PB_RCODE_ERROR},
+        {false, fifo.c_str(), STORAGE_TYPE_FLASH, idx, PB_RCODE_ERROR},
+        {false, "/dev/full", STORAGE_TYPE_FLASH, idx, PB_RCODE_ERROR},
     };
     for (const auto &c : cases) {
         const auto type = static_cast<storage_type_t>(c.type);
@@ -164,6 +175,10 @@ TEST_F(ImportExport, RefusedImportsAndExportsChangeNothing)
         EXPECT_FALSE(exists(kText));
     }
     EXPECT_FALSE(exists(kSimFile)) << "import never writes the SIM phonebook";
+    struct stat st {};
+    EXPECT_TRUE(stat("/dev/full", &st) == 0 && S_ISCHR(st.st_mode));
+    EXPECT_TRUE(stat(fifo.c_str(), &st) == 0 && S_ISFIFO(st.st_mode));
+    std::remove(fifo.c_str());
 }
 
 TEST_F(ImportExport, ExportWritesNameFirstInArrayOrderAndSkipsMissing)
@@ -177,9 +192,13 @@ TEST_F(ImportExport, ExportWritesNameFirstInArrayOrderAndSkipsMissing)
     const zp_int32 sim_idx[] = {102, 2};
     ASSERT_EQ(simlib_pb_export(kText.c_str(), STORAGE_TYPE_SIM, sim_idx, 2), PB_RCODE_OK);
     EXPECT_EQ(read_text(kText), "SOS,112,\n");
-    // No index: an empty file, the old content gone.
+    // No index: an empty file, the old content gone; the file replaced
+    // keeps its mode.
+    ASSERT_EQ(chmod(kText.c_str(), 0604), 0);
     ASSERT_EQ(simlib_pb_export(kText.c_str(), STORAGE_TYPE_FLASH, nullptr, 0), PB_RCODE_OK);
     EXPECT_EQ(read_text(kText), "");
+    struct stat st {};
+    EXPECT_TRUE(stat(kText.c_str(), &st) == 0 && (st.st_mode & 07777) == 0604);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // The log library: threshold filtering before formatting, one whole line per
 // call even from many threads. Run with ZP_LOG_LEVEL=1 and ZP_LOG_FILE set.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <fstream>
@@ -49,6 +50,10 @@ TEST(Log, BelowThresholdIsNeitherFormattedNorWritten)
     EXPECT_EQ(count_containing(lines, ""), lines.size());
     for (const auto &l : lines)
         EXPECT_FALSE(l.empty());
+    // The log holds names and numbers: the file is the owner's only.
+    struct stat st {};
+    ASSERT_EQ(stat(LOG_TEST_FILE, &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0600u);
 }
 
 TEST(Log, LinesOfManyThreadsNeverInterleave)

@@ -108,6 +108,40 @@ TEST_F(HostProcess, SeveralClientProcessesAtOnce)
     EXPECT_EQ(*records.rbegin(), sim.size());
 }
 
+// Imports in this process and adds through the service at the same time:
+// each saves the device phonebook file, and neither may save over the
+// other's change, so every entry of both is there afterwards.
+TEST_F(HostProcess, ImportsAndServiceAddsLoseNoEntry)
+{
+    constexpr int kClients = 2, kAdds = 100, kImports = 20, kLines = 10;
+    std::deque<pbt::child> clients;
+    std::set<std::string> expected;
+    for (int c = 0; c < kClients; ++c) {
+        const std::string prefix = "d" + std::to_string(c);
+        clients.emplace_back(std::vector<std::string>{PB_CLIENT_BIN, "flash", prefix, std::to_string(kAdds)});
+        for (int k = 0; k < kAdds; ++k)
+            expected.insert(prefix + "-" + std::to_string(k));
+    }
+    const std::string text = PB_DATA_DIR "/lost_updates.txt";
+    for (int i = 0; i < kImports; ++i) {
+        std::ofstream lines(text);
+        for (int k = 0; k < kLines; ++k) {
+            const std::string name = "i" + std::to_string(i) + "-" + std::to_string(k);
+            lines << k << "," << name << ",\n";
+            expected.insert(name);
+        }
+        lines.close();
+        ASSERT_EQ(simlib_pb_import(text.c_str(), STORAGE_TYPE_FLASH), PB_RCODE_OK);
+    }
+    for (pbt::child &c : clients)
+        EXPECT_EQ(c.wait(60000), 0);
+    std::set<std::string> names;
+    for (const pb_flash_info &e : pbt::read_book(STORAGE_TYPE_FLASH))
+        names.insert(e.name);
+    EXPECT_EQ(names, expected);
+    std::remove(text.c_str());
+}
+
 // SIGTERM while clients keep sending: the host exits 0 promptly and every
 // client's exchange ends (answered, or failed once the host is gone).
 TEST_F(HostProcess, StopsCleanlyWhileRequestsArrive)

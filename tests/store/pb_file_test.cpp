@@ -1,26 +1,38 @@
-// The phonebook files: record bytes, both loaders, the backup protocol and
-// failing writes.
+// The phonebook files: record bytes, both loaders, the recovery of an old
+// backup file, appends after a cut-short one, a full disk, a kill at any
+// moment, readers during rewrites, and the files' modes.
+#include <glob.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <numeric>
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "table_rules.h"
 #include "zpt_ui_pb_api.h"
+#include "zpt_ui_pb_func.h"
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 const std::string kBook = PB_DATA_DIR "/pb_device_file", kBackup = PB_DATA_DIR "/pb_device_file_tmp";
+const std::string kText = PB_DATA_DIR "/pb_file_test.txt";
 
 // Phonebook file records, as they lie on flash: index and sim_index as
 // little-endian 32-bit words, then name, number and e-mail of 51 bytes each,
@@ -101,37 +113,64 @@ TEST_F(PbFile, LoadersKeepTableRulesOnCraftedFiles)
     }
 }
 
-// Every state the files can be in before a write, for append and rewrite.
-// A backup next to the phonebook file marks an interrupted write: the file
-// is put back from it first.
-TEST_F(PbFile, BackupProtocolInEveryStartingState)
+// The traces a cut-short write of the old backup protocol leaves: the
+// backup holds the phonebook before that write, whatever the phonebook file
+// beside it holds. Readers take the backup; the service's start and every
+// write put it back first.
+TEST_F(PbFile, BackupOfACutShortOldWriteIsWhatReadersAndWritersSee)
 {
-    struct {
+    Bytes short_book = records({1});
+    short_book.resize(short_book.size() + 100, 0x41);
+    const struct {
         const char *what;
-        bool book, backup;
-        Bytes appended;  // the file after appending record 9
-    } cases[] = {
-        {"no files", false, false, records({9})},
-        {"phonebook only", true, false, records({1, 2, 9})},
-        {"backup only", false, true, records({9})},
-        {"both", true, true, records({1, 9})},
+        bool book;
+        Bytes content;
+    } traces[] = {
+        {"backup only", false, {}},
+        {"backup and short file", true, short_book},
+        {"backup and full file", true, records({1, 2, 3, 4})},
     };
-    for (auto &c : cases) {
-        for (bool rewrite : {false, true}) {
-            SCOPED_TRACE(std::string(c.what) + (rewrite ? " rewrite" : " append"));
+    const Bytes before = records({1, 2, 3});
+    for (const auto &c : traces) {
+        for (const std::string step : {"start", "append", "rewrite"}) {
+            SCOPED_TRACE(std::string(c.what) + ", " + step);
             simlib_clear_flash(STORAGE_TYPE_FLASH);
+            put(kBackup, before);
             if (c.book)
-                put(kBook, records({1, 2}));
-            if (c.backup)
-                put(kBackup, records({1}));
+                put(kBook, c.content);
+            ASSERT_EQ(0, simlib_pb_from_flash(STORAGE_TYPE_FLASH, t.get()));
+            EXPECT_EQ(3u, t->mem.pb_count);
             *t = pb_mem_info();
             t->mem.pb[8] = nine;
             t->mem.pb_count = 1;
-            ASSERT_EQ(0, rewrite ? simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get())
-                                 : simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine));
-            EXPECT_EQ(rewrite ? records({9}) : c.appended, get(kBook));
+            if (step == "start")
+                EXPECT_EQ(0, pb_func_init());
+            else if (step == "append")
+                EXPECT_EQ(0, simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine));
+            else
+                EXPECT_EQ(0, simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get()));
+            EXPECT_EQ(step == "start"    ? before
+                      : step == "append" ? records({1, 2, 3, 9})
+                                         : records({9}),
+                      get(kBook));
             EXPECT_FALSE(exists(kBackup));
         }
+    }
+}
+
+// An append cut short by a crash leaves part of a record at the end; the
+// next append must start at a record boundary, or every later record would
+// be read out of step.
+TEST_F(PbFile, AppendStartsAtTheLastWholeRecord)
+{
+    Bytes torn = records({1, 2});
+    torn.resize(torn.size() + 50, 0x41);
+    for (const Bytes &start : {Bytes{}, records({1, 2}), torn}) {
+        simlib_clear_flash(STORAGE_TYPE_FLASH);
+        if (!start.empty())
+            put(kBook, start);
+        ASSERT_EQ(0, simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine));
+        EXPECT_EQ(start.empty() ? records({9}) : records({1, 2, 9}), get(kBook)) << start.size();
     }
     *t = pb_mem_info();  // an empty table rewrites to an empty file
     ASSERT_EQ(0, simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get()));
@@ -139,35 +178,211 @@ TEST_F(PbFile, BackupProtocolInEveryStartingState)
 }
 
 // Runs fn in a child whose files may not grow past limit bytes, as on a full
-// disk; true when fn reported failure.
-template <class Fn> bool fails_with_file_size_limit(rlim_t limit, Fn fn)
+// disk; fn's result (its low byte), or -2 when the child did not exit.
+template <class Fn> int with_file_size_limit(rlim_t limit, Fn fn)
 {
     pid_t pid = fork();
     if (pid == 0) {
         signal(SIGXFSZ, SIG_IGN);
         rlimit lim{limit, limit};
         setrlimit(RLIMIT_FSIZE, &lim);
-        _exit(fn() == -1 ? 1 : 0);
+        _exit(static_cast<signed char>(fn()) & 0xFF);
     }
     int status = 0;
     waitpid(pid, &status, 0);
-    return WIFEXITED(status) && WEXITSTATUS(status) == 1;
+    return WIFEXITED(status) ? static_cast<signed char>(WEXITSTATUS(status)) : -2;
 }
 
-TEST_F(PbFile, WriteThatFailsPartWayReportsFailureAndDropsBackup)
+// A full disk in the middle of any write: the write reports it, and the
+// phonebook file and the export's target are exactly as before.
+TEST_F(PbFile, FullDiskFailsTheWriteAndKeepsEveryEntry)
 {
     for (zp_uint32 k = 0; k < PB_MAX_ENTRIES; ++k)
         t->mem.pb[k] = pb_flash_info{k + 1, k + 1, "n", "1", ""};
     t->mem.pb_count = PB_MAX_ENTRIES;
-    // The appended record fits the stream buffer: its failure shows at close.
-    for (bool rewrite : {true, false}) {
-        put(kBook, records({1}));  // so that a backup is made
-        EXPECT_TRUE(fails_with_file_size_limit(rewrite ? 10000 : PB_RECORD_SIZE + 10, [&] {
-            return rewrite ? simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get())
-                           : simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine);
-        })) << rewrite;
-        EXPECT_FALSE(exists(kBackup));
+    std::string many;
+    for (int k = 0; k < 200; ++k)
+        many += std::to_string(k) + ",name,\n";
+    std::ofstream(kText) << many;
+    const zp_int32 idx[] = {1, 2, 3};
+    const struct {
+        const char *what;
+        rlim_t limit;
+        std::function<int()> write;
+        int rc;
+    } cases[] = {
+        {"rewrite", 10000, [&] { return simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get()); }, -1},
+        // The limit cuts the record: the part written is cut off again.
+        {"append", 3 * PB_RECORD_SIZE + 80, [&] { return simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine); },
+         -1},
+        {"import", 3 * PB_RECORD_SIZE + 80,
+         [&] { return int{simlib_pb_import(kText.c_str(), STORAGE_TYPE_FLASH)}; }, PB_RCODE_WRITE_ERR},
+        {"export", 10, [&] { return int{simlib_pb_export(kText.c_str(), STORAGE_TYPE_FLASH, idx, 3)}; },
+         PB_RCODE_ERROR},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        put(kBook, records({1, 2, 3}));
+        EXPECT_EQ(c.rc, with_file_size_limit(c.limit, c.write));
+        EXPECT_EQ(records({1, 2, 3}), get(kBook));
+        EXPECT_FALSE(exists(kBook + ".new"));
     }
+    std::ifstream text(kText);
+    EXPECT_EQ(many, std::string(std::istreambuf_iterator<char>(text), {})) << "export target kept";
+    glob_t left{};
+    EXPECT_EQ(GLOB_NOMATCH, glob((kText + ".*").c_str(), 0, nullptr, &left)) << "no export leftovers";
+    globfree(&left);
+    std::remove(kText.c_str());
+}
+
+// The table the crash loop's step `op` leaves: even steps rewrite the file
+// with a table of their own size, odd steps append one record to it.
+std::vector<std::string> crash_loop_state(long op)
+{
+    const long rewrite = op / 2;
+    std::vector<std::string> names(static_cast<size_t>(rewrite * 37 % 400 + 1),
+                                   "r" + std::to_string(rewrite));
+    if (op % 2 == 1)
+        names.push_back("a" + std::to_string(rewrite));
+    return names;
+}
+
+void run_crash_loop_step(long op)
+{
+    const std::vector<std::string> names = crash_loop_state(op);
+    pb_flash_info e{static_cast<zp_uint32>(names.size()), 0xFFFFFFFFu, {}, "1", ""};
+    std::snprintf(e.name, sizeof e.name, "%s", names.back().c_str());
+    if (op % 2 == 1) {
+        if (simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &e) != 0)
+            _exit(1);
+        return;
+    }
+    std::unique_ptr<pb_mem_info> table(new pb_mem_info());
+    for (zp_uint32 k = 0; k < names.size(); ++k) {
+        table->mem.pb[k] = e;
+        table->mem.pb[k].index = k + 1;
+    }
+    table->mem.pb_count = static_cast<zp_uint32>(names.size());
+    if (simlib_pb_to_flash(STORAGE_TYPE_FLASH, table.get()) != 0)
+        _exit(1);
+}
+
+std::vector<std::string> loaded_names(pb_mem_info *t)
+{
+    EXPECT_EQ(0, simlib_pb_add_from_flash(STORAGE_TYPE_FLASH, t));
+    std::vector<std::string> names;
+    for (zp_uint32 k = 0; k < t->mem.pb_count; ++k)
+        names.push_back(t->mem.pb[k].name);
+    return names;
+}
+
+// SIGKILL at random moments of rewrites and appends: what the loaders see
+// afterwards is the table of the last step that completed, or of the one
+// that was under way, never anything shorter or mixed.
+TEST_F(PbFile, KillAtAnyMomentLeavesTheLastOrTheNextTable)
+{
+    constexpr int kKills = 300;
+    std::mt19937 rng(20261124);
+    run_crash_loop_step(0);
+    long next = 2;                    // first step of the next child
+    std::vector<long> acceptable{0};  // steps whose table may be there
+    for (int kill_no = 0; kill_no < kKills; ++kill_no) {
+        int done[2];
+        ASSERT_EQ(0, pipe(done));
+        const pid_t pid = fork();
+        if (pid == 0) {
+            close(done[0]);
+            for (long op = next;; ++op) {
+                run_crash_loop_step(op);
+                if (write(done[1], &op, sizeof op) != sizeof op)
+                    _exit(1);
+            }
+        }
+        close(done[1]);
+        std::this_thread::sleep_for(std::chrono::microseconds(rng() % 3000));
+        kill(pid, SIGKILL);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        ASSERT_TRUE(WIFSIGNALED(status)) << "a write failed in the child";
+        long op = 0, last = -1;
+        while (read(done[0], &op, sizeof op) == sizeof op)
+            last = op;
+        close(done[0]);
+        if (last >= 0)
+            acceptable = {last};
+        acceptable.push_back(last >= 0 ? last + 1 : next);
+        // The next child starts on a rewrite, so that its steps' tables
+        // follow from its first step.
+        next = (std::max(last, next) + 2) / 2 * 2;
+
+        const std::vector<std::string> seen = loaded_names(t.get());
+        auto match = std::find_if(acceptable.begin(), acceptable.end(),
+                                  [&](long a) { return seen == crash_loop_state(a); });
+        ASSERT_NE(match, acceptable.end()) << "kill " << kill_no << ": " << seen.size() << " entries";
+        acceptable = {*match};
+    }
+    EXPECT_FALSE(exists(kBackup));
+}
+
+// Readers load while a writer rewrites a full table again and again: every
+// load is one whole table, never a short or mixed one.
+TEST_F(PbFile, ReadersDuringRewritesSeeWholeTables)
+{
+    std::atomic<int> rewrites{0};
+    std::atomic<bool> stop{false};
+    std::thread writer([&] {
+        std::unique_ptr<pb_mem_info> w(new pb_mem_info());
+        for (int round = 0; !stop; ++round) {
+            for (zp_uint32 k = 0; k < PB_MAX_ENTRIES; ++k)
+                w->mem.pb[k] = pb_flash_info{k + 1, 0xFFFFFFFFu, {char('a' + round % 2)}, "1", ""};
+            w->mem.pb_count = PB_MAX_ENTRIES;
+            ASSERT_EQ(0, simlib_pb_to_flash(STORAGE_TYPE_FLASH, w.get()));
+            ++rewrites;
+        }
+    });
+    int loads = 0;
+    while (rewrites < 30 || loads < 200) {
+        if (!exists(kBook))
+            continue;  // before the first rewrite
+        const std::vector<std::string> seen = loaded_names(t.get());
+        ASSERT_EQ(size_t{PB_MAX_ENTRIES}, seen.size()) << "load " << loads;
+        ASSERT_EQ(std::vector<std::string>(PB_MAX_ENTRIES, seen[0]), seen) << "load " << loads;
+        ++loads;
+    }
+    stop = true;
+    writer.join();
+}
+
+// Phonebook files hold names and numbers: whatever the umask, the files a
+// write makes are for the owner and its group only, and a missing data
+// folder is made 0750.
+TEST_F(PbFile, FilesAndTheDataFolderAreCreatedPrivate)
+{
+    const std::string aside = PB_DATA_DIR ".aside", lock = kBook + PB_LOCK_SUFFIX;
+    const mode_t old_mask = umask(0);
+    ASSERT_EQ(0, rename(PB_DATA_DIR, aside.c_str()));
+    const int appended = simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine);
+    struct stat dir {
+    }, book{};
+    stat(PB_DATA_DIR, &dir);
+    stat(kBook.c_str(), &book);
+    ASSERT_EQ(0, std::system(("rm -rf '" PB_DATA_DIR "' && mv '" + aside + "' '" PB_DATA_DIR "'").c_str()));
+    ASSERT_EQ(0, appended);
+    EXPECT_EQ(0750u, dir.st_mode & 07777);
+    EXPECT_EQ(0640u, book.st_mode & 07777);
+
+    std::remove(lock.c_str());
+    std::ofstream(kText) << "1,x,\n";
+    const zp_int32 idx[] = {1};
+    ASSERT_EQ(PB_RCODE_OK, simlib_pb_import(kText.c_str(), STORAGE_TYPE_FLASH));  // rewrite and lock
+    std::remove(kText.c_str());
+    ASSERT_EQ(PB_RCODE_OK, simlib_pb_export(kText.c_str(), STORAGE_TYPE_FLASH, idx, 1));
+    umask(old_mask);
+    for (const std::string &path : {kBook, lock, kText}) {
+        ASSERT_EQ(0, stat(path.c_str(), &book)) << path;
+        EXPECT_EQ(0640u, book.st_mode & 07777) << path;
+    }
+    std::remove(kText.c_str());
 }
 
 }  // namespace

@@ -372,7 +372,7 @@ Exit cmd_import(Session &s)
         return s.fail(rc, "import");
     int rc = simlib_pb_import(file.c_str(), STORAGE_TYPE_FLASH);
     if (rc == PB_RCODE_INVALID_ERR)
-        return s.fail_text(EXIT_FAILED, "import: cannot open '" + file + "'");
+        return s.fail_text(EXIT_FAILED, "import: cannot read '" + file + "' (not a readable regular file)");
     if (rc != PB_RCODE_OK)
         return s.fail(rc, "import");
     s.read_all(STORAGE_TYPE_FLASH, &after);

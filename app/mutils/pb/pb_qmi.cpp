@@ -20,6 +20,7 @@
 #include <cstring>
 
 #include "nvmanager.h"
+#include "pb_book.h"
 #include "pb_log.h"
 #include "pb_msg.h"
 #include "zp_ipc.h"
@@ -458,10 +459,12 @@ pb_return_code_enum_t pb_qmi_read_cb(pbm_record_read_ind_msg_v01 *pbm_read_ind)
         PB_LOG("record count %u out of range\n", static_cast<unsigned>(data.record_instances_len));
         return PB_RCODE_INVALID_ERR;
     }
+    /* The records of one indication go to the file with one append. */
+    pb_flash_info infos[QMI_PBM_MAX_NUM_BASIC_RECORD_INSTANCE_V01];
+    std::memset(infos, 0, sizeof infos);
     for (uint32_t i = 0; i < data.record_instances_len; ++i) {
         pbm_record_instance_type_v01 &rec = data.record_instances[i];
-        pb_flash_info info;
-        std::memset(&info, 0, sizeof info);
+        pb_flash_info &info = infos[i];
         info.index = static_cast<zp_uint32>(pb_index++);
         info.sim_index = rec.record_id;
         const auto *nb = reinterpret_cast<const unsigned char *>(rec.name);
@@ -497,9 +500,11 @@ pb_return_code_enum_t pb_qmi_read_cb(pbm_record_read_ind_msg_v01 *pbm_read_ind)
             "PB RECORD: index = %d, sim_index = %d, name = %s, number = %s, num_type = 0x%x, num_plan=0x%x\n",
             static_cast<int>(info.index), static_cast<int>(info.sim_index), info.name, info.num,
             static_cast<unsigned>(rec.num_type), static_cast<unsigned>(rec.num_plan));
-        result = static_cast<pb_return_code_enum_t>(simlib_pb_add_to_file(g_storage_type, &info));
-        if (result != PB_RCODE_OK)
-            PB_LOG("write pb record into share memory failure\n\n");
+    }
+    if (data.record_instances_len > 0 &&
+        pb_book_append(g_storage_type, infos, static_cast<int>(data.record_instances_len)) != 0) {
+        PB_LOG("write pb record into share memory failure\n\n");
+        result = PB_RCODE_ERROR;
     }
     pb_read_progress = std::chrono::steady_clock::now();
     PB_LOG("pb_index = %d, pb_sim_used = %d\n", pb_index, g_sim_module.pb_sim_used);

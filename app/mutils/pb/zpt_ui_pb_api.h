@@ -126,7 +126,13 @@ int my_shm_read_lock(pthread_rwlock_t *lock);
 int my_shm_write_lock(pthread_rwlock_t *lock);
 int my_shm_unlock(pthread_rwlock_t *lock);
 
-/* Flash phonebook files (all 0 or -1) */
+/* Flash phonebook files (all 0 or -1). A save replaces the file whole
+ * (new file, fsync, rename), so readers need no lock. Whoever loads,
+ * changes and saves a phonebook file holds an exclusive flock() on its lock
+ * file, the file's path followed by PB_LOCK_SUFFIX (for the device
+ * phonebook "<data folder>/pb_device_file.lock"), from before the load until
+ * after the save; the service's entry operations and import do. */
+#define PB_LOCK_SUFFIX ".lock"
 int simlib_clear_flash(storage_type_t type);
 int simlib_pb_add_from_flash(storage_type_t type, pb_mem_info *p_pb_mem);
 int simlib_pb_from_flash(storage_type_t type, pb_mem_info *p_pb_mem);

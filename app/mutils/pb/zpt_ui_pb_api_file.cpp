@@ -1,20 +1,35 @@
 // The phonebook files: one per storage type, a plain run of 161-byte records
 // (index and sim_index as 32-bit little-endian, then name, num and email as
-// 51 bytes each), no header. A backup file holds a copy of the phonebook file
-// while it is rewritten or appended to; one found at the start of a write is
-// the trace of a write that was cut short and puts the file back first.
+// 51 bytes each), no header.
+//
+// A rewrite never touches the phonebook file: it writes the whole table to a
+// new file beside it ("<file>.new"), flushes it to the disk and renames it
+// over the phonebook file, so a reader sees the old or the new table whole
+// and a failed or cut-short rewrite leaves the old one. An append adds one
+// record with one write; a record cut short by a crash can only be the last
+// one, which the loaders drop and the next append cuts off. A backup file
+// ("<file>_tmp") is the trace of a cut-short write of an older firmware: the
+// writers put it back first, and the loaders read it instead while it is
+// there.
 //
 // Ownership: the loaders fill the table they are given without taking its
 // lock; the caller owns it (a working copy) or keeps other threads off it.
-// The files carry no lock. Every FILE* is owned by a FilePtr and closed on
-// every path; a writer closes explicitly so that a failed flush counts.
+// Writers that load, change and save a file hold its pb_book_lock; the
+// functions here take none. Every FILE* and descriptor has an owner that
+// closes it on every path.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
 #include <memory>
 
+#include "pb_book.h"
+#include "pb_fs.h"
 #include "pb_log.h"
 #include "pb_stdio.h"
 #include "zpt_ui_pb_api.h"
@@ -23,28 +38,29 @@ namespace {
 
 using FilePtr = pb_file;
 
-// Close now and report whether everything buffered reached the file.
-bool close_ok(FilePtr &f) { return std::fclose(f.release()) == 0; }
-
 // Whole-file stream buffer: a phonebook file is at most 161,000 bytes, so a
-// load or a rewrite is a handful of system calls.
+// load is a handful of system calls.
 constexpr size_t kStreamBuffer = size_t{64} * 1024;
 
 // Without the big buffer the stream keeps its default one: slower, not wrong.
 void use_big_buffer(FILE *f) { (void)std::setvbuf(f, nullptr, _IOFBF, kStreamBuffer); }
 
 // Each stream here belongs to one call on one thread, so the per-call stream
-// lock of fread/fwrite buys nothing; skip it.
+// lock of fread buys nothing; skip it.
 size_t read_bytes(void *buf, size_t n, FILE *f) { return fread_unlocked(buf, 1, n, f); }
-size_t write_bytes(const void *buf, size_t n, FILE *f) { return fwrite_unlocked(buf, 1, n, f); }
 
 struct BookPaths {
     const char *book;
-    const char *backup;
+    const char *backup;  // left by a cut-short write of an older firmware
+    const char *fresh;   // a rewrite's new file until it is renamed
+    const char *lock;
 };
 
-constexpr BookPaths kSimPaths{PB_DATA_DIR "/pb_sim_file", PB_DATA_DIR "/pb_sim_file_tmp"};
-constexpr BookPaths kDevicePaths{PB_DATA_DIR "/pb_device_file", PB_DATA_DIR "/pb_device_file_tmp"};
+constexpr BookPaths kSimPaths{PB_DATA_DIR "/pb_sim_file", PB_DATA_DIR "/pb_sim_file_tmp",
+                              PB_DATA_DIR "/pb_sim_file.new", PB_DATA_DIR "/pb_sim_file" PB_LOCK_SUFFIX};
+constexpr BookPaths kDevicePaths{PB_DATA_DIR "/pb_device_file", PB_DATA_DIR "/pb_device_file_tmp",
+                                 PB_DATA_DIR "/pb_device_file.new",
+                                 PB_DATA_DIR "/pb_device_file" PB_LOCK_SUFFIX};
 
 const BookPaths *paths_of(storage_type_t type)
 {
@@ -68,14 +84,12 @@ const BookPaths *checked_paths(storage_type_t type, const void *table_or_entry)
     return paths;
 }
 
-bool exists(const char *path) { return access(path, F_OK) == 0; }
-
 // Record fields in file byte order, independent of the host's.
-bool write_u32(FILE *f, zp_uint32 v)
+unsigned char *put_u32(unsigned char *out, zp_uint32 v)
 {
-    const unsigned char b[4] = {static_cast<unsigned char>(v), static_cast<unsigned char>(v >> 8),
-                                static_cast<unsigned char>(v >> 16), static_cast<unsigned char>(v >> 24)};
-    return write_bytes(b, sizeof b, f) == sizeof b;
+    for (int b = 0; b < 4; ++b)
+        out[b] = static_cast<unsigned char>(v >> (8 * b));
+    return out + 4;
 }
 
 bool read_u32(FILE *f, zp_uint32 *v)
@@ -86,8 +100,6 @@ bool read_u32(FILE *f, zp_uint32 *v)
     *v = zp_uint32{b[0]} | zp_uint32{b[1]} << 8 | zp_uint32{b[2]} << 16 | zp_uint32{b[3]} << 24;
     return true;
 }
-
-bool write_text(FILE *f, const char *field) { return write_bytes(field, PB_TEXT_LEN, f) == PB_TEXT_LEN; }
 
 // A loaded text field always ends inside its 51 bytes, whatever the file held.
 bool read_text(FILE *f, char *field)
@@ -126,93 +138,72 @@ bool read_record_tail(FILE *f, pb_flash_info *rec, bool trace, const char *calle
     return true;
 }
 
-int simlib_pb_write_file(FILE *pfile, pb_flash_info *pb)
+// One record in file form. Logs it as the record writer always has.
+void encode_record(const pb_flash_info &pb, unsigned char *out)
 {
-    if (pfile == nullptr || pb == nullptr) {
-        PB_LOG("error \n\n");
-        return -1;
-    }
-    PB_LOG("Write File: index = %d, sim_index = %d, number = %s, name = %s\n", pb->index, pb->sim_index,
-           pb->num, pb->name);
-    if (!write_u32(pfile, pb->index)) {
-        PB_LOG("write index error \n\n");
-        return -1;
-    }
-    if (!write_u32(pfile, pb->sim_index)) {
-        PB_LOG("write sim index error \n\n");
-        return -1;
-    }
-    if (!write_text(pfile, pb->name)) {
-        PB_LOG("write name error \n\n");
-        return -1;
-    }
-    if (!write_text(pfile, pb->num)) {
-        PB_LOG("write nubmer error \n\n");
-        return -1;
-    }
-    if (!write_text(pfile, pb->email)) {
-        PB_LOG("write email error \n\n");
-        return -1;
-    }
-    return 0;
-}
-
-int simlib_pb_backup_file(const char *path_a, const char *path_b)
-{
-    PB_LOG("enter\n\n");
-    if (path_a == nullptr || path_b == nullptr) {
-        PB_LOG("error\n\n");
-        return -1;
-    }
-    FilePtr src(std::fopen(path_a, "r"));
-    if (!src) {
-        PB_LOG("error\n\n");
-        return -1;
-    }
-    FilePtr dst(std::fopen(path_b, "w"));
-    if (!dst) {
-        PB_LOG("error\n\n");
-        return -1;
-    }
-    use_big_buffer(src.get());
-    use_big_buffer(dst.get());
-    unsigned char buf[32];
-    size_t n;
-    while ((n = read_bytes(buf, sizeof buf, src.get())) > 0) {
-        if (write_bytes(buf, n, dst.get()) != n) {
-            PB_LOG("error\n\n");
-            return -1;
-        }
-    }
-    if (!close_ok(dst)) {
-        PB_LOG("error\n\n");
-        return -1;
-    }
-    PB_LOG("OK\n\n");
-    return 0;
-}
-
-// Before a write: put back the file of a write that was cut short, or keep a
-// copy of the current file. A failed copy is only logged by the copy.
-void backup_step(const BookPaths &p)
-{
-    bool have_backup = exists(p.backup);
-    bool have_book = exists(p.book);
-    if (have_backup && have_book) {
-        unlink(p.book);
-        simlib_pb_backup_file(p.backup, p.book);
-    } else if (!have_backup && have_book) {
-        simlib_pb_backup_file(p.book, p.backup);
+    PB_LOG_FOR("simlib_pb_write_file", "Write File: index = %d, sim_index = %d, number = %s, name = %s\n",
+               pb.index, pb.sim_index, pb.num, pb.name);
+    out = put_u32(out, pb.index);
+    out = put_u32(out, pb.sim_index);
+    for (const char *field : {pb.name, pb.num, pb.email}) {
+        std::memcpy(out, field, PB_TEXT_LEN);
+        out += PB_TEXT_LEN;
     }
 }
 
-// After a write, successful or not, once the phonebook file is closed.
-void cleanup_step(const BookPaths &p)
-{
-    if (exists(p.backup)) {
-        PB_LOG("clean  %s\n\n", p.backup);
-        unlink(p.backup);
+// Writes records in file form from `at` on, in blocks of 64 (10,304 bytes):
+// add() each record, then flush() for the rest; ok() until a write failed.
+class RecordWriter {
+public:
+    RecordWriter(int fd, off_t at) : fd_(fd), at_(at) {}
+    void add(const pb_flash_info &rec)
+    {
+        encode_record(rec, block_ + used_);
+        used_ += PB_RECORD_SIZE;
+        if (used_ == sizeof block_)
+            flush();
     }
+    bool flush()
+    {
+        if (ok_ && used_ > 0)
+            ok_ = pwrite(fd_, block_, used_, at_) == static_cast<ssize_t>(used_);
+        at_ += static_cast<off_t>(used_);
+        used_ = 0;
+        return ok_;
+    }
+    bool ok() const { return ok_; }
+
+private:
+    int fd_;
+    off_t at_;
+    bool ok_ = true;
+    size_t used_ = 0;
+    unsigned char block_[64 * PB_RECORD_SIZE];
+};
+
+// Puts a backup file left by an older firmware back over the phonebook
+// file: a rename, so the phonebook file is at every moment either the one
+// that write left or the backup. 0 also when there is no backup.
+int simlib_pb_backup_file(const char *backup, const char *book)
+{
+    if (std::rename(backup, book) != 0) {
+        if (errno == ENOENT)
+            return 0;
+        PB_LOG("error\n\n");
+        return -1;
+    }
+    PB_LOG("clean  %s\n\n", backup);
+    return pb_fs_sync_folder(book);
+}
+
+// Readers take the backup while there is one: the phonebook file beside it
+// may be what the cut-short write left.
+FilePtr open_book(const BookPaths &p)
+{
+    FilePtr f(std::fopen(p.backup, "re"));
+    if (!f)
+        f.reset(std::fopen(p.book, "re"));
+    return f;
 }
 
 // Zeroes the table's contents (not its lock) and opens the phonebook file;
@@ -221,7 +212,7 @@ FilePtr open_for_load(const BookPaths &p, pb_mem_info *p_pb_mem)
 {
     std::memset(&p_pb_mem->mem, 0, sizeof p_pb_mem->mem);
     p_pb_mem->mem.pb_count = 0;
-    FilePtr f(std::fopen(p.book, "r"));
+    FilePtr f = open_book(p);
     if (!f)
         PB_LOG("empty \n\n");
     else
@@ -231,6 +222,41 @@ FilePtr open_for_load(const BookPaths &p, pb_mem_info *p_pb_mem)
 
 }  // namespace
 
+pb_book_lock::pb_book_lock(storage_type_t type)
+{
+    const BookPaths *p = paths_of(type);
+    if (p == nullptr)
+        return;
+    pb_fd fd(pb_fs_open(p->lock, O_RDWR | O_CREAT));
+    if (fd) {
+        int rc;
+        while ((rc = flock(fd.get(), LOCK_EX)) != 0 && errno == EINTR) {
+        }
+        if (rc == 0) {
+            fd_ = fd.release();
+            return;
+        }
+    }
+    PB_LOG("lock %s failed, errno = %d\n", p->lock, errno);
+    ok_ = false;
+}
+
+// Closing the lock file's only descriptor releases the lock.
+pb_book_lock::~pb_book_lock()
+{
+    if (fd_ >= 0)
+        (void)close(fd_);
+}
+
+int pb_book_recover(storage_type_t type)
+{
+    const BookPaths *p = paths_of(type);
+    return p == nullptr ? -1 : simlib_pb_backup_file(p->backup, p->book);
+}
+
+// The backup goes first: readers take it while it is there, so a crash
+// after the phonebook file went would otherwise bring back an older
+// phonebook instead of none.
 int simlib_clear_flash(storage_type_t type)
 {
     PB_LOG("enter \n\n");
@@ -239,14 +265,17 @@ int simlib_clear_flash(storage_type_t type)
         PB_LOG("file path error\n\n");
         return -1;
     }
-    for (const char *path : {p->book, p->backup}) {
-        if (FILE *f = std::fopen(path, "r")) {
-            (void)std::fclose(f);
-            unlink(path);
+    int result = 0;
+    for (const char *path : {p->backup, p->fresh, p->book}) {
+        if (unlink(path) != 0 && errno != ENOENT) {
+            PB_LOG("remove %s failed, errno = %d\n", path, errno);
+            result = -1;
         }
     }
+    if (result == 0 && pb_fs_sync_folder(p->book) != 0)
+        result = -1;
     PB_LOG("ok \n\n");
-    return 0;
+    return result;
 }
 
 // The dense loader: the k-th record of the file goes to slot k with index
@@ -320,69 +349,79 @@ int simlib_pb_from_flash(storage_type_t type, pb_mem_info *p_pb_mem)
     return 0;
 }
 
-int simlib_pb_add_to_file(storage_type_t type, pb_flash_info *p_info)
+// The records go after the last whole record, with one write for up to 64
+// of them. The SIM phonebook file that appends build is a cache rebuilt at
+// every start, so an append is not flushed to the disk.
+int pb_book_append(storage_type_t type, const pb_flash_info *records, int count)
 {
-    PB_LOG("enter \n\n");
-    const BookPaths *p = checked_paths(type, p_info);
-    if (p == nullptr)
+    const BookPaths *p = checked_paths(type, records);
+    if (p == nullptr || simlib_pb_backup_file(p->backup, p->book) != 0)
         return -1;
-    backup_step(*p);
-    PB_LOG("open file %s\n\n", p->book);
-    FilePtr f(std::fopen(p->book, "a+"));
-    if (!f) {
-        PB_LOG("open file error \n\n");
+    PB_LOG_FOR("simlib_pb_add_to_file", "open file %s\n\n", p->book);
+    pb_fd fd(pb_fs_open(p->book, O_WRONLY | O_CREAT));
+    struct stat st {};
+    if (!fd || fstat(fd.get(), &st) != 0) {
+        PB_LOG_FOR("simlib_pb_add_to_file", "open file error \n\n");
         return -1;
     }
+    // A record cut short by a crash would put every later one out of step.
+    const off_t end = st.st_size - st.st_size % PB_RECORD_SIZE;
+    RecordWriter out(fd.get(), end);
+    for (int i = 0; i < count && out.ok(); ++i)
+        out.add(records[i]);
     int result = 0;
-    if (simlib_pb_write_file(f.get(), p_info) != 0)
+    if ((end != st.st_size && ftruncate(fd.get(), end) != 0) || !out.flush()) {
+        // A full disk may have taken part of the records: cut them off again.
+        (void)ftruncate(fd.get(), end);
+        PB_LOG_FOR("simlib_pb_add_to_file", "error \n\n");
         result = -1;
-    // Buffered bytes meet a full disk only here.
-    if (!close_ok(f))
+    }
+    if (close(fd.release()) != 0)
         result = -1;
-    if (result != 0)
-        PB_LOG("error \n\n");
-    cleanup_step(*p);
-    PB_LOG("ok \n\n");
     return result;
 }
 
+int simlib_pb_add_to_file(storage_type_t type, pb_flash_info *p_info)
+{
+    PB_LOG("enter \n\n");
+    int result = pb_book_append(type, p_info, 1);
+    if (result == 0)
+        PB_LOG("ok \n\n");
+    return result;
+}
+
+// Writes the used slots, in slot order, to a new file and puts it in the
+// phonebook file's place; any failure leaves the phonebook file as it was.
 int simlib_pb_to_flash(storage_type_t type, pb_mem_info *p_pb_mem)
 {
     PB_LOG("enter \n\n");
     const BookPaths *p = checked_paths(type, p_pb_mem);
-    if (p == nullptr)
+    if (p == nullptr || simlib_pb_backup_file(p->backup, p->book) != 0)
         return -1;
-    backup_step(*p);
-    PB_LOG("open file %s\n\n", p->book);
-    FilePtr f(std::fopen(p->book, "w"));
-    if (!f) {
+    PB_LOG("open file %s\n\n", p->fresh);
+    // A new file of an earlier cut-short rewrite is dropped, whatever it is.
+    (void)unlink(p->fresh);
+    pb_fd fd(pb_fs_open(p->fresh, O_WRONLY | O_CREAT | O_EXCL));
+    if (!fd) {
         PB_LOG("open file error \n\n");
         return -1;
     }
-    use_big_buffer(f.get());
     const pb_flash_info_v &mem = p_pb_mem->mem;
     PB_LOG("begin to write record %d\n\n", mem.pb_count);
-    int result = 0;
-    if (mem.pb_count == 0) {
+    if (mem.pb_count == 0)
         PB_LOG("no need to save \n\n");
-    } else {
-        for (int k = 0; k < PB_MAX_ENTRIES; ++k) {
-            pb_flash_info &slot = p_pb_mem->mem.pb[k];
-            if (slot.index == 0)
-                continue;
-            PB_LOG("RAM PB Entry[%d]: index = %d, sim_index = %d\n", k, slot.index, slot.sim_index);
-            if (simlib_pb_write_file(f.get(), &slot) != 0) {
-                PB_LOG("error \n\n");
-                result = -1;
-                break;
-            }
-        }
+    RecordWriter out(fd.get(), 0);
+    for (int k = 0; k < PB_MAX_ENTRIES && mem.pb_count != 0 && out.ok(); ++k) {
+        const pb_flash_info &slot = mem.pb[k];
+        if (slot.index == 0)
+            continue;
+        PB_LOG("RAM PB Entry[%d]: index = %d, sim_index = %d\n", k, slot.index, slot.sim_index);
+        out.add(slot);
     }
-    if (!close_ok(f)) {
+    const bool written = out.flush();
+    int result = pb_fs_replace(fd, p->fresh, p->book, written);
+    if (result != 0)
         PB_LOG("error \n\n");
-        result = -1;
-    }
-    cleanup_step(*p);
     PB_LOG("ok \n\n");
     return result;
 }

@@ -8,14 +8,22 @@
 //
 // Both run in the calling process and thread, on a working copy of their own
 // (one whole table, taken from the heap for the length of the call), and go
-// straight to the phonebook file without the service. Nothing here keeps
-// state between calls.
+// straight to the phonebook file without the service. Import reads the text
+// file first and then loads, changes and saves the phonebook file under its
+// lock, the lock the service's writes take. Export replaces its text file
+// only once it is complete. Nothing here keeps state between calls.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include "pb_book.h"
+#include "pb_fs.h"
 #include "pb_log.h"
 #include "pb_stdio.h"
 #include "zpt_ui_pb_api.h"
@@ -90,14 +98,91 @@ int parse_line(const char *line, pb_flash_info *e)
     return found + 1;
 }
 
+// Opens the text file to import, refusing what is not a regular file: a
+// folder reads as nothing, and a device or a FIFO may never end. Opened
+// without blocking, so that a FIFO without a writer cannot hold the call.
+File open_import(const char *path)
+{
+    pb_fd fd(pb_fs_open(path, O_RDONLY | O_NONBLOCK));
+    struct stat st {};
+    if (!fd || fstat(fd.get(), &st) != 0)
+        return File();
+    if (!S_ISREG(st.st_mode)) {
+        errno = EINVAL;
+        return File();
+    }
+    File f(fdopen(fd.get(), "rb"));
+    if (f)
+        (void)fd.release();
+    return f;
+}
+
+// Reads the entries of the text file into `out` (at most a whole
+// phonebook: more could not be added); their count.
+int read_import(FILE *in, pb_flash_info *out)
+{
+    char line[kLineBuf] = {};
+    int n = 0;
+    while (n < PB_MAX_ENTRIES && std::fgets(line, sizeof line, in) != nullptr) {
+        pb_flash_info &entry = out[n];
+        std::memset(&entry, 0, sizeof entry);
+        int ret = parse_line(line, &entry);
+        PB_LOG_FOR("simlib_pb_import", "import: num = %s, name=%s, email=%s, ret = %d\n", entry.num,
+                   entry.name, entry.email, ret);
+        if (ret < 2) {
+            PB_LOG_FOR("simlib_pb_import", "Invalied entry string: %s\n", line);
+            continue;
+        }
+        entry.sim_index = 0xFFFFFFFFu;
+        ++n;
+    }
+    return n;
+}
+
+// Writes the export lines of the entries at `array` to a new file beside
+// `path` and renames it over `path`; any failure removes it and leaves
+// `path` as it was. The new file takes the mode of the file it replaces, or
+// the phonebook files' mode.
+pb_return_code_enum_t write_export(const char *path, pb_mem_info *pb_mem, const zp_int32 *array, int count)
+{
+    struct stat st {};
+    mode_t mode = PB_FILE_MODE;
+    if (stat(path, &st) == 0) {
+        if (!S_ISREG(st.st_mode))
+            return PB_RCODE_ERROR;  // a folder, a device, a FIFO: not ours to replace
+        mode = st.st_mode & 0777;
+    }
+    const size_t len = std::strlen(path);
+    std::unique_ptr<char, HeapFree> tmp(static_cast<char *>(std::malloc(len + 8)));
+    if (!tmp)
+        return PB_RCODE_ERROR;
+    std::memcpy(tmp.get(), path, len);
+    std::memcpy(tmp.get() + len, ".XXXXXX", 8);
+    pb_fd fd(mkostemp(tmp.get(), O_CLOEXEC));
+    if (!fd)
+        return PB_RCODE_ERROR;
+    bool ok = fchmod(fd.get(), mode) == 0;
+    // The values of array are places in the table (index), for the SIM
+    // phonebook too, not SIM record numbers.
+    char line[3 * PB_TEXT_LEN + 1];
+    for (int i = 0; ok && i < count; ++i) {
+        pb_flash_info entry{};
+        if (simlib_pb_getbyidx(pb_mem, static_cast<unsigned int>(array[i]), &entry, INDEX_TYPE_FLASH) != 0) {
+            PB_LOG_FOR("simlib_pb_export", "PB EDIT ENTRY: index = %d not exist\n",
+                       static_cast<int>(array[i]));
+            continue;
+        }
+        int n = std::snprintf(line, sizeof line, "%s,%s,%s\n", entry.name, entry.num, entry.email);
+        // A short write to a regular file means a full disk.
+        ok = n > 0 && write(fd.get(), line, static_cast<size_t>(n)) == n;
+    }
+    return pb_fs_replace(fd, tmp.get(), path, ok) == 0 ? PB_RCODE_OK : PB_RCODE_ERROR;
+}
+
 }  // namespace
 
 extern "C" pb_return_code_enum_t simlib_pb_import(const char *path, storage_type_t type)
 {
-    char line[kLineBuf] = {};
-    pb_flash_info entry;
-    std::memset(&entry, 0, sizeof entry);
-
     if (path == nullptr || *path == '\0') {
         PB_LOG("null of path\n");
         return PB_RCODE_ARGSERR;
@@ -106,26 +191,37 @@ extern "C" pb_return_code_enum_t simlib_pb_import(const char *path, storage_type
         PB_LOG("SIM Card doesn't support import method\n");
         return PB_RCODE_INVALID_ERR;
     }
-    Table pb_mem = new_working_copy();
-    if (!pb_mem || simlib_pb_from_flash(type, pb_mem.get()) != 0) {
+    if (type != STORAGE_TYPE_FLASH) {
         PB_LOG("simlib_pb_from_flash failed, type = %d\n", static_cast<int>(type));
         return PB_RCODE_ERROR;
     }
-    File in(std::fopen(path, "rb"));
+    File in = open_import(path);
     if (!in) {
         PB_LOG("open file %s failed, errno = %d\n", path, errno);
         return PB_RCODE_INVALID_ERR;
     }
+    std::unique_ptr<pb_flash_info, HeapFree> lines(
+        static_cast<pb_flash_info *>(std::calloc(PB_MAX_ENTRIES, sizeof(pb_flash_info))));
+    Table pb_mem = new_working_copy();
+    if (!lines || !pb_mem) {
+        PB_LOG("out of memory\n");
+        return PB_RCODE_ERROR;
+    }
+    const int count = read_import(in.get(), lines.get());
+    if (std::ferror(in.get())) {
+        PB_LOG("read file %s failed, errno = %d\n", path, errno);
+        return PB_RCODE_INVALID_ERR;
+    }
 
-    while (std::fgets(line, sizeof line, in.get()) != nullptr) {
-        std::memset(&entry, 0, sizeof entry);
-        int ret = parse_line(line, &entry);
-        PB_LOG("import: num = %s, name=%s, email=%s, ret = %d\n", entry.num, entry.name, entry.email, ret);
-        if (ret < 2) {
-            PB_LOG("Invalied entry string: %s\n", line);
-            continue;
-        }
-        entry.sim_index = 0xFFFFFFFFu;
+    pb_book_lock lock(type);
+    if (!lock.ok())
+        return PB_RCODE_WRITE_ERR;
+    if (simlib_pb_from_flash(type, pb_mem.get()) != 0) {
+        PB_LOG("simlib_pb_from_flash failed, type = %d\n", static_cast<int>(type));
+        return PB_RCODE_ERROR;
+    }
+    for (int i = 0; i < count; ++i) {
+        pb_flash_info &entry = lines.get()[i];
         pb_return_code_enum_t rc = simlib_pb_add(pb_mem.get(), &entry);
         if (rc != PB_RCODE_OK) {
             PB_LOG("PB ADD ENTRY: simlib_pb_add failed, ret = %d\n", static_cast<int>(rc));
@@ -134,20 +230,18 @@ extern "C" pb_return_code_enum_t simlib_pb_import(const char *path, storage_type
         PB_LOG("Import Entry: index = %d, number = %s, name = %s, email = %s\n",
                static_cast<int>(entry.index), entry.num, entry.name, entry.email);
     }
-
-    // One rewrite for the whole file; the text file was read to its end, so
-    // a failed rewrite is only logged.
-    if (simlib_pb_to_flash(type, pb_mem.get()) != 0)
+    // One rewrite for the whole file; when it fails, the phonebook file is
+    // as it was before the import.
+    if (simlib_pb_to_flash(type, pb_mem.get()) != 0) {
         PB_LOG("write pb info from memory into file failure\n");
+        return PB_RCODE_WRITE_ERR;
+    }
     return PB_RCODE_OK;
 }
 
 extern "C" pb_return_code_enum_t simlib_pb_export(const char *path, storage_type_t type,
                                                   const zp_int32 *array, int count)
 {
-    pb_flash_info entry;
-    std::memset(&entry, 0, sizeof entry);
-
     if (path == nullptr || *path == '\0') {
         PB_LOG("null of path\n");
         return PB_RCODE_ARGSERR;
@@ -161,22 +255,9 @@ extern "C" pb_return_code_enum_t simlib_pb_export(const char *path, storage_type
         PB_LOG("simlib_pb_from_flash failed, type = %d\n", static_cast<int>(type));
         return PB_RCODE_ERROR;
     }
-    File out(std::fopen(path, "w+b"));
-    if (!out) {
+    if (write_export(path, pb_mem.get(), array, count) != PB_RCODE_OK) {
         PB_LOG("open file %s failed\n", path);
         return PB_RCODE_ERROR;
-    }
-
-    // The values of array are places in the table (index), for the SIM
-    // phonebook too, not SIM record numbers.
-    for (int i = 0; i < count; ++i) {
-        std::memset(&entry, 0, sizeof entry);
-        if (simlib_pb_getbyidx(pb_mem.get(), static_cast<unsigned int>(array[i]), &entry, INDEX_TYPE_FLASH) !=
-            0) {
-            PB_LOG("PB EDIT ENTRY: index = %d not exist\n", static_cast<int>(array[i]));
-            continue;
-        }
-        (void)std::fprintf(out.get(), "%s,%s,%s\n", entry.name, entry.num, entry.email);
     }
     return PB_RCODE_OK;
 }

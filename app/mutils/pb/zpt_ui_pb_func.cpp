@@ -6,10 +6,14 @@
 // operations and written back whole. For the SIM phonebook the card is
 // written before the working copy changes, so a refusal by the card leaves
 // table and file as they were; and no SIM change is made before the card
-// has been read to the end. Only the service thread calls these; they
-// keep no state between calls. g_sim_module changes only on that thread.
+// has been read to the end. Each holds the phonebook file's lock from
+// before the load until after the save, so that an import in another
+// process cannot save over the change, nor the change over the import.
+// Only the service thread calls these; they keep no state between calls.
+// g_sim_module changes only on that thread.
 #include <cstring>
 
+#include "pb_book.h"
 #include "pb_log.h"
 #include "pb_qmi.h"
 #include "pb_work.h"
@@ -51,6 +55,9 @@ pb_return_code_enum_t pb_func_add_entry(pb_event_req_t *req)
     const auto type = static_cast<storage_type_t>(req->storage_type);
     if (pb_return_code_enum_t ready = pb_sim_ready(type); ready != PB_RCODE_OK)
         return ready;
+    pb_book_lock lock(type);
+    if (!lock.ok())
+        return PB_RCODE_WRITE_ERR;
     // The dense loader renumbers the stored entries 1..n in file order; the
     // save below writes them back so, keeping device indices without gaps.
     if (simlib_pb_add_from_flash(type, pb_mem.get()) != 0) {
@@ -123,6 +130,9 @@ pb_return_code_enum_t pb_func_change_entry(pb_event_req_t *req, const pb_change_
     const auto type = static_cast<storage_type_t>(req->storage_type);
     if (pb_return_code_enum_t ready = pb_sim_ready(type); ready != PB_RCODE_OK)
         return ready;
+    pb_book_lock lock(type);
+    if (!lock.ok())
+        return PB_RCODE_WRITE_ERR;
     // A missing or unreadable file leaves the table empty; the lookup fails.
     (void)simlib_pb_from_flash(type, pb_mem.get());
 
@@ -190,6 +200,9 @@ pb_return_code_enum_t pb_func_del_any(pb_event_req_t *req)
     const auto type = static_cast<storage_type_t>(req->storage_type);
     if (pb_return_code_enum_t ready = pb_sim_ready(type); ready != PB_RCODE_OK)
         return ready;
+    pb_book_lock lock(type);
+    if (!lock.ok())
+        return PB_RCODE_WRITE_ERR;
     (void)simlib_pb_from_flash(type, pb_mem.get());
 
     // Every slot is looked at: a value below 1 is skipped and does not end
@@ -236,6 +249,9 @@ pb_return_code_enum_t pb_func_del_all(pb_event_req_t *req)
     const auto type = static_cast<storage_type_t>(req->storage_type);
     if (pb_return_code_enum_t ready = pb_sim_ready(type); ready != PB_RCODE_OK)
         return ready;
+    pb_book_lock lock(type);
+    if (!lock.ok())
+        return PB_RCODE_WRITE_ERR;
     if (type == STORAGE_TYPE_SIM && pb_qmi_del_all() != 0) {
         PB_LOG("pb_qmi_del_all failed\n");
         return pb_card_failure();
@@ -254,6 +270,13 @@ int pb_func_init(void)
     // The SIM phonebook file is a cache of the card, rebuilt by the next
     // reading of the card; nothing of a previous run is reused.
     (void)simlib_clear_flash(g_storage_type);
+    // A device phonebook write of an older firmware that was cut short is
+    // put back before anything reads or writes the file.
+    {
+        pb_book_lock lock(STORAGE_TYPE_FLASH);
+        if (pb_book_recover(STORAGE_TYPE_FLASH) != 0)
+            PB_LOG("device phonebook backup could not be put back\n");
+    }
     std::memset(&g_sim_module, 0, sizeof g_sim_module);
 
     int ret = 0;

@@ -7,8 +7,10 @@
 // first and the card afterwards, saving the file whatever the card answers.
 // It reads the engine's flags without a lock and is not serialised with the
 // service thread: callers keep it from overlapping a write of the service.
+// The phonebook file's lock is held from the load to the save.
 #include <cstring>
 
+#include "pb_book.h"
 #include "pb_log.h"
 #include "pb_qmi.h"
 #include "pb_work.h"
@@ -150,6 +152,9 @@ pb_return_code_enum_t pb_func_write_sim(pb_flash_info *info, sim_pb_handle_t pb_
         return PB_RCODE_READED_ERR;
     }
     PB_LOG("Enter pb_func_write_sim: event = %d, type = %d\n", pb_event, type);
+    pb_book_lock lock(type);
+    if (!lock.ok())
+        return PB_RCODE_WRITE_ERR;
 
     pb_return_code_enum_t ret;
     switch (pb_event) {
