@@ -90,7 +90,10 @@ int main()
     while (sigwait(&set, &sig) != 0 || (sig == SIGUSR1 && g_state != FAILED)) {
     }
     if (g_state == STARTING) {
+        // The starter may still wait for the modem: it is left to end with
+        // the process.
         PB_LOG("signal %d while starting: exit\n", sig);
+        starter.detach();
         ipc_server_stop(g_server);
         _exit(0);
     }
