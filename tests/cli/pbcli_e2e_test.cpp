@@ -4,7 +4,6 @@
 // behind it.
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -268,61 +267,13 @@ std::string listed_sim()
     return s;
 }
 
-// pb_host run to its end with `env` added; its exit status, -1 if it ran
-// on past the limit (it is then killed).
-int host_exit(const std::vector<std::pair<std::string, std::string>> &env, std::chrono::seconds limit)
-{
-    const pid_t pid = fork();
-    if (pid == 0) {
-        for (const auto &[k, v] : env)
-            setenv(k.c_str(), v.c_str(), 1);
-        setenv("ZP_LOG_FILE", (kWork + "/pbcli_e2e_second_host.log").c_str(), 1);
-        execl(PB_HOST_BIN, PB_HOST_BIN, static_cast<char *>(nullptr));
-        _exit(127);
-    }
-    int st = 0;
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (waitpid(pid, &st, WNOHANG) != pid) {
-        if (std::chrono::steady_clock::now() > end) {
-            kill(pid, SIGKILL);
-            waitpid(pid, &st, 0);
-            return -1;
-        }
-        std::this_thread::sleep_for(20ms);
-    }
-    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-}
-
-// A second host on the same folder leaves the running service and its SIM
-// phonebook alone; a folder someone else could write to is refused; the
-// socket of a host that died is taken over.
-TEST_F(PbcliE2e, OneHostPerFolderAndOnlyInATrustedFolder)
-{
-    const std::string card = "1:Zoë Müller 2:Анна Каренина 4:王小明 5:Emergency 7:Balance ";
-    ASSERT_EQ(listed_sim(), card);
-    EXPECT_EQ(host_exit({}, 30s), 1);
-    EXPECT_EQ(listed_sim(), card);
-
-    const std::string loose = std::string(std::getenv("ZP_IPC_DIR")) + "-loose";
-    mkdir(loose.c_str(), 0700);
-    chmod(loose.c_str(), 0777);
-    EXPECT_EQ(host_exit({{"ZP_IPC_DIR", loose}}, 30s), 1);
-    EXPECT_EQ(access((loose + "/ipc_11").c_str(), F_OK), -1) << "no socket in a loose folder";
-
-    kill(host_, SIGKILL);
-    waitpid(host_, nullptr, 0);
-    host_ = -1;
-    start_host();
-    EXPECT_EQ(listed_sim(), card);
-}
-
 // The modem restarts, or hangs up in the middle of a read: SIM changes work
 // again without restarting pb_host, and the SIM phonebook, read again, is
 // the card.
 TEST_F(PbcliE2e, ModemRestartsAreRecoveredWithoutRestartingTheHost)
 {
     ASSERT_EQ(pbcli({"list", "sim"}).status, 0);
-    for (int round = 0; round < 3; ++round) {
+    for (int round = 0; round < 2; ++round) {
         sim_->stop();
         ASSERT_TRUE(sim_->start());
         const std::string name = "Restart " + std::to_string(round);

@@ -2,6 +2,8 @@
 // of MU_ID, and client processes (this test and pb_service_client).
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <deque>
 #include <fstream>
@@ -140,6 +142,34 @@ TEST_F(HostProcess, ImportsAndServiceAddsLoseNoEntry)
         names.insert(e.name);
     EXPECT_EQ(names, expected);
     std::remove(text.c_str());
+}
+
+// A second host on the same folder leaves the running service and its SIM
+// phonebook alone; a folder someone else could write to is refused; the
+// socket of a host that died is taken over.
+TEST_F(HostProcess, OneHostPerFolderAndOnlyInATrustedFolder)
+{
+    int num = 0;
+    auto read = [&] {
+        return simlib_pb_read_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_GETALL, &num) != nullptr;
+    };
+    ASSERT_TRUE(pbt::wait_until(read, 10000));
+    EXPECT_EQ(pbt::child({PB_HOST_BIN}).wait(30000), 1);
+    ASSERT_TRUE(read());
+    EXPECT_EQ(num, static_cast<int>(kFilled));
+
+    const std::string dir = std::getenv("ZP_IPC_DIR"), loose = dir + "-loose";
+    mkdir(loose.c_str(), 0700);
+    chmod(loose.c_str(), 0777);
+    setenv("ZP_IPC_DIR", loose.c_str(), 1);
+    EXPECT_EQ(pbt::child({PB_HOST_BIN}).wait(30000), 1);
+    setenv("ZP_IPC_DIR", dir.c_str(), 1);
+    EXPECT_FALSE(pbt::exists(loose + "/ipc_11")) << "no socket in a loose folder";
+
+    host_->wait(5000, SIGKILL);
+    host_.emplace(std::vector<std::string>{PB_HOST_BIN});
+    ASSERT_TRUE(pbt::wait_until(read, 10000));
+    EXPECT_EQ(num, static_cast<int>(kFilled));
 }
 
 // SIGTERM while clients keep sending: the host exits 0 promptly and every
