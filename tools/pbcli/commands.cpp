@@ -119,7 +119,9 @@ public:
     Exit fail(int rc, const std::string &context = "") const
     {
         std::string msg = (context.empty() ? "" : context + ": ") + rcode_message(rc);
-        if (args_.json)
+        if (args_.json && rc == RC_CHANGED)  // no code of the phonebook
+            std::cout << "{\"ok\":false,\"error\":" << json_string(msg) << "}\n";
+        else if (args_.json)
             std::cout << "{\"ok\":false,\"code\":" << rc << ",\"error\":" << json_string(msg) << "}\n";
         else
             std::cerr << "pbcli: " << msg << "\n";
