@@ -1,1 +1,1 @@
-target_link_libraries(${_name} PRIVATE zpipc)
+target_link_libraries(${_name} PRIVATE sdkipc)

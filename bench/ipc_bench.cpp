@@ -21,7 +21,8 @@
 #include <vector>
 
 #include "pb_msg.h"
-#include "zp_mem.h"
+#include "zp_ipc_host.h"
+#include "zp_mem_host.h"
 
 namespace {
 

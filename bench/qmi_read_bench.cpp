@@ -23,7 +23,7 @@
 #include "pb_msg.h"
 #include "pb_qmi.h"
 #include "pbm_sim.h"
-#include "zp_ipc.h"
+#include "zp_ipc_host.h"
 #include "zpt_ui_pb_func.h"
 
 namespace {

@@ -25,7 +25,7 @@
 #include <thread>
 #include <vector>
 
-#include "zp_ipc.h"
+#include "zp_ipc_host.h"
 #include "zpt_ui_pb_api.h"
 
 extern char **environ;

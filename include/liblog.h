@@ -18,10 +18,6 @@ extern "C" {
 
 void log_print(int level, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-/* Non-zero when a message of `level` would be written: lets callers skip
- * costly argument preparation. */
-int log_enabled(int level);
-
 #ifdef __cplusplus
 }
 #endif

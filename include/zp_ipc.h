@@ -11,32 +11,14 @@
  * message; they never take it over. Lengths passed to the send calls are
  * payload lengths, head not counted. Time limits are in milliseconds.
  *
- * Transport on the host: every module id has one Unix-domain datagram socket,
- * "<dir>/ipc_<id>", where <dir> is the environment's ZP_IPC_DIR or
- * "/tmp/zp_ipc" (made with mode 0770 when missing). A folder that is not
- * this user's or root's, or that others may write to, is refused
- * (IPC_REJECT) by the servers and the send calls. A datagram is the head
- * and the payload; the receiver appends the sender's address taken from the
- * socket. Datagrams
- * whose head disagrees with their size, or of a type that cannot travel
- * between processes (IPC_INNER_MQ and above), are dropped and logged.
- *
  * Synchronous exchange: ipc_msg_send_syn() sends the request as IPC_SYN_REQ
- * from a reply socket private to the calling thread and waits for an
- * IPC_SYN_RSP with the request's session_id on that socket, which is
- * connected to the module's socket so that no other socket can reach it;
- * anything else
- * arriving there (an answer that came after its requester gave up) is
+ * and waits for an IPC_SYN_RSP with the request's session_id; anything else
+ * arriving for the requester (an answer that came after it gave up) is
  * discarded. The responder answers with ipc_msg_send_asy() to the sender's
  * address appended to the request, having set msg_type to IPC_SYN_RSP and
  * copied session_id: ipc_msg_send_asy() keeps IPC_SYN_RSP and sends every
  * other type as IPC_ASY_MSG. So a request that came as IPC_SYN_REQ is
  * answered as IPC_SYN_RSP, one that came as IPC_ASY_MSG as IPC_ASY_MSG.
- *
- * Which socket a message comes from: ipc_msg_send_asy() sends from the socket
- * of the first module the process serves (ipc_server_start), so that an
- * answer reaches that module; a process serving none sends from the calling
- * thread's reply socket. ipc_msg_send_syn() always uses the reply socket.
  */
 #ifndef ZP_IPC_H
 #define ZP_IPC_H
@@ -124,13 +106,6 @@ typedef zp_sdk_ipc_addr ipc_addr_t;
 
 #define IPC_MSG_HEAD_LEN            16u
 #define IPC_INNER_MQ_PAYLOAD_OFFSET 8u
-/* Largest payload a message may carry between processes. */
-#define IPC_MSG_MAX_PAYLOAD 65536u
-/* Memory-library call site that ipc_memory_assign() buffers count under
- * (the library keeps to 0x0100..0x01FF). */
-#define IPC_MEM_SITE_ASSIGN 0x0101u
-/* Folder of the module sockets when ZP_IPC_DIR is not set. */
-#define IPC_DEFAULT_DIR "/tmp/zp_ipc"
 
 /* Opaque in-process queue. */
 typedef struct ipc_mq_cb *ipc_mq_cb_pt;
@@ -142,7 +117,7 @@ zp_sdk_ipc_ret_value ipc_get_addr_by_id(zp_uint32 module_id, zp_uint32 flag, ipc
 /* A zeroed buffer for a message of `len` payload bytes (flag: reserved, 0):
  * room for the head, the payload padded to 4 and a sender address, so a
  * delivered message fits as well. From the memory library; give it back with
- * mem_free_ex(). NULL when len exceeds IPC_MSG_MAX_PAYLOAD or memory is out. */
+ * mem_free_ex(). NULL when len is too large or memory is out. */
 void *ipc_memory_assign(zp_uint32 len, zp_uint32 flag);
 /* Sets head->session_id to an id, never 0: a per-process count from a
  * random start, so other processes can't predict it. */
@@ -165,34 +140,13 @@ zp_sdk_ipc_ret_value ipc_msg_send_asy(ipc_addr_t *addr, void *msg, zp_uint32 len
 /* In-process queue of message pointers, FIFO, safe between threads. The
  * queue owns a message from a successful ipc_mq_send() until ipc_mq_recv()
  * hands it out; on any other result the message stays the caller's. flag
- * and pri are reserved (0); IPC_MQ_FULL past IPC_MQ_MAX_DEPTH messages.
- * Queued messages must come from mem_malloc_ex (ipc_mq_destroy frees them). */
-#define IPC_MQ_MAX_DEPTH 64u
+ * and pri are reserved (0); IPC_MQ_FULL when the queue is full. Queued
+ * messages come from mem_malloc_ex. */
 zp_sdk_ipc_ret_value ipc_mq_create(zp_uint32 flag, ipc_mq_cb_pt *mq);
 zp_sdk_ipc_ret_value ipc_mq_send(ipc_mq_cb_pt mq, void *msg, zp_uint32 flag, zp_uint32 pri);
 /* timeout: -1 waits for ever, 0 polls (IPC_MQ_EMPTY when nothing is there),
  * n waits n milliseconds (IPC_TIMEOUT). *msg is NULL unless IPC_OK. */
 zp_sdk_ipc_ret_value ipc_mq_recv(ipc_mq_cb_pt mq, void **msg, zp_int32 timeout);
-/* Makes one blocked (or the next) ipc_mq_recv return IPC_MQ_EMPTY with *msg
- * set to NULL, without a message: lets an owner stop a receiving thread. */
-zp_sdk_ipc_ret_value ipc_mq_wake(ipc_mq_cb_pt mq);
-/* Frees the queue and any message still on it (with mem_free_ex). No thread
- * may be using the queue any more. */
-zp_sdk_ipc_ret_value ipc_mq_destroy(ipc_mq_cb_pt mq);
-
-/* Receiving side of a host process: binds the socket of `module_id` and
- * hands every delivered message to `handler` from one receive thread. The
- * message is valid only during the call; the handler does not free it. */
-typedef void (*ipc_msg_handler)(void *msg, void *ctx);
-typedef struct ipc_server *ipc_server_pt;
-/* IPC_REJECT when another live process serves the module; a socket file
- * left behind by a dead one is replaced. The socket gets mode 0660. */
-zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_handler handler, void *ctx,
-                                      ipc_server_pt *server);
-/* Stops the receive thread, closes and removes the socket. Not to be called
- * from the handler. The handler must not wait on a synchronous exchange with
- * its own module either: its thread is the one that would receive it. */
-void ipc_server_stop(ipc_server_pt server);
 
 #ifdef __cplusplus
 }

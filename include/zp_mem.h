@@ -19,11 +19,6 @@ extern "C" {
 void *mem_malloc_ex(zp_uint16 tid, zp_uint16 site, zp_uint32 flag, size_t size);
 void mem_free_ex(zp_uint16 tid, zp_uint16 site, zp_uint32 flag, void *ptr);
 
-/* Accounting, for tests and diagnostics: blocks handed out and not yet given
- * back, by the call site that allocated them, and over all sites. */
-long mem_live_blocks(zp_uint16 site);
-long mem_live_total(void);
-
 #ifdef __cplusplus
 }
 #endif

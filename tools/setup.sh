@@ -14,6 +14,7 @@ have g++ || need+=(g++)
 have clang++ || need+=(clang)
 have arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
 have qemu-arm || need+=(qemu-user)
+have pkg-config || need+=(pkgconf)
 for p in libgtest-dev libgmock-dev googletest libbenchmark-dev; do
   pkg_installed "$p" || need+=("$p")
 done

@@ -2,7 +2,8 @@
 # Builds and runs every test: the host debug build (unit, end-to-end and
 # benchmark smoke tests), the address+undefined and thread sanitizer builds,
 # the 32-bit ARM build with its unit tests under qemu-arm, the ARM target
-# build, and a short run of every fuzz target.
+# build, the module alone against an SDK made of it, and a short run of every
+# fuzz target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash tools/setup.sh
@@ -28,5 +29,25 @@ lib=build/armhf/app/mutils/pb/libmutils_pb.so
 readelf -h "$lib" | grep -q 'Machine: *ARM' || { echo "armhf: $lib is not an ARM library"; exit 1; }
 grep -qa '/data/pb_sim_file' "$lib" || { echo "armhf: $lib does not use /data"; exit 1; }
 echo "armhf: $lib is a 32-bit ARM library using /data"
+
+# An SDK-shaped folder made of the armhf stand-ins and the device's headers
+# (the "host" component); the module alone is built against it, must import
+# only the device's functions, and links into a program through its
+# installed "module" component and mutils_pb.pc.
+stage "armhf-sdk: the module alone against a device SDK"
+sdk=build/armhf-sdk-root
+rm -rf "$sdk"
+cmake --install build/armhf --component host --prefix "$sdk/usr" >/dev/null
+cmake --preset armhf-sdk >/dev/null
+cmake --build --preset armhf-sdk -j"$jobs" >/dev/null
+cmake -DLIB=build/armhf-sdk/app/mutils/pb/libmutils_pb.so -DNM=arm-linux-gnueabihf-nm \
+  -DREADELF=arm-linux-gnueabihf-readelf -P tests/foundation/check_imports.cmake
+cmake --install build/armhf-sdk --component module --prefix "$sdk/usr" >/dev/null
+printf '#include "mm_pb.h"\nint main(void) { return mm_pb_init() == 0 ? mm_pb_fin() : 1; }\n' >"$sdk/router.c"
+# shellcheck disable=SC2046 # pkg-config prints separate flags
+arm-linux-gnueabihf-gcc -std=c99 -o "$sdk/router" "$sdk/router.c" -Wl,-rpath-link,"$sdk/usr/lib" \
+  $(PKG_CONFIG_PATH="$sdk/usr/lib/pkgconfig" pkg-config --cflags --libs mutils_pb)
+echo "armhf-sdk: module links against the SDK; stripped size $(arm-linux-gnueabihf-strip -o "$sdk/stripped.so" \
+  build/armhf-sdk/app/mutils/pb/libmutils_pb.so && stat -c %s "$sdk/stripped.so") bytes"
 run_preset fuzz
 stage "all stages passed"

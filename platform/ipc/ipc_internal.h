@@ -14,7 +14,7 @@
 #include <cstddef>
 
 #include "liblog.h"
-#include "zp_ipc.h"
+#include "zp_ipc_host.h"
 
 #define IPC_EXPORT extern "C" __attribute__((visibility("default")))
 

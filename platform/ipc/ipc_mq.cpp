@@ -1,6 +1,4 @@
 // In-process message queue: a FIFO of message pointers under one mutex.
-// Pending wake-ups are counted apart from the messages and served first, so
-// that a stop is not held up behind queued work.
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -14,7 +12,6 @@ struct ipc_mq_cb {
     std::mutex lock;
     std::condition_variable ready;
     std::deque<void *> msgs;
-    unsigned wakes = 0;
 };
 
 using namespace zp_ipc;
@@ -47,30 +44,14 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_mq_recv(ipc_mq_cb_pt mq, void **msg, zp_int3
         return IPC_INVALID_PARA;
     *msg = nullptr;
     std::unique_lock<std::mutex> hold(mq->lock);
-    auto has_work = [mq] { return mq->wakes != 0 || !mq->msgs.empty(); };
+    auto has_work = [mq] { return !mq->msgs.empty(); };
     if (timeout < 0) {
         mq->ready.wait(hold, has_work);
     } else if (!mq->ready.wait_for(hold, std::chrono::milliseconds(timeout), has_work)) {
         return timeout == 0 ? IPC_MQ_EMPTY : IPC_TIMEOUT;
     }
-    if (mq->wakes != 0) {
-        --mq->wakes;
-        return IPC_MQ_EMPTY;
-    }
     *msg = mq->msgs.front();
     mq->msgs.pop_front();
-    return IPC_OK;
-}
-
-IPC_EXPORT zp_sdk_ipc_ret_value ipc_mq_wake(ipc_mq_cb_pt mq)
-{
-    if (mq == nullptr)
-        return IPC_INVALID_PARA;
-    {
-        std::lock_guard<std::mutex> hold(mq->lock);
-        ++mq->wakes;
-    }
-    mq->ready.notify_one();
     return IPC_OK;
 }
 

@@ -1,105 +1,363 @@
-// Host log library: one line per call, "time tid level message", to stderr
-// or to the file named by ZP_LOG_FILE. ZP_LOG_LEVEL sets the threshold
-// (default ZP_LOG_INFO); a call below it returns before any formatting.
+// Host log library: one line per call, "HH:MM:SS.uuuuuu tid L message", to
+// standard error or to the file named by ZP_LOG_FILE. ZP_LOG_LEVEL sets the
+// threshold (default ZP_LOG_INFO); a call below it returns before any
+// formatting. ZP_LOG_MAX_KB caps the file (default 1024): the line that
+// would pass the cap first moves the file to "<file>.1", replacing the one
+// before, as a ring buffer keeps only the latest lines.
+//
+// Lines are formatted straight into one process-wide buffer under a mutex,
+// so they stay whole and in call order across threads. Buffers reach the
+// file through write(2) on an O_APPEND descriptor, in whole lines, one
+// writer at a time and in order: a flusher thread takes the buffer (and the
+// callers go on filling a second one) when it is half full or kFlushMs after
+// its first line; an error line is written before its call returns, with
+// every line before it; and what is left is written at exit. A process
+// killed outright loses only the debug and info lines of that last moment.
+// On standard error every line is written at once.
 #include <fcntl.h>
 #include <pthread.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
+#include <string>
+#include <utility>
 
 #include "liblog.h"
+#include "log_format.h"
 
 namespace {
 
+constexpr size_t kMaxLine = 1024;        // a longer message is cut
+constexpr size_t kBufSize = 128 * 1024;  // lines waiting for the file
+constexpr long kFlushMs = 20;            // longest wait of a line in the buffer
+constexpr long kDefaultMaxKb = 1024;
+constexpr long kLargestMaxKb = 1024 * 1024;  // the cap fits a 32-bit size
+
+thread_local long t_tid;  // the calling thread's kernel id, once looked up
+
 struct Sink {
     int threshold = ZP_LOG_INFO;
-    FILE *out = stderr;
+    std::string path;  // empty: standard error
+    size_t cap = 0;    // bytes the file may hold
+    int fd = STDERR_FILENO;
+    size_t size = 0;  // bytes in the file, as of the last write
 
-    Sink()
-    {
-        if (const char *lvl = std::getenv("ZP_LOG_LEVEL"); lvl && *lvl)
-            threshold = std::atoi(lvl);
-        if (const char *path = std::getenv("ZP_LOG_FILE"); path && *path) {
-            if (FILE *f = open_private(path))
-                out = f;
-        }
-    }
-
-    // The log holds names and numbers: a log file is the owner's only,
-    // whatever the umask (a terminal or other device named is left as it is).
-    static FILE *open_private(const char *path)
-    {
-        int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-        struct stat st {};
-        if (fd < 0)
-            return nullptr;
-        if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode))
-            (void)fchmod(fd, 0600);
-        FILE *f = fdopen(fd, "a");
-        if (f == nullptr)
-            close(fd);
-        return f;
-    }
+    pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t pending = PTHREAD_COND_INITIALIZER;  // the flusher has work
+    pthread_cond_t idle = PTHREAD_COND_INITIALIZER;     // no write under way
+    bool flusher = false;                               // the flusher thread runs
+    bool direct = false;                                // write each line at once
+    bool writing = false;                               // a thread writes `out`
+    time_t clock_sec = -1;                              // second of clock_text
+    char clock_text[9] = {};                            // "HH:MM:SS:"
+    char *fill = bufs[0];                               // the buffer lines go to
+    char *out = bufs[1];                                // the buffer being written
+    size_t used = 0;                                    // bytes in `fill`
+    char bufs[2][kBufSize];
 };
 
-// Built on first use so that a log call from another library's constructor
-// still finds it ready.
-Sink &sink()
+Sink *g_sink;
+
+long env_long(const char *name, long fallback)
 {
-    static Sink s;
+    const char *v = std::getenv(name);
+    if (v == nullptr || *v == '\0')
+        return fallback;
+    char *end = nullptr;
+    long n = std::strtol(v, &end, 10);
+    return *end == '\0' ? n : fallback;
+}
+
+// Opens (or reopens) the log file for appending and learns its size. The
+// log holds names and numbers: a log file is the owner's only, whatever the
+// umask (a terminal or other device named is left as it is).
+void open_file(Sink *s)
+{
+    if (s->fd >= 0)
+        close(s->fd);
+    s->fd = open(s->path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    struct stat st {};
+    const bool known = s->fd >= 0 && fstat(s->fd, &st) == 0;
+    if (known && S_ISREG(st.st_mode))
+        (void)fchmod(s->fd, 0600);
+    s->size = known ? static_cast<size_t>(st.st_size) : 0;
+}
+
+// The old ".1" goes first: a rename over an existing file makes ext4 write
+// the renamed file's data to disk at once, a cost the log need not pay.
+void rotate(Sink *s)
+{
+    const std::string old = s->path + ".1";
+    (void)unlink(old.c_str());
+    (void)rename(s->path.c_str(), old.c_str());
+    open_file(s);
+}
+
+// Another process writing the same log may have moved the file away or
+// added to it: follow the path and take the size from the file.
+void refresh(Sink *s)
+{
+    struct stat mine {
+    }, named{};
+    if (s->fd < 0 || fstat(s->fd, &mine) != 0 || stat(s->path.c_str(), &named) != 0 ||
+        mine.st_ino != named.st_ino || mine.st_dev != named.st_dev) {
+        open_file(s);
+        return;
+    }
+    s->size = static_cast<size_t>(mine.st_size);
+}
+
+void write_all(int fd, const char *p, size_t n)
+{
+    while (n > 0) {
+        ssize_t w = write(fd, p, n);
+        if (w < 0 && errno == EINTR)
+            continue;
+        if (w <= 0)
+            return;  // nowhere to log a failure of the log
+        p += w;
+        n -= static_cast<size_t>(w);
+    }
+}
+
+// Writes n bytes of whole lines to the log; only the thread that set
+// `writing` calls it, without the lock. The file takes whole lines up to its
+// cap and is rotated in between.
+void write_lines(Sink *s, const char *buf, size_t len)
+{
+    if (s->path.empty()) {
+        write_all(s->fd, buf, len);
+        return;
+    }
+    refresh(s);
+    size_t off = 0;
+    while (off < len && s->fd >= 0) {
+        size_t n = len - off;
+        const size_t room = s->cap > s->size ? s->cap - s->size : 0;
+        if (n > room) {
+            const void *nl = room > 0 ? memrchr(buf + off, '\n', room) : nullptr;
+            n = nl ? static_cast<size_t>(static_cast<const char *>(nl) - (buf + off)) + 1 : 0;
+        }
+        if (n == 0) {
+            if (s->size == 0)
+                break;  // a line longer than the cap: dropped
+            rotate(s);
+            continue;
+        }
+        write_all(s->fd, buf + off, n);
+        s->size += n;
+        off += n;
+    }
+}
+
+// Writes out every line logged so far, after any write under way; the
+// caller holds the lock, which is let go during the write so that other
+// threads go on logging into the other buffer.
+void drain(Sink *s)
+{
+    while (s->writing)
+        pthread_cond_wait(&s->idle, &s->lock);
+    if (s->used == 0)
+        return;
+    std::swap(s->fill, s->out);
+    const size_t n = s->used;
+    s->used = 0;
+    s->writing = true;
+    pthread_mutex_unlock(&s->lock);
+    write_lines(s, s->out, n);
+    pthread_mutex_lock(&s->lock);
+    s->writing = false;
+    pthread_cond_broadcast(&s->idle);
+}
+
+void *flusher_main(void *arg)
+{
+    auto *s = static_cast<Sink *>(arg);
+    pthread_mutex_lock(&s->lock);
+    for (;;) {
+        while (s->used == 0)
+            pthread_cond_wait(&s->pending, &s->lock);
+        // Let lines gather, then write them in one go.
+        timespec due{};
+        clock_gettime(CLOCK_MONOTONIC, &due);
+        due.tv_nsec += kFlushMs * 1000000;
+        due.tv_sec += due.tv_nsec / 1000000000;
+        due.tv_nsec %= 1000000000;
+        while (s->used < kBufSize / 2 && pthread_cond_timedwait(&s->pending, &s->lock, &due) != ETIMEDOUT) {
+        }
+        drain(s);
+    }
+    return nullptr;
+}
+
+// At exit: write out what is left, then write every later line at once (the
+// flusher may not run again).
+void flush_at_exit()
+{
+    pthread_mutex_lock(&g_sink->lock);
+    drain(g_sink);
+    g_sink->direct = true;
+    pthread_mutex_unlock(&g_sink->lock);
+}
+
+// A child of fork() has no flusher and must not write its parent's lines.
+void before_fork() { pthread_mutex_lock(&g_sink->lock); }
+void after_fork_parent() { pthread_mutex_unlock(&g_sink->lock); }
+void after_fork_child()
+{
+    g_sink->used = 0;
+    g_sink->flusher = false;
+    g_sink->writing = false;
+    t_tid = 0;
+    pthread_mutex_unlock(&g_sink->lock);
+}
+
+Sink *make_sink()
+{
+    auto *s = new Sink;
+    s->threshold = static_cast<int>(env_long("ZP_LOG_LEVEL", ZP_LOG_INFO));
+    long kb = env_long("ZP_LOG_MAX_KB", kDefaultMaxKb);
+    if (kb <= 0)
+        kb = kDefaultMaxKb;
+    s->cap = static_cast<size_t>(kb < kLargestMaxKb ? kb : kLargestMaxKb) * 1024;
+    if (const char *p = std::getenv("ZP_LOG_FILE"); p && *p) {
+        s->path = p;
+        s->fd = -1;
+        open_file(s);
+        if (s->fd < 0) {  // unusable: fall back to standard error
+            s->path.clear();
+            s->fd = STDERR_FILENO;
+        }
+    }
+    s->direct = s->path.empty();
+    // The flusher's time limits run on the monotonic clock.
+    pthread_condattr_t attr;
+    pthread_condattr_init(&attr);
+    pthread_condattr_setclock(&attr, CLOCK_MONOTONIC);
+    pthread_cond_init(&s->pending, &attr);
+    pthread_condattr_destroy(&attr);
+    g_sink = s;
+    std::atexit(flush_at_exit);
+    pthread_atfork(before_fork, after_fork_parent, after_fork_child);
     return s;
 }
 
-const char *level_name(int level)
+// Built on first use, so that a log call from another library's constructor
+// finds it ready, and never destroyed, so that one from a destructor does.
+Sink *sink()
+{
+    static Sink *s = make_sink();
+    return s;
+}
+
+char level_letter(int level)
 {
     switch (level) {
-    case ZP_LOG_DEBUG: return "D";
-    case ZP_LOG_INFO: return "I";
-    case ZP_LOG_ERROR: return "E";
-    default: return "?";
+    case ZP_LOG_DEBUG: return 'D';
+    case ZP_LOG_INFO: return 'I';
+    case ZP_LOG_ERROR: return 'E';
+    default: return '?';
     }
+}
+
+// Writes v in decimal, right-aligned in `width` characters padded with
+// `pad`; returns the end.
+char *put_number(char *p, unsigned long v, int width, char pad)
+{
+    char digits[24];
+    int n = 0;
+    do {
+        digits[n++] = static_cast<char>('0' + v % 10);
+        v /= 10;
+    } while (v != 0);
+    for (int k = n; k < width; ++k)
+        *p++ = pad;
+    while (n > 0)
+        *p++ = digits[--n];
+    return p;
+}
+
+// "HH:MM:SS.uuuuuu tid L " at p; the caller holds the lock (the clock text
+// is shared). Local time is looked up once a second.
+char *put_prefix(Sink *s, char *p, int level)
+{
+    timespec ts{};
+    clock_gettime(CLOCK_REALTIME, &ts);
+    if (ts.tv_sec != s->clock_sec) {
+        tm t{};
+        localtime_r(&ts.tv_sec, &t);
+        char *c = s->clock_text;
+        for (int part : {t.tm_hour, t.tm_min, t.tm_sec}) {
+            *c++ = static_cast<char>('0' + part / 10 % 10);
+            *c++ = static_cast<char>('0' + part % 10);
+            *c++ = ':';
+        }
+        s->clock_sec = ts.tv_sec;
+    }
+    std::memcpy(p, s->clock_text, 8);
+    p += 8;
+    *p++ = '.';
+    p = put_number(p, static_cast<unsigned long>(ts.tv_nsec / 1000), 6, '0');
+    *p++ = ' ';
+    if (t_tid == 0)
+        t_tid = syscall(SYS_gettid);
+    p = put_number(p, static_cast<unsigned long>(t_tid), 5, ' ');
+    *p++ = ' ';
+    *p++ = level_letter(level);
+    *p++ = ' ';
+    return p;
 }
 
 }  // namespace
 
-extern "C" int log_enabled(int level) { return level >= sink().threshold; }
-
 extern "C" void log_print(int level, const char *format, ...)
 {
-    Sink &s = sink();
-    if (level < s.threshold || format == nullptr)
+    Sink *s = sink();
+    if (level < s->threshold || format == nullptr)
         return;
 
-    // Build the whole line first, then write it with one locked call so that
-    // lines of different threads never interleave.
-    char line[1024];
-    timespec ts{};
-    clock_gettime(CLOCK_REALTIME, &ts);
-    tm t{};
-    localtime_r(&ts.tv_sec, &t);
-    int n = std::snprintf(line, sizeof line, "%02d:%02d:%02d.%06ld %5ld %s ", t.tm_hour, t.tm_min, t.tm_sec,
-                          ts.tv_nsec / 1000, static_cast<long>(syscall(SYS_gettid)), level_name(level));
-    if (n < 0)
-        n = 0;
+    pthread_mutex_lock(&s->lock);
+    while (kBufSize - s->used < kMaxLine)
+        drain(s);  // the flusher fell behind
+    char *line = s->fill + s->used;
+    char *body = put_prefix(s, line, level);
+    const size_t room = kMaxLine - static_cast<size_t>(body - line);
     va_list ap;
     va_start(ap, format);
-    int m = std::vsnprintf(line + n, sizeof line - n, format, ap);
+    size_t len = log_format(body, room, format, ap);
     va_end(ap);
-    size_t len = n + (m < 0 ? 0 : static_cast<size_t>(m));
-    if (len > sizeof line - 2)
-        len = sizeof line - 2;
     // Messages end in one or more line feeds; keep exactly one.
-    while (len > 0 && line[len - 1] == '\n')
+    while (len > 0 && body[len - 1] == '\n')
         --len;
-    line[len++] = '\n';
+    body[len++] = '\n';
+    const size_t before = s->used;
+    s->used += static_cast<size_t>(body - line) + len;
 
-    flockfile(s.out);
-    std::fwrite(line, 1, len, s.out);
-    std::fflush(s.out);
-    funlockfile(s.out);
+    if (s->direct || level >= ZP_LOG_ERROR) {
+        drain(s);
+    } else if (!s->flusher) {
+        // The flusher takes no signals: they stay with the process's own
+        // threads, whatever the mask of the thread that logged first.
+        sigset_t all, old;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &old);
+        pthread_t t;
+        s->flusher = pthread_create(&t, nullptr, flusher_main, s) == 0;
+        pthread_sigmask(SIG_SETMASK, &old, nullptr);
+        if (s->flusher)
+            pthread_detach(t);
+        else
+            s->direct = true, drain(s);  // no thread: write every line at once
+    } else if (before == 0 || (before < kBufSize / 2 && s->used >= kBufSize / 2)) {
+        pthread_cond_signal(&s->pending);  // a first line to time, or half full
+    }
+    pthread_mutex_unlock(&s->lock);
 }

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "zp_mem.h"
+#include "zp_mem_host.h"
 
 namespace {
 

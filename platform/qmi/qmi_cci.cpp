@@ -25,18 +25,9 @@
 #include <thread>
 
 #include "pbm_wire.h"
-#include "phonebook_manager_service_v01.h"
-#include "qmi_client.h"
-
-struct qmi_idl_service_object {
-    int32_t idl_major;
-    int32_t idl_minor;
-    int32_t tool_version;
-};
+#include "qmi_service_object.h"
 
 namespace {
-
-qmi_idl_service_object g_pbm_object{PBM_V01_IDL_MAJOR_VERS, PBM_V01_IDL_MINOR_VERS, PBM_V01_IDL_TOOL_VERS};
 
 // Marks a service entry that qmi_client_get_service_list filled.
 constexpr unsigned int SERVICE_ENTRY_MARK = 0x50424d31u;
@@ -168,29 +159,10 @@ void add_to_registry(qmi_client_struct *c)
 
 extern "C" {
 
-qmi_idl_service_object_type
-pbm_get_service_object_internal_v01(int32_t idl_maj_version, int32_t idl_min_version, int32_t library_version)
-{
-    if (idl_maj_version != g_pbm_object.idl_major || idl_min_version != g_pbm_object.idl_minor ||
-        library_version != g_pbm_object.tool_version)
-        return nullptr;
-    return &g_pbm_object;
-}
-
-int32_t qmi_idl_get_message_c_struct_len(const qmi_idl_service_object_type p_service,
-                                         qmi_idl_type_of_message_type message_type, uint16_t message_id,
-                                         uint32_t *c_struct_len)
-{
-    if (p_service != &g_pbm_object || !c_struct_len)
-        return QMI_IDL_LIB_PARAMETER_ERROR;
-    return qmi_wire::c_struct_len(message_type, message_id, c_struct_len) ? QMI_IDL_LIB_NO_ERR
-                                                                          : QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND;
-}
-
 qmi_client_error_type qmi_client_notifier_init(qmi_idl_service_object_type service_obj,
                                                qmi_client_os_params *os_params, qmi_client_type *user_handle)
 {
-    if (service_obj != &g_pbm_object || !os_params || !user_handle)
+    if (!is_pbm_object(service_obj) || !os_params || !user_handle)
         return QMI_CLIENT_PARAM_ERR;
     os_params->sig_set = 0;
     os_params->timed_out = 0;
@@ -215,7 +187,7 @@ qmi_client_error_type qmi_client_get_service_list(qmi_idl_service_object_type se
                                                   qmi_service_info *service_info_array,
                                                   unsigned int *num_entries, unsigned int *num_services)
 {
-    if (service_obj != &g_pbm_object)
+    if (!is_pbm_object(service_obj))
         return QMI_CLIENT_PARAM_ERR;
     const int fd = connect_service();
     const unsigned int up = fd >= 0 ? 1 : 0;
@@ -239,7 +211,7 @@ qmi_client_error_type qmi_client_init(qmi_service_info *service_info, qmi_idl_se
                                       qmi_client_ind_cb ind_cb, void *ind_cb_data,
                                       qmi_client_os_params * /*os_params*/, qmi_client_type *user_handle)
 {
-    if (service_obj != &g_pbm_object || !user_handle || !service_info ||
+    if (!is_pbm_object(service_obj) || !user_handle || !service_info ||
         service_info->info[0] != SERVICE_ENTRY_MARK)
         return QMI_CLIENT_PARAM_ERR;
     const int fd = connect_service();

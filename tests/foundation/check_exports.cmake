@@ -1,19 +1,39 @@
-# The shared library exports exactly the symbols named in exports.map.
-execute_process(COMMAND nm -D --defined-only "${LIB}" OUTPUT_VARIABLE _nm RESULT_VARIABLE _rc)
-if(NOT _rc EQUAL 0)
-  message(FATAL_ERROR "nm failed on ${LIB}")
-endif()
-string(REGEX MATCHALL "[0-9a-fA-F]+ [A-Za-z] [^\n]+" _rows "${_nm}")
-set(_exported "")
-foreach(_row IN LISTS _rows)
-  string(REGEX REPLACE "^[0-9a-fA-F]+ [A-Za-z] ([^@\n]+).*$" "\\1" _sym "${_row}")
-  list(APPEND _exported "${_sym}")
-endforeach()
+# The shared library exports exactly the symbols named in exports.map, and
+# the installed headers (HEADERS) declare no function or data beyond them:
+# a client that compiles against them also links.
+include(${CMAKE_CURRENT_LIST_DIR}/dynamic_symbols.cmake)
+dynamic_symbols(_rows nm "${LIB}" --defined-only)
+list(TRANSFORM _rows REPLACE "^[A-Za-z] ([^@]+).*$" "\\1" OUTPUT_VARIABLE _exported)
 
 file(READ "${MAP}" _map)
 string(REGEX REPLACE "/\\*[^*]*\\*/" "" _map "${_map}")
 string(REGEX MATCH "global:([^}]*)local:" _global "${_map}")
 string(REGEX MATCHALL "[A-Za-z_][A-Za-z0-9_]*" _wanted "${CMAKE_MATCH_1}")
+
+set(_declared "")
+foreach(_h IN LISTS HEADERS)
+  file(READ "${_h}" _text)
+  string(REGEX REPLACE "/\\*([^*]|\\*+[^*/])*\\*+/" "" _text "${_text}")
+  string(REGEX REPLACE "//[^\n]*" "" _text "${_text}")
+  string(REPLACE ";" "@" _text "${_text}")  # ";" would split CMake lists
+  # Declarations start a line: "type name(" or "extern type name@" / "[n]@".
+  string(REGEX MATCHALL "\n[A-Za-z_][A-Za-z0-9_ *]*[ *][a-z_][a-z0-9_]*\\(" _funcs "${_text}")
+  string(REGEX MATCHALL "\nextern [A-Za-z0-9_ *]*[ *][a-z_][a-z0-9_]*(\\[[^]]*\\])? *@" _data "${_text}")
+  foreach(_d IN LISTS _funcs _data)
+    if(NOT _d MATCHES "^\n(typedef|static) ")
+      string(REGEX REPLACE "^.*[ *]([a-z_][a-z0-9_]*)(\\(|\\[[^]]*\\] *@| *@)$" "\\1" _name "${_d}")
+      list(APPEND _declared "${_name}")
+    endif()
+  endforeach()
+endforeach()
+if(NOT _declared)
+  message(FATAL_ERROR "no declarations found in ${HEADERS}")
+endif()
+set(_undefined ${_declared})
+list(REMOVE_ITEM _undefined ${_exported})
+if(_undefined)
+  message(FATAL_ERROR "declared in the installed headers but not exported: ${_undefined}")
+endif()
 
 list(SORT _exported)
 list(SORT _wanted)

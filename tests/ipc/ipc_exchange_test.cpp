@@ -17,7 +17,8 @@
 #include <vector>
 
 #include "pb_msg.h"
-#include "zp_mem.h"
+#include "zp_ipc_host.h"
+#include "zp_mem_host.h"
 
 namespace {
 
@@ -199,7 +200,7 @@ protected:
         int status = -1;
         waitpid(pid_, &status, 0);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "responder failed or kept buffers";
-        EXPECT_EQ(mem_live_blocks(PB_SITE_IPC_BUFFER), 0);
+        EXPECT_EQ(mem_live_blocks(IPC_MEM_SITE_ASSIGN), 0);
     }
     pid_t pid_ = -1;
 };

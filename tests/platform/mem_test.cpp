@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "zp_mem.h"
+#include "zp_mem_host.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 
 #include "harness.h"
 #include "pbm_sim.h"
+#include "zp_ipc_host.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define PB_SANITIZED 1
@@ -283,7 +284,13 @@ TEST(HostUnderFlood, MemoryStaysBoundedAndTheServiceAnswersAfterwards)
 TEST(HostWithoutModem, StopsWhileWaitingForTheModem)
 {
     pbt::child host({PB_HOST_BIN});
+#ifdef PB_EMULATOR
+    // An emulated host needs longer to load its libraries and reach main,
+    // where it blocks the stop signals.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2000));
+#else
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
+#endif
     EXPECT_EQ(host.wait(3000, SIGTERM), 0);
 }
 

@@ -11,7 +11,8 @@
 #include "mm_pb.h"
 #include "pb_qmi.h"
 #include "pbm_sim.h"
-#include "zp_mem.h"
+#include "zp_ipc_host.h"
+#include "zp_mem_host.h"
 #include "zpt_ui_pb_func.h"
 
 namespace {

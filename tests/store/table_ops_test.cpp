@@ -6,6 +6,7 @@
 #include <memory>
 #include <random>
 
+#include "pb_tables.h"
 #include "table_rules.h"
 #include "zpt_ui_pb_func.h"
 

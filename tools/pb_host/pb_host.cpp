@@ -24,7 +24,7 @@
 
 #include "mm_pb.h"
 #include "pb_log.h"
-#include "zp_ipc.h"
+#include "zp_ipc_host.h"
 #include "zpt_ui_pb_api.h"
 
 namespace {

@@ -8,8 +8,9 @@
 // operation a request names, answers the sender, and frees the copy whatever
 // its id. All engine, file and modem work happens on that one thread, so the
 // queue is the only hand-over point and the service takes no lock of its own.
-// mm_pb_fin() wakes the thread waiting on the queue, joins it, frees copies
-// still queued and closes the modem client.
+// mm_pb_fin() wakes the thread waiting on the queue with an inner message,
+// joins it, frees the copies still queued and closes the modem client. The
+// queue itself lives as long as the process and serves a later mm_pb_init().
 #include <pthread.h>
 
 #include <atomic>
@@ -29,7 +30,13 @@ enum : zp_uint16 {
     SITE_RECEIVED = PB_SITE_SERVICE + 2,     // copy freed by the service thread
     SITE_REFUSED = PB_SITE_SERVICE + 3,      // copy the queue refused
     SITE_RESPONSE = PB_SITE_SERVICE + 4,     // response buffer
+    SITE_WAKE = PB_SITE_SERVICE + 5,         // mm_pb_fin's wake-up message
 };
+
+// Id of the inner message that mm_pb_fin queues to wake the thread; it is
+// none of the phonebook's ids, so the thread takes it as "ignored", frees it
+// and looks at the running flag again.
+constexpr zp_uint32 MSG_ID_PB_WAKE = 0;
 
 ipc_mq_cb_pt mm_pb_mq;
 ipc_addr_t mm_pb_self;  // MU_ID's own address: where forwarded indications come from
@@ -128,7 +135,7 @@ void *mm_pb_thread(void *)
 
         void *msg = nullptr;
         if (ipc_mq_recv(mm_pb_mq, &msg, -1) != IPC_OK)
-            continue;  // woken, or a failed receive: look at the flag again
+            continue;  // a failed receive: look at the flag again
 
         const auto *head = static_cast<const ipc_msg_head_t *>(msg);
         zp_uint32 type = head ? head->msg_type : static_cast<zp_uint32>(IPC_MSG_TYPE_BND);
@@ -183,6 +190,22 @@ void pb_refuse_request(const void *msg)
     }
 }
 
+// Queues an empty inner message: the receive has no time limit, so the
+// thread must be handed something to see the cleared flag. A full queue
+// needs no wake-up: the thread looks at the flag before its next receive.
+bool pb_wake_thread()
+{
+    void *wake = mem_malloc_ex(pb_tid16(), SITE_WAKE, 0, IPC_MSG_HEAD_LEN);
+    if (wake == nullptr)
+        return false;
+    ipc_msg_head_t head{IPC_INNER_MQ, MSG_ID_PB_WAKE, 0, 0};
+    std::memcpy(wake, &head, sizeof head);
+    zp_sdk_ipc_ret_value ret = ipc_mq_send(mm_pb_mq, wake, 0, 0);
+    if (ret != IPC_OK)
+        mem_free_ex(pb_tid16(), SITE_WAKE, 0, wake);
+    return ret == IPC_OK || ret == IPC_MQ_FULL;
+}
+
 }  // namespace
 
 int mm_pb_init(void)
@@ -190,8 +213,11 @@ int mm_pb_init(void)
     if (ipc_get_addr_by_id(MU_ID, 0, &mm_pb_self) != IPC_OK)
         return -1;
     (void)pb_qmi_init();
-    if (ipc_mq_create(0, &mm_pb_mq) != IPC_OK)
+    // Made once and kept: a later start finds what an earlier stop left.
+    if (mm_pb_mq == nullptr && ipc_mq_create(0, &mm_pb_mq) != IPC_OK) {
+        mm_pb_mq = nullptr;
         return -1;
+    }
     mm_pb_running_flag.store(1);
     if (pthread_create(&mm_pb_pid, nullptr, mm_pb_thread, nullptr) != 0)
         return -1;
@@ -218,7 +244,7 @@ int mm_pb_proc(void *msg)
     if (copy == nullptr)
         return 0;  // lost; the client waits until its own time limit
     std::memcpy(copy, msg, size);
-    // No queue (not started, or stopped): nobody would take the copy.
+    // No queue (never started): nobody would take the copy.
     if (mm_pb_mq == nullptr)
         mem_free_ex(pb_tid16(), SITE_REFUSED, 0, copy);
     else if (ipc_mq_send(mm_pb_mq, copy, 0, 0) != IPC_OK) {
@@ -231,18 +257,16 @@ int mm_pb_proc(void *msg)
 int mm_pb_fin(void)
 {
     mm_pb_running_flag.store(0);
-    // The receive has no time limit: wake it so the thread sees the flag
-    // without one more message arriving.
-    if (!mm_pb_started)
+    // A stop that can't wake the thread leaves it to be retried.
+    if (!mm_pb_started || !pb_wake_thread())
         return -1;
-    (void)ipc_mq_wake(mm_pb_mq);
     if (pthread_join(mm_pb_pid, nullptr) != 0)
         return -1;
     mm_pb_started = false;
-    // Requests still queued are never answered; their copies are freed
-    // with the queue.
-    (void)ipc_mq_destroy(mm_pb_mq);
-    mm_pb_mq = nullptr;
+    // Requests still queued are never answered: their copies are freed, as
+    // is the wake-up when the thread ended before taking it.
+    for (void *left = nullptr; ipc_mq_recv(mm_pb_mq, &left, 0) == IPC_OK;)
+        mem_free_ex(pb_tid16(), SITE_RECEIVED, 0, left);
     (void)pb_qmi_fin();
     return 0;
 }

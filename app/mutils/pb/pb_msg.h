@@ -60,9 +60,6 @@ enum : zp_uint16 {
     PB_SITE_CLIENT = 0x0300,  /* zpt_ui_pb_api client calls: 0x0300..0x03FF */
     PB_SITE_SERVICE = 0x0200, /* mm_pb: 0x0200..0x02FF */
     PB_SITE_QMI = 0x0400,     /* pb_qmi: 0x0400..0x04FF */
-    /* The IPC library keeps to 0x0100..0x01FF; the buffers of
-     * ipc_memory_assign count under this one, whoever frees them. */
-    PB_SITE_IPC_BUFFER = IPC_MEM_SITE_ASSIGN,
 };
 
 #endif /* PB_MSG_H */

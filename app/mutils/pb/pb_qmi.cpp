@@ -23,6 +23,7 @@
 #include "pb_book.h"
 #include "pb_log.h"
 #include "pb_msg.h"
+#include "pb_qmi_link.h"
 #include "zp_ipc.h"
 #include "zp_mem.h"
 #include "zpt_ui_conv.h"
@@ -322,9 +323,9 @@ int pb_qmi_fin(void)
     return 0;
 }
 
-int pb_qmi_lost(void) { return pb_qmi_client_lost ? 1 : 0; }
+bool pb_qmi_lost() { return pb_qmi_client_lost; }
 
-int pb_qmi_reconnect(void)
+int pb_qmi_reconnect()
 {
     if (!pb_qmi_client_lost)
         return 0;
@@ -349,7 +350,7 @@ int pb_qmi_reconnect(void)
     return 0;
 }
 
-void pb_qmi_check_read(void)
+void pb_qmi_check_read()
 {
     if (g_sim_module.pb_sim_read_flag != 2 ||
         std::chrono::steady_clock::now() - pb_read_progress < PB_QMI_READ_STALL)

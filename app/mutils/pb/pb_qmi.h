@@ -24,15 +24,6 @@ int pb_qmi_init(void);
 int wm_qmi_init_client(qmi_idl_service_object_type *service_object, qmi_client_type *service_notifier,
                        qmi_service_info *service_info);
 int pb_qmi_fin(void);
-/* Modem restarts (service thread): 1 once a request failed at the transport,
- * which also marks the SIM phonebook as not read. pb_qmi_reconnect()
- * replaces a lost client when the modem offers its service again (0), or
- * leaves it lost for the next try (-1); it never waits for the modem. */
-int pb_qmi_lost(void);
-int pb_qmi_reconnect(void);
-/* While a read runs without progress, checks that the modem is still there;
- * if not, the client is lost and the read ends as not read. */
-void pb_qmi_check_read(void);
 
 int pb_qmi_get_all(void);
 pb_return_code_enum_t pb_send_request_asyn(zp_uint32 dest_id, zp_uint32 msg_id, const void *data, size_t len);

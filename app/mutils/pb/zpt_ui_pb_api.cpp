@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "pb_log.h"
+#include "pb_tables.h"
 #include "zpt_ui_pb_api.h"
 
 pb_mem_info *g_pb_mem_sim = nullptr;

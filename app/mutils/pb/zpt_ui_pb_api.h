@@ -2,8 +2,8 @@
  * zpt_ui_pb_api.h - phonebook records and tables, the flash phonebook files,
  * import and export, and the client request API.
  *
- * Ownership: g_pb_mem_sim / g_pb_mem_flash are per-process tables made by
- * simlib_pb_init() and freed by simlib_pb_destroy(). Working copies are the
+ * Ownership: simlib_pb_init() makes a per-process table of a phonebook and
+ * simlib_pb_destroy() frees it. Working copies are the
  * caller's own pb_mem_info, zero-filled before use. simlib_pb_read_handler()
  * returns a per-process static buffer that the next read overwrites; the
  * caller never frees it. Text fields are NUL-terminated within 51 bytes.
@@ -116,10 +116,7 @@ typedef struct {
     zp_int32 pb_result; /* pb_return_code_enum_t */
 } pb_rsp_t;
 
-/* Records and tables. The two shared tables are module-internal (not
- * exported): null until simlib_pb_init() makes them. */
-extern pb_mem_info *g_pb_mem_sim;
-extern pb_mem_info *g_pb_mem_flash;
+/* Records and tables */
 int simlib_pb_init(storage_type_t storage_type);
 int simlib_pb_destroy(storage_type_t storage_type);
 int my_shm_read_lock(pthread_rwlock_t *lock);

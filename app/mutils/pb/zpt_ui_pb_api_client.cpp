@@ -13,6 +13,7 @@
 
 #include "pb_log.h"
 #include "pb_msg.h"
+#include "pb_tables.h"
 #include "zp_ipc.h"
 #include "zp_mem.h"
 #include "zpt_ui_pb_api.h"

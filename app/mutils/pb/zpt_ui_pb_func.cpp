@@ -16,6 +16,8 @@
 #include "pb_book.h"
 #include "pb_log.h"
 #include "pb_qmi.h"
+#include "pb_qmi_link.h"
+#include "pb_tables.h"
 #include "pb_work.h"
 #include "zpt_ui_pb_func.h"
 

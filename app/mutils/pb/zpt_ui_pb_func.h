@@ -34,11 +34,6 @@ extern storage_type_t g_storage_type;
 /* Table operations */
 pb_return_code_enum_t simlib_pb_add(pb_mem_info *pb_mem, pb_flash_info *info);
 int simlib_pb_getbyidx(pb_mem_info *pb_mem, unsigned int index, pb_flash_info *info, index_type_t type);
-/* module-internal */
-pb_return_code_enum_t simlib_pb_edit(pb_mem_info *pb_mem, pb_flash_info *info);
-pb_return_code_enum_t simlib_pb_del(pb_mem_info *pb_mem, pb_flash_info *info);
-int simlib_pb_searchname(pb_mem_info *pb_mem, char *name, pb_flash_info *info);
-int pb_func_get_pb_free_index(pb_mem_info *p_pb_mem, pb_flash_info *mpb);
 
 /* SIM record codec (EF ADN): the 14-byte fixed part after the alpha identifier. */
 typedef struct {

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "pb_log.h"
+#include "pb_tables.h"
 #include "zpt_ui_pb_func.h"
 
 namespace {
