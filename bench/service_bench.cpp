@@ -25,10 +25,9 @@
 #include <thread>
 #include <vector>
 
+#include "bench_system.h"
 #include "zp_ipc_host.h"
 #include "zpt_ui_pb_api.h"
-
-extern char **environ;
 
 namespace {
 
@@ -37,64 +36,9 @@ using clock_type = std::chrono::steady_clock;
 constexpr int kDeviceEntries = 999;
 constexpr int kSimEntries = 1000;
 
-pid_t spawn(std::vector<std::string> argv)
-{
-    std::vector<char *> args;
-    for (std::string &a : argv)
-        args.push_back(a.data());
-    args.push_back(nullptr);
-    pid_t pid = -1;
-    if (posix_spawn(&pid, args[0], nullptr, nullptr, args.data(), environ) != 0)
-        return -1;
-    return pid;
-}
-
-void stop(pid_t pid)
-{
-    if (pid <= 0)
-        return;
-    kill(pid, SIGTERM);
-    for (int k = 0; k < 500; ++k) {
-        if (waitpid(pid, nullptr, WNOHANG) == pid)
-            return;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-}
-
-bool wait_for(const std::string &path)
-{
-    for (int k = 0; k < 1000; ++k) {
-        if (access(path.c_str(), F_OK) == 0)
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
-}
-
-pb_flash_info make_entry(int k)
-{
-    pb_flash_info e{};
-    std::snprintf(e.name, sizeof e.name, "Contact %04d", k);
-    std::snprintf(e.num, sizeof e.num, "+49170%07d", k);
-    std::snprintf(e.email, sizeof e.email, "contact%04d@example.org", k);
-    return e;
-}
-
-// A device phonebook file of `n` entries numbered 1..n.
-void make_device_book(int n)
-{
-    std::unique_ptr<pb_mem_info> t(new pb_mem_info());
-    for (int k = 0; k < n; ++k) {
-        t->mem.pb[k] = make_entry(k);
-        t->mem.pb[k].index = static_cast<zp_uint32>(k + 1);
-        t->mem.pb[k].sim_index = 0xFFFFFFFFu;
-    }
-    t->mem.pb_count = static_cast<zp_uint32>(n);
-    simlib_clear_flash(STORAGE_TYPE_FLASH);
-    simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get());
-}
+using bench::make_device_book;
+using bench::make_entry;
+using bench::stop;
 
 // The simulator with a full 1000-record card, and the host process; the
 // SIM phonebook read once before any figure is taken.
@@ -102,25 +46,13 @@ class system_under_test {
 public:
     system_under_test()
     {
-        const char *dir_env = std::getenv("ZP_IPC_DIR");
-        const std::string dir = dir_env ? dir_env : IPC_DEFAULT_DIR;
-        mkdir(dir.c_str(), 0770);
-        const std::string card = dir + "/bench_card.txt";
-        FILE *f = std::fopen(card.c_str(), "w");
-        if (f == nullptr)
-            return;
-        std::fprintf(f, "card %d 20 20\n", kSimEntries);
-        for (int k = 1; k <= kSimEntries; ++k)
-            std::fprintf(f, "%d,+4930%06d,Card %04d\n", k, k, k);
-        std::fclose(f);
-
-        sim_ = spawn({PBM_SIMD_BIN, "--card", card});
-        if (!wait_for(dir + "/qmi_pbm"))
-            return;
-        host_ = spawn({PB_HOST_BIN});
-        ipc_addr_t mu{};
-        ipc_get_addr_by_id(MU_ID, 0, &mu);
-        if (!wait_for(mu.addr.sun_path))
+        std::string card = "card " + std::to_string(kSimEntries) + " 20 20\n";
+        for (int k = 1; k <= kSimEntries; ++k) {
+            char line[48];
+            std::snprintf(line, sizeof line, "%d,+4930%06d,Card %04d\n", k, k, k);
+            card += line;
+        }
+        if (!bench::start_modem_and_host(card, PBM_SIMD_BIN, PB_HOST_BIN, &sim_, &host_))
             return;
         simlib_pb_init(STORAGE_TYPE_SIM);
         simlib_pb_init(STORAGE_TYPE_FLASH);

@@ -1,10 +1,14 @@
 #!/usr/bin/env bash
 # The phonebook at work, end to end on this machine: the modem simulator
 # plays a SIM card, pb_host runs the phonebook service, and the command-line
-# tool pbcli lists, adds, edits, deletes, imports and exports entries.
+# tool pbcli lists, adds, edits, deletes, imports and exports entries; then
+# the web page pbweb shows the result, caught in a headless screenshot.
 #
 #   bash tools/demo.sh           from a fresh checkout: installs what the
 #                                build needs, builds the host tree, runs
+#   bash tools/demo.sh --web     the same, then leaves simulator, service
+#                                and page running until Ctrl-C
+#                                (PB_WEB_LISTEN=ADDR:PORT, default 127.0.0.1:8080)
 #   PB_DEMO_BUILD_DIR=DIR bash tools/demo.sh
 #                                uses the binaries already built in DIR
 #                                (what the test suite does)
@@ -13,6 +17,12 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 src=$PWD
+keep_web=0
+case "${1:-}" in
+    --web) keep_web=1 ;;
+    "") ;;
+    *) echo "usage: bash tools/demo.sh [--web]" >&2; exit 2 ;;
+esac
 
 if [ -n "${PB_DEMO_BUILD_DIR:-}" ]; then
     build=$(cd "$PB_DEMO_BUILD_DIR" && pwd)
@@ -20,14 +30,15 @@ else
     bash tools/setup.sh
     echo "== building the host tree (build/host)"
     cmake --preset host >/dev/null
-    cmake --build --preset host -j"$(nproc)" --target pbcli pb_host pbm_simd >/dev/null
+    cmake --build --preset host -j"$(nproc)" --target pbcli pb_host pbm_simd pbweb >/dev/null
     build=$src/build/host
 fi
 
 pbcli_bin=$build/tools/pbcli/pbcli
 host_bin=$build/tools/pb_host/pb_host
 sim_bin=$build/tools/pbm_sim/pbm_simd
-for b in "$pbcli_bin" "$host_bin" "$sim_bin"; do
+web_bin=$build/tools/pbweb/pbweb
+for b in "$pbcli_bin" "$host_bin" "$sim_bin" "$web_bin"; do
     [ -x "$b" ] || { echo "demo: $b is missing; build it first" >&2; exit 1; }
 done
 data_dir=$(sed -n 's/^MUTILS_PB_DATA_DIR:[A-Z]*=//p' "$build/CMakeCache.txt")
@@ -43,12 +54,12 @@ export ZP_IPC_DIR=$run_dir/ipc ZP_NV_DIR=$run_dir/nv
 mkdir -p "$ZP_IPC_DIR" "$ZP_NV_DIR"
 rm -f "$out"/*.log
 
-sim_pid="" host_pid=""
-# Stops the service, then the simulator: SIGTERM, five seconds to end, then
-# SIGKILL. Fails when either did not end cleanly with status 0.
+sim_pid="" host_pid="" web_pid=""
+# Stops the page, the service, then the simulator: SIGTERM, five seconds to
+# end, then SIGKILL. Fails when one did not end cleanly with status 0.
 stop() {
     local pid rc clean=0
-    for pid in $host_pid $sim_pid; do
+    for pid in $web_pid $host_pid $sim_pid; do
         kill -TERM "$pid" 2>/dev/null || true
         for _ in $(seq 50); do kill -0 "$pid" 2>/dev/null || break; sleep 0.1; done
         if kill -KILL "$pid" 2>/dev/null; then
@@ -62,7 +73,7 @@ stop() {
             clean=1
         fi
     done
-    host_pid="" sim_pid=""
+    web_pid="" host_pid="" sim_pid=""
     return $clean
 }
 cleanup() {
@@ -73,7 +84,9 @@ cleanup() {
     exit $rc
 }
 trap cleanup EXIT
-trap 'exit 130' INT TERM
+# Ctrl-C while the page is being served (--web) is the normal end.
+serving=0
+trap '[ $serving -eq 1 ] && exit 0; exit 130' INT TERM
 
 step() { printf '\n== %s\n' "$*"; }
 # Shows a command line as one would type it.
@@ -150,9 +163,44 @@ pbcli delete device 3 6
 pbcli --json list device
 pbcli_fails show device 42
 
+step "The web page (pbweb) on the same phonebooks"
+listen=127.0.0.1:0
+[ $keep_web -eq 0 ] || listen=${PB_WEB_LISTEN:-127.0.0.1:8080}
+"$web_bin" --listen "$listen" >"$run_dir/pbweb.out" 2>"$out/pbweb.log" &
+web_pid=$!
+url=""
+for _ in $(seq 100); do
+    url=$(sed -n 's/^pbweb: listening on //p' "$run_dir/pbweb.out")
+    [ -n "$url" ] && break
+    kill -0 "$web_pid" 2>/dev/null || { echo "demo: pbweb ended: $(cat "$out/pbweb.log")" >&2; exit 1; }
+    sleep 0.1
+done
+[ -n "$url" ] || { echo "demo: pbweb did not start" >&2; exit 1; }
+echo "pbweb is up at $url"
+shot=$out/pbweb.png
+rm -f "$shot"
+chromium_bin=$(command -v chromium || true)
+if [ -n "$chromium_bin" ]; then
+    # The page reads its lists after loading; give its scripts time to.
+    timeout 120 "$chromium_bin" --headless=new --no-sandbox --disable-gpu --hide-scrollbars \
+        --window-size=1280,800 --virtual-time-budget=5000 --screenshot="$shot" "$url" >/dev/null 2>&1 || true
+fi
+if [ -s "$shot" ]; then
+    echo "screenshot of the page: $shot"
+else
+    echo "no screenshot: chromium is missing or failed (bash tools/setup.sh installs it)"
+fi
+
+if [ $keep_web -eq 1 ]; then
+    step "Running: open $url in a browser; Ctrl-C stops everything"
+    serving=1
+    wait "$web_pid" || true
+    serving=0
+fi
+
 step "Stop everything"
 stop
-echo "pb_host and the simulator have ended"
+echo "pbweb, pb_host and the simulator have ended"
 
 step "Where the files are"
 cat <<EOF
@@ -160,4 +208,5 @@ cat <<EOF
   exported text files: $out/device_selection.csv, $out/sim_all.csv
   the card as changed: $out/sim_card.txt
   service log:         $out/pb_host.log
+  the web page:        $out/pbweb.png (screenshot), $out/pbweb.log
 EOF

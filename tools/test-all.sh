@@ -29,6 +29,14 @@ lib=build/armhf/app/mutils/pb/libmutils_pb.so
 readelf -h "$lib" | grep -q 'Machine: *ARM' || { echo "armhf: $lib is not an ARM library"; exit 1; }
 grep -qa '/data/pb_sim_file' "$lib" || { echo "armhf: $lib does not use /data"; exit 1; }
 echo "armhf: $lib is a 32-bit ARM library using /data"
+web=build/armhf/tools/pbweb/pbweb
+if [ -x "$web" ]; then
+    readelf -h "$web" | grep -q 'Machine: *ARM' || { echo "armhf: $web is not an ARM program"; exit 1; }
+    arm-linux-gnueabihf-strip -o build/armhf/pbweb.stripped "$web"
+    echo "armhf: pbweb is $(stat -c %s build/armhf/pbweb.stripped) bytes stripped"
+else
+    echo "armhf: pbweb left out (no libmicrohttpd-dev:armhf)"
+fi
 
 # An SDK-shaped folder made of the armhf stand-ins and the device's headers
 # (the "host" component); the module alone is built against it, must import

@@ -20,16 +20,6 @@ using Entries = std::vector<pb_flash_info>;
 // Poll interval while the SIM phonebook is being read.
 constexpr auto kPoll = std::chrono::milliseconds(200);
 
-// The entry of `v` that holds what `e` holds, whatever its index.
-const pb_flash_info *find_same(const Entries &v, const pb_flash_info &e)
-{
-    for (const auto &x : v)
-        if (x.sim_index == e.sim_index && std::strcmp(x.name, e.name) == 0 &&
-            std::strcmp(x.num, e.num) == 0 && std::strcmp(x.email, e.email) == 0)
-            return &x;
-    return nullptr;
-}
-
 class Session {
 public:
     explicit Session(const Args &a)
@@ -154,33 +144,12 @@ private:
     bool told_ = false;
 };
 
-const pb_flash_info *find(const Entries &v, int index)
-{
-    for (const auto &e : v)
-        if (static_cast<int>(e.index) == index)
-            return &e;
-    return nullptr;
-}
-
-void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v)
-{
-    std::snprintf(dst, sizeof dst, "%s", v.c_str());
-}
-
 std::string join(const std::vector<int> &v)
 {
     std::string s;
     for (int i : v)
         s += (s.empty() ? "" : ", ") + std::to_string(i);
     return s;
-}
-
-std::string json_ints(const std::vector<int> &v)
-{
-    std::string s;
-    for (int i : v)
-        s += (s.empty() ? "" : ",") + std::to_string(i);
-    return "[" + s + "]";
 }
 
 void print_entry(const Session &s, const char *verb, const pb_flash_info &e)
@@ -228,7 +197,7 @@ Exit cmd_show(Session &s)
     Entries v;
     if (int rc = s.read_all(s.args().type, &v); rc != PB_RCODE_OK)
         return s.fail(rc, "show");
-    const pb_flash_info *e = find(v, s.args().indexes[0]);
+    const pb_flash_info *e = find_entry(v, s.args().indexes[0]);
     if (!e)
         return not_found(s, s.args().indexes[0]);
     print_entry(s, nullptr, *e);
@@ -272,7 +241,7 @@ Exit cmd_edit(Session &s)
     Entries v;
     if (int rc = s.read_all(a.type, &v); rc != PB_RCODE_OK)
         return s.fail(rc, "edit");
-    const pb_flash_info *old = find(v, index);
+    const pb_flash_info *old = find_entry(v, index);
     if (!old)
         return not_found(s, index);
     pb_flash_info e = *old;
@@ -286,8 +255,8 @@ Exit cmd_edit(Session &s)
     if (int rc = s.write(SIM_PB_HANDLE_TYPE_EDIT, &e, &was); rc != PB_RCODE_OK)
         return s.fail(rc, "edit " + std::to_string(index));
     Entries after;
-    if (s.read_all(a.type, &after) == PB_RCODE_OK && find(after, static_cast<int>(e.index)))
-        e = *find(after, static_cast<int>(e.index));
+    if (s.read_all(a.type, &after) == PB_RCODE_OK && find_entry(after, static_cast<int>(e.index)))
+        e = *find_entry(after, static_cast<int>(e.index));
     print_entry(s, "Changed", e);
     return EXIT_OK;
 }
@@ -303,21 +272,21 @@ Exit cmd_delete(Session &s)
         bool seen = std::find(present.begin(), present.end(), i) != present.end() ||
                     std::find(missing.begin(), missing.end(), i) != missing.end();
         if (!seen)
-            (find(v, i) ? present : missing).push_back(i);
+            (find_entry(v, i) ? present : missing).push_back(i);
     }
     if (a.indexes.size() == 1 && !missing.empty())
         return not_found(s, missing[0]);
 
     int rc = PB_RCODE_OK;
     if (a.indexes.size() == 1) {
-        const pb_flash_info was = *find(v, present[0]);
+        const pb_flash_info was = *find_entry(v, present[0]);
         pb_flash_info e = was;
         rc = s.write(SIM_PB_HANDLE_TYPE_DEL, &e, &was);
         present[0] = static_cast<int>(e.index);
     } else if (!present.empty()) {
         Entries targets;
         for (int i : present)
-            targets.push_back(*find(v, i));
+            targets.push_back(*find_entry(v, i));
         rc = s.del_any(targets);
     }
     if (rc != PB_RCODE_OK)
@@ -329,7 +298,7 @@ Exit cmd_delete(Session &s)
     if (int r = s.read_all(a.type, &after); r != PB_RCODE_OK)
         return s.fail(r, "delete");
     for (int i : present)
-        (find(after, i) ? kept : deleted).push_back(i);
+        (find_entry(after, i) ? kept : deleted).push_back(i);
     if (!kept.empty())
         return s.fail_text(EXIT_FAILED, "the phonebook kept index " + join(kept) +
                                             " (deleted: " + (deleted.empty() ? "none" : join(deleted)) + ")");
@@ -399,7 +368,7 @@ Exit cmd_export(Session &s)
         for (const auto &e : v)
             idx.push_back(static_cast<int>(e.index));
     for (int i : idx)
-        if (!find(v, i))
+        if (!find_entry(v, i))
             missing.push_back(i);
     std::vector<zp_int32> arr(idx.begin(), idx.end());
     int rc = simlib_pb_export(a.file.c_str(), a.type, arr.data(), static_cast<int>(arr.size()));

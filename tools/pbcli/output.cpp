@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 namespace pbcli {
 
@@ -59,9 +60,33 @@ const RcodeText *find_rcode(int rc)
     return nullptr;
 }
 
-// Decodes the UTF-8 character at s[i]: its length, or 0 when the bytes there
-// are not a valid, shortest-form character.
-size_t utf8_char(const std::string &s, size_t i, char32_t *cp)
+bool is_wide(char32_t c)
+{
+    return (c >= 0x1100 && c <= 0x115F) || (c >= 0x2E80 && c <= 0xA4CF && c != 0x303F) ||
+           (c >= 0xAC00 && c <= 0xD7A3) || (c >= 0xF900 && c <= 0xFAFF) || (c >= 0xFE30 && c <= 0xFE4F) ||
+           (c >= 0xFF00 && c <= 0xFF60) || (c >= 0xFFE0 && c <= 0xFFE6) || (c >= 0x1F300 && c <= 0x1FAFF) ||
+           (c >= 0x20000 && c <= 0x3FFFD);
+}
+
+bool is_combining(char32_t c) { return (c >= 0x0300 && c <= 0x036F) || c == 0x200B || c == 0x200D; }
+
+std::string hex_byte(unsigned char c)
+{
+    char buf[8];
+    std::snprintf(buf, sizeof buf, "\\x%02X", c);
+    return buf;
+}
+
+std::string pad(const std::string &cell, size_t width, bool right)
+{
+    size_t w = display_width(cell);
+    std::string fill(width > w ? width - w : 0, ' ');
+    return right ? fill + cell : cell + fill;
+}
+
+}  // namespace
+
+size_t utf8_char(std::string_view s, size_t i, char32_t *cp)
 {
     const auto b = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
     unsigned char c = b(i);
@@ -93,32 +118,6 @@ size_t utf8_char(const std::string &s, size_t i, char32_t *cp)
     return len;
 }
 
-bool is_wide(char32_t c)
-{
-    return (c >= 0x1100 && c <= 0x115F) || (c >= 0x2E80 && c <= 0xA4CF && c != 0x303F) ||
-           (c >= 0xAC00 && c <= 0xD7A3) || (c >= 0xF900 && c <= 0xFAFF) || (c >= 0xFE30 && c <= 0xFE4F) ||
-           (c >= 0xFF00 && c <= 0xFF60) || (c >= 0xFFE0 && c <= 0xFFE6) || (c >= 0x1F300 && c <= 0x1FAFF) ||
-           (c >= 0x20000 && c <= 0x3FFFD);
-}
-
-bool is_combining(char32_t c) { return (c >= 0x0300 && c <= 0x036F) || c == 0x200B || c == 0x200D; }
-
-std::string hex_byte(unsigned char c)
-{
-    char buf[8];
-    std::snprintf(buf, sizeof buf, "\\x%02X", c);
-    return buf;
-}
-
-std::string pad(const std::string &cell, size_t width, bool right)
-{
-    size_t w = display_width(cell);
-    std::string fill(width > w ? width - w : 0, ' ');
-    return right ? fill + cell : cell + fill;
-}
-
-}  // namespace
-
 std::string rcode_message(int rc)
 {
     const RcodeText *r = find_rcode(rc);
@@ -138,53 +137,120 @@ bool rcode_busy(int rc)
 
 const char *storage_name(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "sim" : "device"; }
 
-std::string json_string(const std::string &s)
+static void append_json_string(std::string *out, std::string_view s)
 {
-    std::string out = "\"";
+    *out += '"';
     for (size_t i = 0; i < s.size();) {
+        // Printable ASCII but the quote and the backslash goes as it is, a run at a time.
+        size_t plain = i;
+        while (plain < s.size() && s[plain] >= 0x20 && s[plain] < 0x7F && s[plain] != '"' && s[plain] != '\\')
+            ++plain;
+        if (plain > i) {
+            out->append(s, i, plain - i);
+            i = plain;
+            continue;
+        }
         char32_t cp;
         size_t len = utf8_char(s, i, &cp);
         if (len == 0) {
-            out += "\\ufffd";
+            *out += "\\ufffd";
             ++i;
             continue;
         }
         if (cp == '"' || cp == '\\') {
-            out += '\\';
-            out += static_cast<char>(cp);
+            *out += '\\';
+            *out += static_cast<char>(cp);
         } else if (cp == '\n') {
-            out += "\\n";
+            *out += "\\n";
         } else if (cp == '\t') {
-            out += "\\t";
+            *out += "\\t";
         } else if (cp == '\r') {
-            out += "\\r";
+            *out += "\\r";
         } else if (cp < 0x20 || cp == 0x7F) {
             char buf[8];
             std::snprintf(buf, sizeof buf, "\\u%04x", static_cast<unsigned>(cp));
-            out += buf;
+            *out += buf;
         } else {
-            out.append(s, i, len);
+            out->append(s, i, len);
         }
         i += len;
     }
-    return out + "\"";
+    *out += '"';
+}
+
+std::string json_string(const std::string &s)
+{
+    std::string out;
+    out.reserve(s.size() + 2);
+    append_json_string(&out, s);
+    return out;
+}
+
+static void append_json_entry(std::string *out, const pb_flash_info &e)
+{
+    // A device entry holds the SIM record number 0xFFFFFFFF: shown as -1.
+    char head[64];
+    std::snprintf(head, sizeof head,
+                  "{\"index\":%u,\"sim_index\":%d,\"name\":", static_cast<unsigned>(e.index),
+                  static_cast<int>(static_cast<zp_int32>(e.sim_index)));
+    *out += head;
+    append_json_string(out, std::string_view(e.name, strnlen(e.name, sizeof e.name)));
+    *out += ",\"number\":";
+    append_json_string(out, std::string_view(e.num, strnlen(e.num, sizeof e.num)));
+    *out += ",\"email\":";
+    append_json_string(out, std::string_view(e.email, strnlen(e.email, sizeof e.email)));
+    *out += '}';
 }
 
 std::string json_entry(const pb_flash_info &e)
 {
-    // A device entry holds the SIM record number 0xFFFFFFFF: shown as -1.
-    return "{\"index\":" + std::to_string(e.index) +
-           ",\"sim_index\":" + std::to_string(static_cast<zp_int32>(e.sim_index)) +
-           ",\"name\":" + json_string(e.name) + ",\"number\":" + json_string(e.num) +
-           ",\"email\":" + json_string(e.email) + "}";
+    std::string out;
+    append_json_entry(&out, e);
+    return out;
 }
 
 std::string json_entries(const std::vector<pb_flash_info> &v)
 {
-    std::string out = "[";
-    for (size_t i = 0; i < v.size(); ++i)
-        out += (i ? "," : "") + json_entry(v[i]);
-    return out + "]";
+    std::string out;
+    out.reserve(2 + v.size() * 128);  // a typical entry's length: one allocation for a whole phonebook
+    out += '[';
+    for (size_t i = 0; i < v.size(); ++i) {
+        if (i)
+            out += ',';
+        append_json_entry(&out, v[i]);
+    }
+    out += ']';
+    return out;
+}
+
+std::string json_ints(const std::vector<int> &v)
+{
+    std::string s;
+    for (int i : v)
+        s += (s.empty() ? "" : ",") + std::to_string(i);
+    return "[" + s + "]";
+}
+
+const pb_flash_info *find_entry(const std::vector<pb_flash_info> &v, int index)
+{
+    for (const auto &e : v)
+        if (static_cast<int>(e.index) == index)
+            return &e;
+    return nullptr;
+}
+
+const pb_flash_info *find_same(const std::vector<pb_flash_info> &v, const pb_flash_info &e)
+{
+    for (const auto &x : v)
+        if (x.sim_index == e.sim_index && std::strcmp(x.name, e.name) == 0 &&
+            std::strcmp(x.num, e.num) == 0 && std::strcmp(x.email, e.email) == 0)
+            return &x;
+    return nullptr;
+}
+
+void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v)
+{
+    std::snprintf(dst, sizeof dst, "%s", v.c_str());
 }
 
 std::string display_text(const std::string &s)

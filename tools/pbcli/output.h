@@ -5,6 +5,7 @@
 
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "zpt_ui_pb_api.h"
@@ -38,11 +39,25 @@ bool rcode_busy(int rc);
 
 const char *storage_name(storage_type_t type);  // "sim" or "device"
 
+// Decodes the UTF-8 character at s[i]: its length, or 0 when the bytes there
+// are not a valid, shortest-form character.
+size_t utf8_char(std::string_view s, size_t i, char32_t *cp);
+
 // Text as a JSON string literal. Control characters are escaped; bytes that
 // are not valid UTF-8 become U+FFFD so that the output always parses.
 std::string json_string(const std::string &s);
 std::string json_entry(const pb_flash_info &e);
 std::string json_entries(const std::vector<pb_flash_info> &v);
+std::string json_ints(const std::vector<int> &v);  // [1,2,3]
+
+// The entry with this index, or null.
+const pb_flash_info *find_entry(const std::vector<pb_flash_info> &v, int index);
+// The entry that holds what `e` holds (record, name, number, e-mail),
+// whatever its index, or null: where a change by index went when the
+// phonebook was numbered anew meanwhile.
+const pb_flash_info *find_same(const std::vector<pb_flash_info> &v, const pb_flash_info &e);
+// Copies text into an entry's field, cut to the field's size.
+void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v);
 
 // Columns a UTF-8 text takes on a terminal: wide East Asian characters take
 // two, control characters are shown escaped (see display_text).

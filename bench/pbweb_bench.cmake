@@ -1,0 +1,6 @@
+# The web benchmark runs the simulator daemon, the host process and pbweb.
+add_dependencies(${_name} pb_host pbm_simd pbweb)
+target_compile_definitions(${_name} PRIVATE
+  PB_HOST_BIN="$<TARGET_FILE:pb_host>"
+  PBM_SIMD_BIN="$<TARGET_FILE:pbm_simd>"
+  PBWEB_BIN="$<TARGET_FILE:pbweb>")

@@ -1,0 +1,466 @@
+// pbweb end to end: its JSON API over real HTTP, against pb_host and the
+// modem simulator, as the page and scripts use it. Every operation, the
+// status of every kind of refusal, the check of an entry changed meanwhile,
+// and the login.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "json.h"
+#include "pbm_sim.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Headers = std::map<std::string, std::string>;
+
+const std::string kWork = TEST_WORK_DIR;
+
+struct Reply {
+    int status = 0;
+    Headers headers;  // names in lower case
+    std::string body;
+    pbweb::Json js;
+
+    // A value of the JSON answer by path: "entry.name", "entries.0.index".
+    std::string at(const std::string &path) const
+    {
+        const pbweb::Json *v = &js;
+        for (size_t from = 0; v;) {
+            const size_t dot = path.find('.', from);
+            const std::string key = path.substr(from, dot - from);
+            if (v->type == pbweb::Json::ARRAY)
+                v = std::stoul(key) < v->items.size() ? &v->items[std::stoul(key)] : nullptr;
+            else
+                v = v->get(key);
+            if (dot == std::string::npos)
+                break;
+            from = dot + 1;
+        }
+        if (!v)
+            return "<none>";
+        switch (v->type) {
+        case pbweb::Json::STRING: return v->text;
+        case pbweb::Json::NUMBER: return std::to_string(static_cast<long long>(v->number));
+        case pbweb::Json::BOOL: return v->boolean ? "true" : "false";
+        case pbweb::Json::ARRAY: return "#" + std::to_string(v->items.size());
+        default: return "null";
+        }
+    }
+};
+
+pid_t spawn(const std::vector<std::string> &argv, int *out_fd = nullptr)
+{
+    int fds[2];
+    if (out_fd && pipe(fds) != 0)
+        return -1;
+    const pid_t pid = fork();
+    if (pid == 0) {
+        if (out_fd)
+            dup2(fds[1], 1), close(fds[0]), close(fds[1]);
+        std::vector<char *> args;
+        for (const auto &a : argv)
+            args.push_back(const_cast<char *>(a.c_str()));
+        args.push_back(nullptr);
+        execv(args[0], args.data());
+        _exit(127);
+    }
+    if (out_fd)
+        close(fds[1]), *out_fd = fds[0];
+    return pid;
+}
+
+int stop(pid_t pid)
+{
+    if (pid <= 0)
+        return 0;
+    kill(pid, SIGTERM);
+    int st = 0;
+    waitpid(pid, &st, 0);
+    return st;
+}
+
+class PbwebApi : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::remove(PB_DATA_DIR "/pb_device_file");
+        pbm_sim::Card c;
+        std::string error;
+        const std::string card = kWork + "/api_card.txt";
+        std::ofstream(card) << "card 20 14 20\n1,+4930123456,Zoë Müller\n2,84957654321,Анна Каренина\n"
+                               "4,+8613800138000,王小明\n";
+        ASSERT_TRUE(pbm_sim::load_card(card, &c, &error)) << error;
+        sim_ = std::make_unique<pbm_sim::Simulator>(c);
+        ASSERT_TRUE(sim_->start());
+        host_ = spawn({PB_HOST_BIN});
+        const std::string sock = std::string(std::getenv("ZP_IPC_DIR")) + "/ipc_11";
+        for (int i = 0; i < 200 && access(sock.c_str(), F_OK) != 0; ++i)
+            std::this_thread::sleep_for(50ms);
+        ASSERT_EQ(access(sock.c_str(), F_OK), 0) << "pb_host did not come up";
+        start_web({});
+    }
+
+    void TearDown() override
+    {
+        const int web = stop(web_);
+        EXPECT_TRUE(WIFEXITED(web) && WEXITSTATUS(web) == 0) << "pbweb ended with wait status " << web;
+        stop(host_);
+        sim_->stop();
+    }
+
+    void start_web(std::vector<std::string> extra)
+    {
+        stop(web_);
+        std::vector<std::string> argv = {PBWEB_BIN, "--listen", "127.0.0.1:0"};
+        argv.insert(argv.end(), extra.begin(), extra.end());
+        int fd = -1;
+        web_ = spawn(argv, &fd);
+        std::string line;
+        char ch;
+        while (read(fd, &ch, 1) == 1 && ch != '\n')
+            line += ch;
+        close(fd);
+        const size_t colon = line.rfind(':');
+        ASSERT_NE(colon, std::string::npos) << "pbweb said: " << line;
+        port_ = std::stoi(line.substr(colon + 1));
+        origin_ = "http://127.0.0.1:" + std::to_string(port_);
+    }
+
+    // One request on its own connection. A change gets this page's Origin
+    // and a JSON type unless the headers given say otherwise.
+    Reply http(const std::string &method, const std::string &path, const std::string &body = "",
+               const Headers &extra = {})
+    {
+        Headers h = {{"Host", "127.0.0.1:" + std::to_string(port_)}, {"Connection", "close"}};
+        if (method != "GET")
+            h["Origin"] = origin_, h["Content-Type"] = "application/json";
+        if (!cookie_.empty())
+            h["Cookie"] = cookie_;
+        for (const auto &kv : extra)
+            h[kv.first] = kv.second;
+        std::string req = method + " " + path + " HTTP/1.1\r\n";
+        for (const auto &kv : h)
+            if (!kv.second.empty())
+                req += kv.first + ": " + kv.second + "\r\n";
+        if (!h.count("Content-Length"))
+            req += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+        req += "\r\n" + body;
+
+        Reply r;
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in a{};
+        a.sin_family = AF_INET;
+        a.sin_port = htons(static_cast<uint16_t>(port_));
+        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0) {
+            close(fd);
+            ADD_FAILURE() << "cannot connect to pbweb";
+            return r;
+        }
+        // The server may answer and close before taking a refused body.
+        (void)send(fd, req.data(), req.size(), MSG_NOSIGNAL);
+        std::string raw;
+        char buf[8192];
+        for (ssize_t n; (n = recv(fd, buf, sizeof buf, 0)) > 0;)
+            raw.append(buf, static_cast<size_t>(n));
+        close(fd);
+        const size_t end = raw.find("\r\n\r\n");
+        if (raw.compare(0, 9, "HTTP/1.1 ") != 0 || end == std::string::npos) {
+            ADD_FAILURE() << "not an HTTP answer: " << raw.substr(0, 200);
+            return r;
+        }
+        r.status = std::stoi(raw.substr(9, 3));
+        for (size_t at = raw.find("\r\n") + 2; at < end;) {
+            const size_t eol = raw.find("\r\n", at), colon = raw.find(':', at);
+            std::string name = raw.substr(at, colon - at);
+            for (char &c : name)
+                c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            r.headers[name] = raw.substr(colon + 2, eol - colon - 2);
+            at = eol + 2;
+        }
+        r.body = raw.substr(end + 4);
+        if (r.headers["content-type"] == "application/json") {
+            std::string err;
+            EXPECT_TRUE(pbweb::parse_json(r.body, &r.js, &err)) << err << ": " << r.body;
+            EXPECT_EQ(r.at("ok"), r.status < 300 ? "true" : "false") << r.body;
+        }
+        return r;
+    }
+
+    std::string card_name(int record)
+    {
+        auto recs = sim_->card().records;
+        auto it = recs.find(static_cast<uint16_t>(record));
+        return it == recs.end() ? "<empty>" : pbm_sim::ucs2_to_utf8(it->second.name);
+    }
+
+    // Waits until the SIM phonebook has been read.
+    Reply sim_list()
+    {
+        Reply r;
+        for (int i = 0; i < 300 && (r = http("GET", "/api/sim/entries")).status == 503; ++i)
+            std::this_thread::sleep_for(100ms);
+        return r;
+    }
+
+    std::unique_ptr<pbm_sim::Simulator> sim_;
+    pid_t host_ = -1, web_ = -1;
+    int port_ = 0;
+    std::string origin_, cookie_;
+};
+
+TEST_F(PbwebApi, SimChangesReachTheCardAndTheCardsLimitsAreReported)
+{
+    Reply list = sim_list();
+    ASSERT_EQ(list.status, 200) << list.body;
+    EXPECT_EQ(list.at("count"), "3");
+    EXPECT_EQ(list.at("total"), "20");
+    EXPECT_EQ(list.at("entries.1.name"), "Анна Каренина");
+    Reply st = http("GET", "/api/status");
+    EXPECT_EQ(st.at("sim.state"), "ready");
+    EXPECT_EQ(st.at("sim.name_max") + "/" + st.at("sim.number_max"), "14/20");
+    EXPECT_EQ(st.at("device.used") + "/" + st.at("device.total"), "0/1000");
+
+    Reply add = http("POST", "/api/sim/entries", R"({"name":"Ольга","number":"+74957654321"})");
+    ASSERT_EQ(add.status, 201) << add.body;
+    EXPECT_EQ(add.at("entry.sim_index"), "3") << "the lowest free record";
+    EXPECT_EQ(card_name(3), "Ольга");
+    const std::string idx = add.at("entry.index");
+
+    Reply edit = http("PUT", "/api/sim/entries/" + idx,
+                      R"({"name":"Ольга К.","was":{"name":"Ольга","number":"+74957654321","email":""}})");
+    ASSERT_EQ(edit.status, 200) << edit.body;
+    EXPECT_EQ(edit.at("entry.number"), "+74957654321") << "fields not given are kept";
+    EXPECT_EQ(card_name(3), "Ольга К.");
+
+    sim_->refuse_next_writes(1);
+    Reply refused = http("POST", "/api/sim/entries", R"({"name":"Nope","number":"1"})");
+    EXPECT_EQ(refused.status, 500);
+    EXPECT_EQ(refused.at("code"), "10") << refused.body;
+
+    Reply del =
+        http("POST", "/api/sim/delete", "{\"entries\":[{\"index\":" + idx + ",\"name\":\"Ольга К.\"}]}");
+    ASSERT_EQ(del.status, 200) << del.body;
+    EXPECT_EQ(card_name(3), "<empty>");
+}
+
+TEST_F(PbwebApi, DevicePhonebookEveryOperation)
+{
+    const std::string boundary = "----pbwebtest";
+    const std::string form =
+        "--" + boundary +
+        "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"../../etc/x.csv\"\r\n"
+        "Content-Type: text/csv\r\n\r\n"
+        "+491711234567,Jürgen Groß,j@example.de\n+74957654321,Ольга,\nbad line\n"
+        "+861087654321,李娜,\n\r\n--" +
+        boundary + "--\r\n";
+    Reply imp = http("POST", "/api/device/import", form,
+                     {{"Content-Type", "multipart/form-data; boundary=" + boundary}});
+    ASSERT_EQ(imp.status, 200) << imp.body;
+    EXPECT_EQ(imp.at("imported") + "/" + imp.at("count"), "3/3");
+
+    Reply add =
+        http("POST", "/api/device/entries", R"({"name":"Zoë","number":"*100#","email":"z@example.de"})");
+    ASSERT_EQ(add.status, 201) << add.body;
+    EXPECT_EQ(add.at("entry.index") + " " + add.at("entry.sim_index"), "4 -1");
+
+    Reply found = http("GET", "/api/device/entries?q=%C3%9Frg");  // "ßrg" matches no one
+    EXPECT_EQ(found.at("entries"), "#0");
+    found = http("GET", "/api/device/entries?q=j%C3%BCRGEN");  // ASCII letters in any case
+    EXPECT_EQ(found.at("entries"), "#1");
+    EXPECT_EQ(found.at("count"), "4") << "count is of the whole phonebook";
+    found = http("GET", "/api/device/entries?q=8610");
+    EXPECT_EQ(found.at("entries.0.name"), "李娜");
+
+    EXPECT_EQ(http("GET", "/api/device/entries/2").at("entry.name"), "Ольга");
+    Reply edit = http("PUT", "/api/device/entries/2", R"({"email":"olga@example.ru"})");
+    EXPECT_EQ(edit.at("entry.email"), "olga@example.ru");
+
+    Reply some = http("GET", "/api/device/export?index=3,1");
+    EXPECT_EQ(some.status, 200);
+    EXPECT_EQ(some.headers["content-disposition"], "attachment; filename=\"device-phonebook.csv\"");
+    EXPECT_EQ(some.body, "李娜,+861087654321,\nJürgen Groß,+491711234567,j@example.de\n");
+    const std::string all = http("GET", "/api/device/export").body;
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 4);
+
+    Reply del = http("POST", "/api/device/delete", R"({"entries":[{"index":1},{"index":3},{"index":1}]})");
+    EXPECT_EQ(del.at("deleted"), "#2") << del.body;
+    EXPECT_EQ(http("GET", "/api/device/entries").at("entries.0.index"), "2")
+        << "a delete keeps the other indexes";
+
+    EXPECT_EQ(http("POST", "/api/device/delete-all", R"({"confirm":"yes"})").status, 400);
+    Reply wiped = http("POST", "/api/device/delete-all", R"({"confirm":"delete all"})");
+    EXPECT_EQ(wiped.at("deleted"), "2");
+    EXPECT_EQ(http("GET", "/api/device/entries").at("count"), "0");
+}
+
+// Indexes move when entries are deleted: a change carries the entry as the
+// page showed it, and is refused when another client changed it meanwhile.
+TEST_F(PbwebApi, EntryChangedMeanwhileIsRefusedWith409)
+{
+    for (const char *name : {"Anna", "Bert", "Carl"})
+        ASSERT_EQ(http("POST", "/api/device/entries", std::string("{\"name\":\"") + name + "\"}").status,
+                  201);
+    // Another client deletes entry 1; the first still shows Bert at 2.
+    ASSERT_EQ(http("POST", "/api/device/delete", R"({"entries":[{"index":1,"name":"Anna"}]})").status, 200);
+    ASSERT_EQ(http("PUT", "/api/device/entries/2", R"({"name":"Bertram","was":{"name":"Bert"}})").status,
+              200);
+
+    const struct {
+        const char *method, *path, *body;
+        int status;
+    } cases[] = {
+        {"PUT", "/api/device/entries/2", R"({"name":"X","was":{"name":"Bert"}})", 409},
+        {"PUT", "/api/device/entries/1", R"({"name":"X","was":{"name":"Anna"}})", 409},
+        {"POST", "/api/device/delete", R"({"entries":[{"index":3,"name":"Carl"},{"index":2,"name":"Bert"}]})",
+         409},
+        {"POST", "/api/device/delete", R"({"entries":[{"index":1,"name":"Anna"}]})", 409},
+        {"POST", "/api/device/delete", R"({"entries":[{"index":1}]})", 404},
+        {"PUT", "/api/device/entries/9", R"({"name":"X"})", 404},
+        {"GET", "/api/device/entries/9", "", 404},
+    };
+    for (const auto &c : cases) {
+        Reply r = http(c.method, c.path, c.body);
+        EXPECT_EQ(r.status, c.status) << c.method << " " << c.path << " " << c.body << ": " << r.body;
+        EXPECT_NE(r.at("error"), "<none>");
+    }
+    Reply left = http("GET", "/api/device/entries");
+    EXPECT_EQ(left.at("entries.0.name") + "," + left.at("entries.1.name"), "Bertram,Carl")
+        << "nothing refused was done";
+}
+
+TEST_F(PbwebApi, RefusedRequestsGetTheirStatusAndChangeNothing)
+{
+    const std::string big_json = "{\"name\":\"" + std::string(300 * 1024, 'a') + "\"}";
+    const std::string big_form =
+        "--bnd-42\r\nContent-Disposition: form-data; name=\"file\"; filename=\"a.csv\"\r\n\r\n" +
+        std::string(1024 * 1024 + 10, 'x') + "\r\n--bnd-42--\r\n";
+    const struct {
+        const char *what, *method, *path;
+        std::string body;
+        Headers headers;
+        int status;
+    } cases[] = {
+        // clang-format off
+        {"no Origin", "POST", "/api/device/entries", R"({"name":"A"})", {{"Origin", ""}}, 403},
+        {"foreign Origin", "POST", "/api/device/entries", R"({"name":"A"})", {{"Origin", "http://evil.example"}}, 403},
+        {"foreign host name", "GET", "/api/device/entries", "", {{"Host", "evil.example:80"}}, 403},
+        {"rebound host name", "POST", "/api/device/entries", R"({"name":"A"})",
+         {{"Host", "evil.example"}, {"Origin", "http://evil.example"}}, 403},
+        {"form body", "POST", "/api/device/entries", "name=A", {{"Content-Type", "application/x-www-form-urlencoded"}}, 415},
+        {"text body", "PUT", "/api/device/entries/1", R"({"name":"A"})", {{"Content-Type", "text/plain"}}, 415},
+        {"JSON import", "POST", "/api/device/import", "{}", {}, 415},
+        {"body over the cap", "POST", "/api/device/entries", big_json, {}, 413},
+        {"import over 1 MiB", "POST", "/api/device/import", big_form, {{"Content-Type", "multipart/form-data; boundary=bnd-42"}}, 413},
+        {"length over the cap", "POST", "/api/device/entries", "{}", {{"Content-Length", "99999999"}}, 413},
+        {"not JSON", "POST", "/api/device/entries", "{\"name\":", {}, 400},
+        {"not an object", "POST", "/api/device/entries", "[1]", {}, 400},
+        {"no name", "POST", "/api/device/entries", R"({"number":"1"})", {}, 400},
+        {"name of 51 bytes", "POST", "/api/device/entries", "{\"name\":\"" + std::string(51, 'n') + "\"}", {}, 400},
+        {"line feed", "POST", "/api/device/entries", R"({"name":"A\nB"})", {}, 400},
+        {"number letters", "POST", "/api/device/entries", R"({"name":"A","number":"12a"})", {}, 400},
+        {"name not text", "POST", "/api/device/entries", R"({"name":5})", {}, 400},
+        {"delete nothing", "POST", "/api/device/delete", R"({"entries":[]})", {}, 400},
+        {"delete index 0", "POST", "/api/device/delete", R"({"entries":[{"index":0}]})", {}, 400},
+        {"delete-all unconfirmed", "POST", "/api/device/delete-all", "{}", {}, 400},
+        {"export index 0", "GET", "/api/device/export?index=1,0", "", {}, 400},
+        {"export missing", "GET", "/api/device/export?index=5", "", {}, 404},
+        {"import the SIM", "POST", "/api/sim/import", "", {}, 404},
+        {"unknown book", "GET", "/api/usb/entries", "", {}, 404},
+        {"index 1001", "GET", "/api/device/entries/1001", "", {}, 404},
+        {"wrong method", "DELETE", "/api/device/entries/1", "", {}, 405},
+        {"file path", "GET", "/../../etc/passwd", "", {}, 404},
+        {"no such page", "GET", "/index.html.bak", "", {}, 404},
+        // clang-format on
+    };
+    for (const auto &c : cases) {
+        Reply r = http(c.method, c.path, c.body, c.headers);
+        EXPECT_EQ(r.status, c.status) << c.what << ": " << r.body;
+        EXPECT_EQ(r.headers["x-frame-options"], "DENY") << c.what;
+        EXPECT_NE(r.at("code"), "<none>") << c.what << ": " << r.body;
+    }
+    EXPECT_EQ(http("GET", "/api/device/entries").at("count"), "0");
+
+    Reply page = http("GET", "/");
+    EXPECT_EQ(page.status, 200);
+    EXPECT_EQ(page.headers["content-security-policy"], "default-src 'self'");
+    EXPECT_EQ(page.headers["x-content-type-options"], "nosniff");
+    EXPECT_EQ(http("GET", "/app.js").headers["content-type"], "text/javascript; charset=utf-8");
+}
+
+TEST_F(PbwebApi, SimBeingReadAnswers503WithRetryAfter)
+{
+    stop(host_);
+    sim_->drop_next_indications(1);  // the records never arrive: the read never ends
+    host_ = spawn({PB_HOST_BIN});
+    Reply r;
+    for (int i = 0; i < 300 && (r = http("GET", "/api/sim/entries")).status == 500; ++i)
+        std::this_thread::sleep_for(50ms);  // until the new host answers
+    EXPECT_EQ(r.status, 503) << r.body;
+    EXPECT_EQ(r.headers["retry-after"], "1");
+    EXPECT_EQ(r.at("code"), "7");
+    EXPECT_EQ(http("GET", "/api/status").at("sim.state"), "reading");
+    EXPECT_EQ(http("POST", "/api/sim/entries", R"({"name":"A","number":"1"})").status, 503);
+    EXPECT_EQ(http("POST", "/api/device/entries", R"({"name":"A","number":"1"})").status, 201)
+        << "the device phonebook does not wait for the card";
+
+    stop(host_);
+    host_ = -1;
+    Reply gone = http("GET", "/api/sim/entries");
+    EXPECT_EQ(gone.status, 500);
+    EXPECT_EQ(gone.at("code"), "-1");
+    EXPECT_EQ(http("GET", "/api/status").at("sim.state"), "unavailable");
+}
+
+TEST_F(PbwebApi, PasswordGuardsEveryApiCallButTheLogin)
+{
+    const std::string pw = kWork + "/password";
+    std::ofstream(pw) << "s3cret pass\n";
+    start_web({"--password-file", pw, "--host", "Router.LAN"});
+    EXPECT_EQ(http("GET", "/api/status", "", {{"Host", "router.lan:8080"}}).status, 401) << "a name allowed";
+
+    EXPECT_EQ(http("GET", "/api/status").status, 401);
+    EXPECT_EQ(http("GET", "/").status, 200) << "the page itself shows the login";
+    EXPECT_EQ(http("POST", "/api/login", R"({"password":"s3cret"})").status, 401);
+    EXPECT_EQ(http("POST", "/api/login", R"({"password":"s3cret pass"})", {{"Origin", "http://evil.example"}})
+                  .status,
+              403);
+    Reply in = http("POST", "/api/login", R"({"password":"s3cret pass"})");
+    ASSERT_EQ(in.status, 200);
+    const std::string set = in.headers["set-cookie"];
+    EXPECT_NE(set.find("HttpOnly"), std::string::npos) << set;
+    EXPECT_NE(set.find("SameSite=Strict"), std::string::npos) << set;
+    cookie_ = set.substr(0, set.find(';'));
+    EXPECT_EQ(http("GET", "/api/device/entries").status, 200);
+    EXPECT_EQ(http("GET", "/api/status").at("login"), "true") << "the page offers to log out";
+
+    EXPECT_EQ(http("POST", "/api/logout", "{}").status, 200);
+    EXPECT_EQ(http("GET", "/api/device/entries").status, 401) << "the session ended";
+    cookie_ = "pbweb_session=00000000000000000000000000000000";
+    EXPECT_EQ(http("GET", "/api/device/entries").status, 401);
+
+    // Guessing: after five wrong passwords in a row even the right one waits.
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(http("POST", "/api/login", R"({"password":"guess"})").status, 401);
+    Reply paused = http("POST", "/api/login", R"({"password":"s3cret pass"})");
+    EXPECT_EQ(paused.status, 429);
+    EXPECT_FALSE(paused.headers["retry-after"].empty());
+}
+
+}  // namespace

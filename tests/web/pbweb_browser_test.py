@@ -1,0 +1,347 @@
+#!/usr/bin/python3
+"""The phonebook page in a real browser: headless chromium driven through
+selenium, against pbweb, pb_host and the modem simulator daemon.
+
+Walks through what a person does: waits out the SIM being read, adds a
+Cyrillic name on the SIM (with the live checks), edits and deletes it,
+imports a file into the device phonebook, deletes several entries, exports,
+sees a hostile name shown as text, meets an entry changed meanwhile (409),
+deletes a whole phonebook behind the typed confirmation, and logs in to and
+out of a pbweb with a password. Screenshots of
+each stage stay in the work folder. Exits 77 (skipped) when chromium, its
+driver or selenium are not installed.
+"""
+import argparse
+import json
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import time
+import urllib.request
+
+try:
+    from selenium import webdriver
+    from selenium.common.exceptions import NoAlertPresentException, StaleElementReferenceException
+    from selenium.webdriver.chrome.service import Service
+    from selenium.webdriver.common.by import By
+    from selenium.webdriver.common.keys import Keys
+    from selenium.webdriver.support import expected_conditions as EC
+    from selenium.webdriver.support.ui import WebDriverWait
+except ImportError:
+    print("skipped: python3-selenium is not installed")
+    sys.exit(77)
+
+CHROMIUM = shutil.which("chromium") or "/usr/bin/chromium"
+DRIVER = shutil.which("chromedriver") or "/usr/bin/chromedriver"
+WAIT = 60  # seconds for anything the page should get to; a loaded machine is slow
+
+CARD = """card 30 14 20
+1,+4930123456,Zoë Müller
+2,84957654321,Дмитрий
+4,+8613800138000,王小明
+5,112,Emergency
+"""
+IMPORT = "+491711234567,Jürgen Groß,j@example.de\n+33142868200,Renée Dubois,\n+34911234567,José Núñez,\n"
+XSS = "<img src=x onerror=alert(1)>"
+
+
+class Processes:
+    def __init__(self, args, work):
+        self.procs = []
+        self.work = work
+        self.args = args
+
+    def start(self, argv, log, stdout=None):
+        p = subprocess.Popen(argv, stdout=stdout or subprocess.DEVNULL, stderr=open(os.path.join(self.work, log), "wb"))
+        self.procs.append(p)
+        return p
+
+    def stop(self):
+        bad = []
+        for p in reversed(self.procs):
+            if p.poll() is None:
+                p.send_signal(signal.SIGTERM)
+            try:
+                rc = p.wait(timeout=20)
+            except subprocess.TimeoutExpired:
+                p.kill()
+                rc = "killed"
+            if rc != 0:
+                bad.append(f"{p.args[0]} ended with {rc}")
+        return bad
+
+
+class Page:
+    def __init__(self, driver, url, shots):
+        self.d = driver
+        self.url = url
+        self.shots = shots
+        self.n = 0
+
+    def el(self, css):
+        return self.d.find_element(By.CSS_SELECTOR, css)
+
+    def wait(self, cond, what):
+        return WebDriverWait(self.d, WAIT, poll_frequency=0.1, ignored_exceptions=(StaleElementReferenceException,)
+                             ).until(lambda d: cond(), message=what)
+
+    def shot(self, name):
+        self.n += 1
+        self.d.save_screenshot(os.path.join(self.shots, f"{self.n:02d}-{name}.png"))
+
+    def rows(self):
+        return self.d.find_elements(By.CSS_SELECTOR, "#rows tr")
+
+    def names(self):
+        # In one go: the table is redrawn whenever a list arrives.
+        return self.d.execute_script(
+            "return [...document.querySelectorAll('#rows td.c-name')].map((e) => e.textContent)")
+
+    def row_button(self, name, label):
+        for tr in self.d.find_elements(By.CSS_SELECTOR, "#rows tr"):
+            if tr.find_element(By.CSS_SELECTOR, "td.c-name").text == name:
+                return tr.find_element(By.XPATH, f".//button[text()='{label}']")
+        raise AssertionError(f"no row named {name!r} in {self.names()}")
+
+    def message(self):
+        return self.el("#message").text
+
+    def error(self):
+        return self.el("#error").text
+
+    def fill(self, css, text):
+        e = self.el(css)
+        e.send_keys(Keys.CONTROL, "a")
+        e.send_keys(Keys.DELETE)
+        e.send_keys(text)
+
+
+def http(url, method, path, body):
+    req = urllib.request.Request(url + path, method=method, data=json.dumps(body).encode(),
+                                 headers={"Content-Type": "application/json", "Origin": url})
+    with urllib.request.urlopen(req, timeout=WAIT) as r:
+        return json.load(r)
+
+
+def run(page, url, work, card_path, downloads):
+    p = page
+    # The SIM is still being read (the simulator answers slowly): the page
+    # says so, then shows the list by itself.
+    p.d.get(url)
+    p.wait(lambda: p.el("#reading").is_displayed() or p.names(), "the reading state or the list")
+    if p.el("#reading").is_displayed():
+        assert "Reading the SIM phonebook" in p.el("#reading").text
+        p.shot("sim-being-read")
+    p.wait(lambda: len(p.names()) == 4, "the SIM list")
+    assert p.names() == ["Zoë Müller", "Дмитрий", "王小明", "Emergency"], p.names()
+    p.wait(lambda: p.el("#count-sim").text == "4/30", "the SIM count")
+    p.shot("sim-list")
+
+    # Add a Cyrillic name on the SIM, with the live checks on the way.
+    p.el("#add").click()
+    p.wait(lambda: p.el("#entry-dialog").is_displayed(), "the add form")
+    p.fill("#f-name", "Ольга Петрова-Водкина")
+    assert "too long for this card" in p.el("#h-name").text, p.el("#h-name").text
+    p.fill("#f-name", "Ольга Петрова")
+    hint = p.el("#h-name").text
+    assert "UCS-2, 13 of 14" in hint and "25 bytes left of 50" in hint, hint
+    p.fill("#f-number", "+7 495")
+    assert "Only digits" in p.el("#h-number").text
+    p.fill("#f-number", "+74951112233")
+    assert "11 of 20 digits" in p.el("#h-number").text, p.el("#h-number").text
+    p.shot("add-form")
+    p.el("#entry-save").click()
+    p.wait(lambda: "Ольга Петрова" in p.names(), "the new SIM entry")
+    assert p.message().startswith("Added entry 5"), p.message()
+    p.wait(lambda: "Ольга Петрова" in open(card_path, encoding="utf-8").read(), "the card holding it")
+
+    # Edit it, then delete it with the confirmation.
+    p.row_button("Ольга Петрова", "Edit").click()
+    p.wait(lambda: p.el("#entry-dialog").is_displayed(), "the edit form")
+    p.fill("#f-name", "Ольга П.")
+    p.el("#entry-save").click()
+    p.wait(lambda: "Ольга П." in p.names(), "the edited entry")
+    p.row_button("Ольга П.", "Delete").click()
+    p.wait(lambda: p.el("#confirm-dialog").is_displayed(), "the delete question")
+    assert "Ольга П." in p.el("#confirm-text").text
+    p.el("#confirm-ok").click()
+    p.wait(lambda: "Ольга П." not in p.names() and len(p.names()) == 4, "the entry gone")
+
+    # The device phonebook: import a file and see the result.
+    p.el("#tab-device").click()
+    p.wait(lambda: p.el("#import").is_displayed(), "the device tab")
+    src = os.path.join(work, "contacts.csv")
+    with open(src, "w", encoding="utf-8") as f:
+        f.write(IMPORT)
+    p.el("#import-file").send_keys(src)
+    p.el("#import button[type=submit]").click()
+    p.wait(lambda: len(p.names()) == 3, "the imported entries")
+    assert p.message().startswith("Imported 3 entries from contacts.csv"), p.message()
+
+    # A hostile name is shown as text, nothing runs and nothing loads.
+    p.el("#add").click()
+    p.fill("#f-name", XSS)
+    p.el("#entry-save").click()
+    p.wait(lambda: XSS in p.names(), "the hostile name as text")
+    assert not p.d.find_elements(By.CSS_SELECTOR, "#rows img")
+    try:
+        p.d.switch_to.alert
+        raise AssertionError("the name ran as script")
+    except NoAlertPresentException:
+        pass
+    p.shot("device-list")
+
+    # Export all as a download.
+    p.el("#export-all").click()
+    target = os.path.join(downloads, "device-phonebook.csv")
+    p.wait(lambda: os.path.exists(target) and open(target, encoding="utf-8").read().count("\n") == 4, "the export")
+    assert "Jürgen Groß,+491711234567,j@example.de\n" in open(target, encoding="utf-8").read()
+
+    # Several at once: select two and delete them.
+    for name in ("Renée Dubois", "José Núñez"):
+        box = p.row_button(name, "Edit").find_element(By.XPATH, "../../td[1]/input")
+        box.click()
+    assert p.el("#delete-selected").text == "Delete selected (2)"
+    p.el("#delete-selected").click()
+    p.wait(lambda: p.el("#confirm-dialog").is_displayed(), "the delete question")
+    p.el("#confirm-ok").click()
+    p.wait(lambda: p.names() == ["Jürgen Groß", XSS], "two entries gone")
+
+    # Another client changes the entry while its form is open: 409, the page
+    # says so and shows the list as it is now.
+    p.row_button("Jürgen Groß", "Edit").click()
+    p.wait(lambda: p.el("#entry-dialog").is_displayed(), "the edit form")
+    http(url, "PUT", "/api/device/entries/1", {"name": "Jürgen G."})
+    p.fill("#f-name", "Jürgen Groß-Meier")
+    p.el("#entry-save").click()
+    p.wait(lambda: "changed meanwhile" in p.error(), "the 409 message")
+    assert p.error().startswith("The entry at index 1 of the device phonebook changed meanwhile"), p.error()
+    p.wait(lambda: "Jürgen G." in p.names(), "the list read again")
+    assert not p.el("#entry-dialog").is_displayed()
+    p.shot("changed-meanwhile")
+
+    # Delete all only after typing the confirmation.
+    p.el("#delete-all").click()
+    p.wait(lambda: p.el("#confirm-input").is_displayed(), "the typed confirmation")
+    assert not p.el("#confirm-ok").is_enabled()
+    p.el("#confirm-input").send_keys("delete all")
+    assert p.el("#confirm-ok").is_enabled()
+    p.el("#confirm-ok").click()
+    p.wait(lambda: p.el("#empty").is_displayed(), "the empty phonebook")
+    assert p.message() == "Deleted all 2 entries of the device phonebook.", p.message()
+
+    # Keyboard alone: arrow keys switch tabs.
+    p.el("#tab-device").send_keys(Keys.ARROW_LEFT)
+    p.wait(lambda: p.el("#tab-sim").get_attribute("aria-selected") == "true" and len(p.names()) == 4,
+           "the SIM tab by keyboard")
+
+    # A phone's screen.
+    p.d.set_window_size(390, 844)
+    p.shot("phone")
+    p.d.set_window_size(1280, 900)
+
+
+def run_login(page, url):
+    """The same page behind a password: the login form, a wrong and a right
+    password, the session cookie at work, and the logout."""
+    p = page
+    p.d.get(url)
+    p.wait(lambda: p.el("#login").is_displayed(), "the login form")
+    p.el("#password").send_keys("wrong", Keys.ENTER)
+    p.wait(lambda: p.el("#login-error").text == "Wrong password", "the refusal")
+    p.fill("#password", "open sesame")
+    p.el("#password").send_keys(Keys.ENTER)
+    p.wait(lambda: len(p.names()) == 4 and p.el("#logout").is_displayed(), "the list after the login")
+    assert p.d.execute_script("return document.cookie") == "", "the session cookie is HttpOnly"
+    p.d.refresh()
+    p.wait(lambda: len(p.names()) == 4 and p.el("#logout").is_displayed(), "the session kept over a reload")
+    p.el("#logout").click()
+    p.wait(lambda: p.el("#login").is_displayed(), "the login form after logging out")
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    for opt in ("--pbweb", "--pb-host", "--pbm-simd", "--work"):
+        ap.add_argument(opt, required=True)
+    args = ap.parse_args()
+    if not (os.access(CHROMIUM, os.X_OK) and os.access(DRIVER, os.X_OK)):
+        print("skipped: chromium or chromedriver is not installed")
+        return 77
+
+    work = args.work
+    shutil.rmtree(work, ignore_errors=True)
+    downloads = os.path.join(work, "downloads")
+    os.makedirs(downloads)
+    ipc = os.environ["ZP_IPC_DIR"]
+    shutil.rmtree(ipc, ignore_errors=True)
+    os.makedirs(ipc)
+    os.makedirs(os.environ["ZP_NV_DIR"], exist_ok=True)
+    os.environ.pop("ZP_QMI_SOCKET", None)
+    data = os.environ.get("PB_DATA_DIR")
+    if data:
+        for f in ("pb_device_file", "pb_device_file_tmp"):
+            if os.path.exists(os.path.join(data, f)):
+                os.remove(os.path.join(data, f))
+    card = os.path.join(work, "card.txt")
+    with open(card, "w", encoding="utf-8") as f:
+        f.write(CARD)
+
+    procs = Processes(args, work)
+    driver = None
+    failed = None
+    try:
+        procs.start([args.pbm_simd, "--card", card, "--reply-delay", "700"], "pbm_simd.log")
+        procs.start([args.pb_host], "pb_host.log")
+        sock = os.path.join(ipc, "ipc_11")
+        deadline = time.time() + WAIT
+        while not os.path.exists(sock):
+            if time.time() > deadline:
+                raise AssertionError("pb_host did not come up")
+            time.sleep(0.05)
+        web = procs.start([args.pbweb, "--listen", "127.0.0.1:0"], "pbweb.log", stdout=subprocess.PIPE)
+        line = web.stdout.readline().decode()
+        url = line.strip().rsplit(" ", 1)[-1].rstrip("/")
+        assert url.startswith("http://127.0.0.1:"), line
+
+        opts = webdriver.ChromeOptions()
+        opts.binary_location = CHROMIUM
+        for a in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
+                  "--window-size=1280,900", "--lang=en"):
+            opts.add_argument(a)
+        opts.add_experimental_option("prefs", {"download.default_directory": downloads,
+                                               "download.prompt_for_download": False})
+        driver = webdriver.Chrome(service=Service(DRIVER), options=opts)
+        driver.execute_cdp_cmd("Page.setDownloadBehavior", {"behavior": "allow", "downloadPath": downloads})
+        run(Page(driver, url, work), url, work, card, downloads)
+
+        pw = os.path.join(work, "password")
+        with open(pw, "w") as f:
+            f.write("open sesame\n")
+        guarded = procs.start([args.pbweb, "--listen", "127.0.0.1:0", "--password-file", pw], "pbweb-login.log",
+                              stdout=subprocess.PIPE)
+        run_login(Page(driver, url, work), guarded.stdout.readline().decode().strip().rsplit(" ", 1)[-1])
+        # Answers such as 503 and 409 are logged as failed loads; script errors are not.
+        logs = [e for e in driver.get_log("browser") if e["level"] == "SEVERE" and e["source"] != "network"]
+        assert not logs, f"browser console errors: {logs}"
+    except Exception as e:  # report, keep a screenshot, stop everything
+        failed = e
+        if driver:
+            driver.save_screenshot(os.path.join(work, "failure.png"))
+    finally:
+        if driver:
+            driver.quit()
+        bad = procs.stop()
+    if failed:
+        print(f"FAILED: {type(failed).__name__}: {failed}\nscreenshots and logs in {work}")
+        return 1
+    if bad:
+        print("FAILED: " + "; ".join(bad))
+        return 1
+    print(f"passed; screenshots in {work}")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,362 @@
+#include "api.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "output.h"
+
+namespace pbweb {
+
+namespace {
+
+using pbcli::find_entry;
+using pbcli::json_entries;
+using pbcli::json_entry;
+using pbcli::json_ints;
+using pbcli::json_string;
+using pbcli::rcode_message;
+using pbcli::set_field;
+
+// Results of pbweb's own checks, next to the phonebook's result codes.
+constexpr int kChanged = 1000;  // the entry is not as the page showed it
+constexpr int kMissing = 1001;  // no entry at the index
+
+const char *book(storage_type_t type) { return pbcli::storage_name(type); }
+
+std::string book_title(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "SIM" : "device"; }
+
+Response ok(const std::string &body, int status = 200)
+{
+    Response r;
+    r.status = status;
+    r.body.reserve(body.size() + 12);
+    r.body += "{\"ok\":true,";
+    r.body += body;
+    r.body += '}';
+    return r;
+}
+
+Response bad_input(const std::string &message) { return error_response(400, PB_RCODE_ARGSERR, message); }
+
+Response failure(int rc, const std::string &context, storage_type_t type, int index = 0)
+{
+    if (rc == kChanged)
+        return error_response(409, PB_RCODE_INVALID_ERR,
+                              "the entry at index " + std::to_string(index) + " of the " + book_title(type) +
+                                  " phonebook changed meanwhile; the list has been read again");
+    if (rc == kMissing)
+        return error_response(404, PB_RCODE_INVALID_ERR,
+                              "no entry at index " + std::to_string(index) + " in the " + book_title(type) +
+                                  " phonebook");
+    return error_response(http_status(rc), rc, context + ": " + rcode_message(rc));
+}
+
+bool body_object(const std::string &body, Json *out, std::string *error)
+{
+    if (!parse_json(body, out, error))
+        return *error = "the body is not JSON: " + *error, false;
+    if (out->type != Json::OBJECT)
+        return *error = "the body must be a JSON object", false;
+    return true;
+}
+
+int sim_total(const Phonebook &pb)
+{
+    const int n = pb.sim_limits().records;
+    return n > 0 ? std::min(n, PB_MAX_ENTRIES) : 0;
+}
+
+std::string total_of(const Phonebook &pb, storage_type_t type)
+{
+    const int n = type == STORAGE_TYPE_SIM ? sim_total(pb) : PB_MAX_ENTRIES;
+    return n > 0 ? std::to_string(n) : "null";
+}
+
+Response status(Phonebook &pb, bool login)
+{
+    Entries sim, dev;
+    const int src = pb.read(STORAGE_TYPE_SIM, &sim);
+    const int drc = pb.read(STORAGE_TYPE_FLASH, &dev);
+    const SimLimits lim = pb.sim_limits();
+    const bool busy = pbcli::rcode_busy(src);
+    std::string s = "\"sim\":{\"state\":\"";
+    s += src == PB_RCODE_OK ? "ready" : busy ? "reading" : "unavailable";
+    s += "\",\"used\":" + (src == PB_RCODE_OK ? std::to_string(sim.size()) : "null");
+    s += ",\"total\":" + total_of(pb, STORAGE_TYPE_SIM);
+    s += ",\"name_max\":" + (lim.name_chars > 0 ? std::to_string(lim.name_chars) : "null");
+    s += ",\"number_max\":" + (lim.number_digits > 0 ? std::to_string(lim.number_digits) : "null");
+    if (src != PB_RCODE_OK)
+        s += ",\"code\":" + std::to_string(src) + ",\"error\":" + json_string(rcode_message(src));
+    s += "},\"device\":{\"state\":\"" + std::string(drc == PB_RCODE_OK ? "ready" : "unavailable") + "\"";
+    s += ",\"used\":" + (drc == PB_RCODE_OK ? std::to_string(dev.size()) : "null");
+    s += ",\"total\":" + std::to_string(PB_MAX_ENTRIES);
+    if (drc != PB_RCODE_OK)
+        s += ",\"code\":" + std::to_string(drc) + ",\"error\":" + json_string(rcode_message(drc));
+    return ok(s + "},\"login\":" + (login ? "true" : "false"));
+}
+
+Response list(Phonebook &pb, const ApiRequest &req)
+{
+    const storage_type_t type = req.route.type;
+    Entries v;
+    if (int rc = pb.read(type, &v); rc != PB_RCODE_OK)
+        return failure(rc, "list", type);
+    const size_t count = v.size();
+    if (!req.search.empty())
+        v.erase(std::remove_if(v.begin(), v.end(),
+                               [&](const pb_flash_info &e) { return !entry_matches_search(e, req.search); }),
+                v.end());
+    std::string body = "\"phonebook\":\"" + std::string(book(type)) +
+                       "\",\"count\":" + std::to_string(count) + ",\"total\":" + total_of(pb, type) +
+                       ",\"entries\":";
+    body += json_entries(v);
+    return ok(body);
+}
+
+Response entry_answer(storage_type_t type, const pb_flash_info &e, int status = 200)
+{
+    return ok("\"phonebook\":\"" + std::string(book(type)) + "\",\"entry\":" + json_entry(e), status);
+}
+
+Response show(Phonebook &pb, const ApiRequest &req)
+{
+    Entries v;
+    if (int rc = pb.read(req.route.type, &v); rc != PB_RCODE_OK)
+        return failure(rc, "show", req.route.type);
+    const pb_flash_info *e = find_entry(v, req.route.index);
+    return e ? entry_answer(req.route.type, *e) : failure(kMissing, "", req.route.type, req.route.index);
+}
+
+Response add(Phonebook &pb, const ApiRequest &req)
+{
+    const storage_type_t type = req.route.type;
+    Json body;
+    EntryFields f;
+    std::string err;
+    if (!body_object(req.body, &body, &err) || !read_entry_fields(body, &f, &err))
+        return bad_input(err);
+    if (!f.name || f.name->empty())
+        return bad_input("an entry needs a name");
+    pb_flash_info e;
+    std::memset(&e, 0, sizeof e);
+    set_field(e.name, *f.name);
+    set_field(e.num, f.number.value_or(""));
+    set_field(e.email, f.email.value_or(""));
+    const int rc = pb.checked(
+        type, [](const Entries &) { return static_cast<int>(PB_RCODE_OK); },
+        [&] { return pb.write_locked(type, SIM_PB_HANDLE_TYPE_ADD, &e); });
+    if (rc != PB_RCODE_OK)
+        return failure(rc, "add", type);
+    // The service answers with the SIM record only; the new entry is the
+    // last one that matches what was added.
+    Entries after;
+    pb.read(type, &after);
+    for (auto it = after.rbegin(); it != after.rend(); ++it)
+        if (std::strcmp(it->name, e.name) == 0 && std::strcmp(it->num, e.num) == 0 &&
+            std::strcmp(it->email, e.email) == 0 &&
+            (type != STORAGE_TYPE_SIM || it->sim_index == e.sim_index)) {
+            e = *it;
+            break;
+        }
+    return entry_answer(type, e, 201);
+}
+
+Response edit(Phonebook &pb, const ApiRequest &req)
+{
+    const storage_type_t type = req.route.type;
+    const int index = req.route.index;
+    Json body;
+    EntryFields f, was;
+    std::string err;
+    if (!body_object(req.body, &body, &err) || !read_entry_fields(body, &f, &err))
+        return bad_input(err);
+    if (const Json *w = body.get("was"); w && !read_entry_fields(*w, &was, &err))
+        return bad_input("was: " + err);
+    if (f.name && f.name->empty())
+        return bad_input("an entry needs a name");
+    pb_flash_info e;
+    const int rc = pb.checked(
+        type,
+        [&](const Entries &now) {
+            const pb_flash_info *old = find_entry(now, index);
+            if (!old)
+                return was.name || was.number || was.email ? kChanged : kMissing;
+            if (!entry_matches(*old, was))
+                return kChanged;
+            e = *old;
+            return static_cast<int>(PB_RCODE_OK);
+        },
+        [&] {
+            if (f.name)
+                set_field(e.name, *f.name);
+            if (f.number)
+                set_field(e.num, *f.number);
+            if (f.email)
+                set_field(e.email, *f.email);
+            return pb.write_locked(type, SIM_PB_HANDLE_TYPE_EDIT, &e);
+        });
+    if (rc != PB_RCODE_OK)
+        return failure(rc, "edit " + std::to_string(index), type, index);
+    Entries after;
+    if (pb.read(type, &after) == PB_RCODE_OK && find_entry(after, index))
+        e = *find_entry(after, index);
+    return entry_answer(type, e);
+}
+
+Response remove(Phonebook &pb, const ApiRequest &req)
+{
+    const storage_type_t type = req.route.type;
+    Json body;
+    std::string err;
+    if (!body_object(req.body, &body, &err))
+        return bad_input(err);
+    const Json *list = body.get("entries");
+    if (!list || list->type != Json::ARRAY || list->items.empty())
+        return bad_input("\"entries\" must list the entries to delete, each with its \"index\"");
+    if (list->items.size() > PB_MAX_ENTRIES)
+        return bad_input("more than 1000 entries");
+    std::vector<ShownEntry> shown(list->items.size());
+    std::vector<int> indexes;
+    for (size_t k = 0; k < shown.size(); ++k) {
+        if (!read_shown_entry(list->items[k], &shown[k], &err))
+            return bad_input("entries[" + std::to_string(k) + "]: " + err);
+        if (std::find(indexes.begin(), indexes.end(), shown[k].index) == indexes.end())
+            indexes.push_back(shown[k].index);
+    }
+    int bad_index = 0;
+    pb_flash_info one;  // the entry itself, for a delete of one
+    const int rc = pb.checked(
+        type,
+        [&](const Entries &now) {
+            for (const ShownEntry &s : shown) {
+                const pb_flash_info *e = find_entry(now, s.index);
+                const bool told = s.fields.name || s.fields.number || s.fields.email;
+                if (!e || !entry_matches(*e, s.fields)) {
+                    bad_index = s.index;
+                    return e || told ? kChanged : kMissing;
+                }
+                one = *e;
+            }
+            return static_cast<int>(PB_RCODE_OK);
+        },
+        [&] {
+            if (indexes.size() > 1)
+                return pb.del_any_locked(type, indexes);
+            return pb.write_locked(type, SIM_PB_HANDLE_TYPE_DEL, &one);
+        });
+    if (rc != PB_RCODE_OK)
+        return failure(rc, "delete", type, bad_index);
+    // Several at once: the service skips what it cannot delete, so look.
+    Entries after;
+    if (int r = pb.read(type, &after); r != PB_RCODE_OK)
+        return failure(r, "delete", type);
+    std::vector<int> kept;
+    for (int i : indexes)
+        if (find_entry(after, i))
+            kept.push_back(i);
+    if (!kept.empty())
+        return error_response(500, PB_RCODE_ERROR, "delete: the phonebook kept index " + json_ints(kept));
+    return ok("\"phonebook\":\"" + std::string(book(type)) + "\",\"deleted\":" + json_ints(indexes));
+}
+
+Response remove_all(Phonebook &pb, const ApiRequest &req)
+{
+    const storage_type_t type = req.route.type;
+    Json body;
+    std::string err;
+    if (!body_object(req.body, &body, &err))
+        return bad_input(err);
+    const Json *confirm = body.get("confirm");
+    if (!confirm || confirm->type != Json::STRING || confirm->text != "delete all")
+        return bad_input("deleting a whole phonebook needs \"confirm\": \"delete all\"");
+    size_t count = 0;
+    const int rc = pb.checked(
+        type, [&](const Entries &now) { return count = now.size(), static_cast<int>(PB_RCODE_OK); },
+        [&] {
+            pb_flash_info e;
+            std::memset(&e, 0, sizeof e);
+            return pb.write_locked(type, SIM_PB_HANDLE_TYPE_DEL_ALL, &e);
+        });
+    if (rc != PB_RCODE_OK)
+        return failure(rc, "delete all", type);
+    return ok("\"phonebook\":\"" + std::string(book(type)) + "\",\"deleted\":" + std::to_string(count));
+}
+
+Response import(Phonebook &pb, const ApiRequest &req)
+{
+    long added = 0;
+    size_t count = 0;
+    if (int rc = pb.import(req.body, &added, &count); rc != PB_RCODE_OK)
+        return failure(rc, "import", STORAGE_TYPE_FLASH);
+    return ok("\"phonebook\":\"device\",\"imported\":" + std::to_string(added) +
+              ",\"count\":" + std::to_string(count));
+}
+
+Response export_file(Phonebook &pb, const ApiRequest &req)
+{
+    const storage_type_t type = req.route.type;
+    std::vector<int> indexes;
+    std::string err;
+    if (req.has_index_list && !parse_index_list(req.index_list, &indexes, &err))
+        return bad_input("index: " + err);
+    if (!indexes.empty()) {
+        Entries now;
+        if (int rc = pb.read(type, &now); rc != PB_RCODE_OK)
+            return failure(rc, "export", type);
+        for (int i : indexes)
+            if (!find_entry(now, i))
+                return failure(kMissing, "", type, i);
+    }
+    Response r;
+    if (int rc = pb.export_text(type, indexes, &r.body); rc != PB_RCODE_OK)
+        return failure(rc, "export", type);
+    r.content_type = "text/csv; charset=utf-8";
+    r.headers.emplace_back("Content-Disposition",
+                           "attachment; filename=\"" + std::string(book(type)) + "-phonebook.csv\"");
+    return r;
+}
+
+}  // namespace
+
+Response error_response(int status, int code, const std::string &message)
+{
+    Response r;
+    r.status = status;
+    r.body = "{\"ok\":false,\"code\":" + std::to_string(code) + ",\"error\":" + json_string(message) + "}";
+    if (status == 503)
+        r.headers.emplace_back("Retry-After", "1");
+    return r;
+}
+
+int http_status(int rc)
+{
+    switch (rc) {
+    case PB_RCODE_OK: return 200;
+    case PB_RCODE_ARGSERR:
+    case PB_RCODE_UTF_ERR:
+    case PB_RCODE_BCD_ERR:
+    case PB_RCODE_DUPLICATE_ERR: return 400;
+    case PB_RCODE_INVALID_ERR: return 404;
+    case PB_RCODE_NOTFREE_ERR: return 507;
+    default: return pbcli::rcode_busy(rc) ? 503 : 500;
+    }
+}
+
+Response handle_api(Phonebook &pb, const ApiRequest &req)
+{
+    switch (req.route.op) {
+    case Op::STATUS: return status(pb, req.login);
+    case Op::LIST: return list(pb, req);
+    case Op::SHOW: return show(pb, req);
+    case Op::ADD: return add(pb, req);
+    case Op::EDIT: return edit(pb, req);
+    case Op::DELETE: return remove(pb, req);
+    case Op::DELETE_ALL: return remove_all(pb, req);
+    case Op::IMPORT: return import(pb, req);
+    case Op::EXPORT: return export_file(pb, req);
+    case Op::BAD_METHOD: return error_response(405, PB_RCODE_ARGSERR, "method not allowed here");
+    default: return error_response(404, PB_RCODE_ARGSERR, "no such API path");
+    }
+}
+
+}  // namespace pbweb

@@ -1,0 +1,478 @@
+// The phonebook page: tabs for the SIM and device phonebooks, a table with
+// search, and forms for every change, all through pbweb's JSON API. Names
+// and numbers are always put on the page as text (textContent), never as HTML.
+'use strict';
+
+const TEXT_MAX = 50; // bytes of a name, number or e-mail
+const NUMBER_RE = /^\+?[0-9*#PWT]*$/;
+// GSM 7-bit default alphabet and its extension table (one more septet each).
+const GSM_BASIC = '@£$¥èéùìòÇ\nØø\rÅåΔ_ΦΓΛΩΠΨΣΘΞ\x1bÆæßÉ !"#¤%&\'()*+,-./0123456789:;<=>?' +
+  '¡ABCDEFGHIJKLMNOPQRSTUVWXYZÄÖÑÜ§¿abcdefghijklmnopqrstuvwxyzäöñüà';
+const GSM_EXT = '^{}\\[~]|€\f';
+
+const state = {
+  book: 'sim',
+  entries: [],          // as last listed (what the page shows)
+  listed: null,         // the last list answer
+  selected: new Set(),  // indexes
+  status: null,
+  editing: null,        // the entry as shown when its form was opened
+  retry: null,          // timer while the SIM is being read
+};
+
+const $ = (id) => document.getElementById(id);
+const bytes = (s) => new TextEncoder().encode(s).length;
+
+class ApiError extends Error {
+  constructor(status, body) {
+    super(body && body.error ? body.error : 'pbweb answered with HTTP status ' + status);
+    this.status = status;
+    this.retryAfter = 1;
+  }
+}
+
+async function api(method, path, body) {
+  const init = { method, headers: {}, credentials: 'same-origin' };
+  if (body instanceof FormData) {
+    init.body = body;
+  } else if (body !== undefined) {
+    init.headers['Content-Type'] = 'application/json';
+    init.body = JSON.stringify(body);
+  }
+  let res;
+  try {
+    res = await fetch(path, init);
+  } catch (e) {
+    throw new ApiError(0, { error: 'the router could not be reached; check the connection and try again' });
+  }
+  const type = res.headers.get('Content-Type') || '';
+  if (!type.startsWith('application/json')) {
+    if (res.ok) return res;
+    throw new ApiError(res.status, null);
+  }
+  const data = await res.json();
+  if (!res.ok) {
+    const err = new ApiError(res.status, data);
+    err.retryAfter = Number(res.headers.get('Retry-After')) || 1;
+    throw err;
+  }
+  return data;
+}
+
+// pbweb's messages read as parts of a sentence ("list: ..."); shown alone they
+// start with a capital.
+const sentence = (text) => text.charAt(0).toUpperCase() + text.slice(1);
+
+function say(text) { $('message').textContent = text; $('error').textContent = ''; }
+function fail(err) {
+  $('message').textContent = '';
+  $('error').textContent = sentence(err.message);
+}
+
+// ---- status, tabs and the list ----
+
+function showCounts(st) {
+  const fmt = (b) => b.used === null ? '' : b.total ? `${b.used}/${b.total}` : `${b.used}`;
+  $('count-sim').textContent = st.sim.state === 'reading' ? '(reading)' : fmt(st.sim);
+  $('count-device').textContent = fmt(st.device);
+}
+
+async function refreshStatus() {
+  try {
+    state.status = await api('GET', '/api/status');
+    showCounts(state.status);
+    $('logout').hidden = !state.status.login;
+  } catch (e) {
+    if (e.status === 401) return showLogin();
+  }
+}
+
+function selectTab(book, focus) {
+  state.book = book;
+  for (const tab of document.querySelectorAll('[role=tab]')) {
+    const on = tab.dataset.book === book;
+    tab.setAttribute('aria-selected', on);
+    tab.tabIndex = on ? 0 : -1;
+    if (on) {
+      $('panel').setAttribute('aria-labelledby', tab.id);
+      if (focus) tab.focus();
+    }
+  }
+  $('import').hidden = book !== 'device';
+  $('table').classList.toggle('hide-sim', book !== 'sim');
+  $('search').value = '';
+  state.selected.clear();
+  say('');
+  load();
+}
+
+function showReading(on) {
+  $('reading').hidden = !on;
+  $('book').hidden = on;
+}
+
+async function load() {
+  clearTimeout(state.retry);
+  const book = state.book;
+  const q = $('search').value;
+  try {
+    const data = await api('GET', `/api/${book}/entries` + (q ? '?q=' + encodeURIComponent(q) : ''));
+    if (book !== state.book) return;
+    showReading(false);
+    state.entries = data.entries;
+    render(data);
+    refreshStatus();
+  } catch (e) {
+    if (book !== state.book) return;
+    if (e.status === 401) return showLogin();
+    if (e.status === 503) {
+      showReading(true);
+      $('count-sim').textContent = '(reading)';
+      state.retry = setTimeout(load, e.retryAfter * 1000);
+      return;
+    }
+    showReading(false);
+    state.entries = [];
+    render({ count: 0, total: null, entries: [] });
+    fail(e);
+  }
+}
+
+function cell(text, label, cls) {
+  const td = document.createElement('td');
+  td.textContent = text;
+  td.dataset.label = label;
+  td.className = cls;
+  return td;
+}
+
+function button(text, label, onClick, cls) {
+  const b = document.createElement('button');
+  b.type = 'button';
+  b.textContent = text;
+  b.setAttribute('aria-label', label);
+  if (cls) b.className = cls;
+  b.addEventListener('click', onClick);
+  return b;
+}
+
+function render(data) {
+  state.listed = data;
+  const rows = $('rows');
+  rows.replaceChildren();
+  const sim = state.book === 'sim';
+  for (const e of data.entries) {
+    const tr = document.createElement('tr');
+    tr.dataset.index = e.index;
+    const pick = document.createElement('td');
+    pick.className = 'pick';
+    const box = document.createElement('input');
+    box.type = 'checkbox';
+    box.checked = state.selected.has(e.index);
+    box.setAttribute('aria-label', `Select entry ${e.index}`);
+    box.addEventListener('change', () => {
+      box.checked ? state.selected.add(e.index) : state.selected.delete(e.index);
+      updateSelection();
+    });
+    pick.append(box);
+    tr.append(pick, cell(e.index, 'Index', 'c-index'), cell(sim ? e.sim_index : '', sim ? 'SIM' : '', 'c-sim sim-only'),
+      cell(e.name, 'Name', 'c-name'), cell(e.number, 'Number', 'c-number'), cell(e.email, 'E-mail', 'c-email'));
+    const act = document.createElement('td');
+    act.className = 'actions';
+    act.append(button('Edit', `Edit entry ${e.index}`, () => openEntry(e)),
+      ' ', button('Delete', `Delete entry ${e.index}`, () => confirmDelete([e]), 'danger'));
+    tr.append(act);
+    rows.append(tr);
+  }
+  const name = sim ? 'SIM' : 'device';
+  const total = data.total ? ` of ${data.total}` : '';
+  $('caption').textContent = `${name} phonebook: ${data.count} entries${total}`;
+  $('empty').hidden = data.entries.length > 0;
+  $('empty').textContent = data.count === 0 ? `The ${name} phonebook is empty.` : 'No entry matches the search.';
+  $('table').hidden = data.entries.length === 0;
+  $(`count-${state.book}`).textContent = data.total ? `${data.count}/${data.total}` : `${data.count}`;
+  for (const i of [...state.selected]) if (!data.entries.some((e) => e.index === i)) state.selected.delete(i);
+  updateSelection();
+}
+
+function updateSelection() {
+  const n = state.selected.size;
+  $('delete-selected').disabled = n === 0;
+  $('export-selected').disabled = n === 0;
+  $('delete-selected').textContent = n ? `Delete selected (${n})` : 'Delete selected';
+  $('export-selected').textContent = n ? `Export selected (${n})` : 'Export selected';
+  const all = state.entries.length > 0 && state.entries.every((e) => state.selected.has(e.index));
+  $('select-all').checked = all;
+  for (const tr of $('rows').children) tr.classList.toggle('selected', state.selected.has(Number(tr.dataset.index)));
+}
+
+// ---- add and edit, with live checks ----
+
+// How a name fits the card: GSM 7-bit when every character is in its
+// alphabet (extension characters take two), else UCS-2, one per character.
+function simNameFit(name) {
+  let septets = 0;
+  let gsm = true;
+  for (const ch of name) {
+    if (GSM_BASIC.includes(ch)) septets += 1;
+    else if (GSM_EXT.includes(ch)) septets += 2;
+    else { gsm = false; break; }
+  }
+  const chars = [...name];
+  if (gsm) return { encoding: 'GSM 7-bit', length: septets, storable: true };
+  return { encoding: 'UCS-2', length: chars.length, storable: chars.every((c) => c.codePointAt(0) <= 0xffff) };
+}
+
+function hint(id, text, bad) {
+  const h = $(id);
+  h.textContent = text;
+  h.classList.toggle('bad', !!bad);
+  $(id.replace('h-', 'f-')).setAttribute('aria-invalid', bad ? 'true' : 'false');
+  return !bad;
+}
+
+function checkEntry() {
+  const name = $('f-name').value, number = $('f-number').value, email = $('f-email').value;
+  const sim = state.book === 'sim';
+  const lim = state.status ? state.status.sim : {};
+  let ok = true;
+
+  const nb = bytes(name);
+  let nameText = `${TEXT_MAX - nb} bytes left of ${TEXT_MAX}`;
+  let nameBad = nb > TEXT_MAX || name.trim() === '';
+  if (name.trim() === '') nameText = 'A name is needed. ' + nameText;
+  if (sim && name) {
+    const fit = simNameFit(name);
+    if (!fit.storable) {
+      nameText += '. A SIM cannot store characters such as emoji';
+      nameBad = true;
+    } else if (lim.name_max) {
+      const fits = fit.length <= lim.name_max;
+      nameText += `. On the card: ${fit.encoding}, ${fit.length} of ${lim.name_max} characters` +
+        (fits ? '' : ': too long for this card');
+      nameBad = nameBad || !fits;
+    } else {
+      nameText += `. On the card: ${fit.encoding}, ${fit.length} characters`;
+    }
+  }
+  ok = hint('h-name', nameText, nameBad) && ok;
+
+  const numBytes = bytes(number);
+  let numText = `${TEXT_MAX - numBytes} bytes left of ${TEXT_MAX}`;
+  let numBad = numBytes > TEXT_MAX;
+  if (!NUMBER_RE.test(number)) {
+    numText = 'Only digits, * # P W T and a + in front. ' + numText;
+    numBad = true;
+  } else if (sim && lim.number_max) {
+    const digits = number.replace(/^\+/, '').length;
+    numText += `. On the card: ${digits} of ${lim.number_max} digits`;
+    if (digits > lim.number_max) { numText += ': too long for this card'; numBad = true; }
+  }
+  ok = hint('h-number', numText, numBad) && ok;
+
+  const eb = bytes(email);
+  ok = hint('h-email', `${TEXT_MAX - eb} bytes left of ${TEXT_MAX}`, eb > TEXT_MAX) && ok;
+  return ok;
+}
+
+function openEntry(entry) {
+  state.editing = entry || null;
+  $('entry-title').textContent = entry ? `Edit entry ${entry.index}` : `Add an entry to the ${state.book === 'sim' ? 'SIM' : 'device'} phonebook`;
+  $('f-name').value = entry ? entry.name : '';
+  $('f-number').value = entry ? entry.number : '';
+  $('f-email').value = entry ? entry.email : '';
+  $('entry-error').textContent = '';
+  checkEntry();
+  $('entry-dialog').showModal();
+  $('f-name').focus();
+}
+
+async function saveEntry(ev) {
+  ev.preventDefault();
+  if (!checkEntry()) {
+    $('entry-error').textContent = 'Please correct the fields marked in red.';
+    return;
+  }
+  const fields = { name: $('f-name').value, number: $('f-number').value, email: $('f-email').value };
+  const was = state.editing;
+  try {
+    let data;
+    if (was) {
+      data = await api('PUT', `/api/${state.book}/entries/${was.index}`,
+        { ...fields, was: { name: was.name, number: was.number, email: was.email } });
+    } else {
+      data = await api('POST', `/api/${state.book}/entries`, fields);
+    }
+    $('entry-dialog').close();
+    say(`${was ? 'Changed' : 'Added'} entry ${data.entry.index}: ${data.entry.name}`);
+    load();
+  } catch (e) {
+    if (e.status === 409) {
+      $('entry-dialog').close();
+      fail(e);
+      load();
+      return;
+    }
+    $('entry-error').textContent = sentence(e.message);
+  }
+}
+
+// ---- delete, several, all ----
+
+let confirmAction = null;
+
+function ask(text, typed, action) {
+  $('confirm-text').textContent = text;
+  $('confirm-typed').hidden = !typed;
+  $('confirm-input').value = '';
+  $('confirm-ok').disabled = typed;
+  confirmAction = action;
+  $('confirm-dialog').showModal();
+  (typed ? $('confirm-input') : $('confirm-cancel')).focus();
+}
+
+function confirmDelete(list) {
+  const what = list.length === 1 ? `entry ${list[0].index} (${list[0].name})` : `${list.length} entries`;
+  ask(`Delete ${what} from the ${state.book === 'sim' ? 'SIM' : 'device'} phonebook?`, false, async () => {
+    try {
+      const body = { entries: list.map((e) => ({ index: e.index, name: e.name, number: e.number, email: e.email })) };
+      const data = await api('POST', `/api/${state.book}/delete`, body);
+      for (const i of data.deleted) state.selected.delete(i);
+      say(data.deleted.length === 1 ? `Deleted entry ${data.deleted[0]}.` : `Deleted ${data.deleted.length} entries.`);
+    } catch (e) {
+      fail(e);
+    }
+    load();
+  });
+}
+
+function confirmDeleteAll() {
+  const name = state.book === 'sim' ? 'SIM' : 'device';
+  ask(`Delete every entry of the ${name} phonebook? This cannot be undone.`, true, async () => {
+    try {
+      const data = await api('POST', `/api/${state.book}/delete-all`, { confirm: 'delete all' });
+      state.selected.clear();
+      say(`Deleted all ${data.deleted} entries of the ${name} phonebook.`);
+    } catch (e) {
+      fail(e);
+    }
+    load();
+  });
+}
+
+// ---- import and export ----
+
+async function importFile(ev) {
+  ev.preventDefault();
+  const file = $('import-file').files[0];
+  if (!file) return fail(new Error('Choose a file to import first.'));
+  if (file.size > 1024 * 1024) return fail(new Error('The file is larger than 1 MiB.'));
+  const form = new FormData();
+  form.append('file', file);
+  try {
+    const data = await api('POST', '/api/device/import', form);
+    say(`Imported ${data.imported} ${data.imported === 1 ? 'entry' : 'entries'} from ${file.name}; ` +
+      `the device phonebook holds ${data.count} now.`);
+    $('import').reset();
+  } catch (e) {
+    fail(e);
+  }
+  load();
+}
+
+async function exportEntries(indexes) {
+  const query = indexes.length ? '?index=' + indexes.join(',') : '';
+  try {
+    const res = await api('GET', `/api/${state.book}/export${query}`);
+    const blob = await res.blob();
+    const a = document.createElement('a');
+    a.href = URL.createObjectURL(blob);
+    a.download = `${state.book}-phonebook.csv`;
+    document.body.append(a);
+    a.click();
+    a.remove();
+    setTimeout(() => URL.revokeObjectURL(a.href), 10000);
+    say(`Exported ${indexes.length || 'all'} ${indexes.length === 1 ? 'entry' : 'entries'} to ${a.download}.`);
+  } catch (e) {
+    fail(e);
+  }
+}
+
+// ---- login ----
+
+function showLogin() {
+  clearTimeout(state.retry);
+  $('app').hidden = true;
+  $('logout').hidden = true;
+  $('login').hidden = false;
+  $('password').focus();
+}
+
+async function login(ev) {
+  ev.preventDefault();
+  try {
+    await api('POST', '/api/login', { password: $('password').value });
+    $('password').value = '';
+    $('login-error').textContent = '';
+    $('login').hidden = true;
+    $('logout').hidden = false;
+    start();
+  } catch (e) {
+    $('login-error').textContent = sentence(e.message);
+  }
+}
+
+async function logout() {
+  try { await api('POST', '/api/logout', {}); } catch (e) { /* the login form follows anyway */ }
+  showLogin();
+}
+
+// ---- start ----
+
+function start() {
+  $('app').hidden = false;
+  selectTab(state.book, false);
+}
+
+function wire() {
+  for (const tab of document.querySelectorAll('[role=tab]')) {
+    tab.addEventListener('click', () => selectTab(tab.dataset.book, false));
+    tab.addEventListener('keydown', (ev) => {
+      if (ev.key === 'ArrowLeft' || ev.key === 'ArrowRight' || ev.key === 'Home' || ev.key === 'End') {
+        ev.preventDefault();
+        selectTab(state.book === 'sim' ? 'device' : 'sim', true);
+      }
+    });
+  }
+  let typing = null;
+  $('search').addEventListener('input', () => { clearTimeout(typing); typing = setTimeout(load, 200); });
+  $('add').addEventListener('click', () => openEntry(null));
+  $('entry-form').addEventListener('submit', saveEntry);
+  $('entry-form').addEventListener('input', checkEntry);
+  $('entry-cancel').addEventListener('click', () => $('entry-dialog').close());
+  $('select-all').addEventListener('change', () => {
+    for (const e of state.entries) $('select-all').checked ? state.selected.add(e.index) : state.selected.delete(e.index);
+    render(state.listed);
+  });
+  $('delete-selected').addEventListener('click', () =>
+    confirmDelete(state.entries.filter((e) => state.selected.has(e.index))));
+  $('export-selected').addEventListener('click', () => exportEntries([...state.selected].sort((a, b) => a - b)));
+  $('export-all').addEventListener('click', () => exportEntries([]));
+  $('delete-all').addEventListener('click', confirmDeleteAll);
+  $('confirm-input').addEventListener('input', () => {
+    $('confirm-ok').disabled = $('confirm-input').value.trim() !== 'delete all';
+  });
+  $('confirm-cancel').addEventListener('click', () => $('confirm-dialog').close());
+  $('confirm-form').addEventListener('submit', (ev) => {
+    ev.preventDefault();
+    if ($('confirm-ok').disabled) return;
+    $('confirm-dialog').close();
+    if (confirmAction) confirmAction();
+  });
+  $('import').addEventListener('submit', importFile);
+  $('login').addEventListener('submit', login);
+  $('logout').addEventListener('click', logout);
+}
+
+wire();
+start();

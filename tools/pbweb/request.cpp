@@ -1,0 +1,177 @@
+#include "request.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstring>
+
+namespace pbweb {
+
+namespace {
+
+bool parse_index(const std::string &s, int *out)
+{
+    if (s.empty() || s.size() > 4 || s.find_first_not_of("0123456789") != std::string::npos)
+        return false;
+    const int v = std::stoi(s);
+    if (v < 1 || v > PB_MAX_ENTRIES)
+        return false;
+    *out = v;
+    return true;
+}
+
+storage_type_t parse_book(const std::string &s)
+{
+    return s == "sim" ? STORAGE_TYPE_SIM : s == "device" ? STORAGE_TYPE_FLASH : STORAGE_TYPE_UNKNOWN;
+}
+
+std::vector<std::string> split(const std::string &s, char sep)
+{
+    std::vector<std::string> parts;
+    size_t from = 0;
+    for (size_t at; (at = s.find(sep, from)) != std::string::npos; from = at + 1)
+        parts.push_back(s.substr(from, at - from));
+    parts.push_back(s.substr(from));
+    return parts;
+}
+
+std::string lower(std::string s)
+{
+    for (char &c : s)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return s;
+}
+
+bool read_text(const Json &obj, const char *key, std::optional<std::string> *out, std::string *error)
+{
+    const Json *v = obj.get(key);
+    if (!v)
+        return true;
+    if (v->type != Json::STRING)
+        return *error = std::string(key) + " must be a string", false;
+    if (v->text.size() > PB_TEXT_LEN - 1)
+        return *error = std::string(key) + " is " + std::to_string(v->text.size()) + " bytes long; at most " +
+                        std::to_string(PB_TEXT_LEN - 1) + " fit",
+               false;
+    for (unsigned char c : v->text)
+        if (c < 0x20 || c == 0x7F)
+            return *error = std::string(key) + " must not hold control characters (line feeds, tabs)", false;
+    *out = v->text;
+    return true;
+}
+
+}  // namespace
+
+Route parse_route(const std::string &method, const std::string &path)
+{
+    Route r;
+    const std::vector<std::string> p = split(path, '/');  // "", "api", ...
+    if (p.size() < 3 || !p[0].empty() || p[1] != "api")
+        return r;
+    const auto want = [&](const char *m, Op op) {
+        r.op = method == m ? op : Op::BAD_METHOD;
+        return r;
+    };
+    if (p.size() == 3) {
+        if (p[2] == "status")
+            return want("GET", Op::STATUS);
+        if (p[2] == "login")
+            return want("POST", Op::LOGIN);
+        if (p[2] == "logout")
+            return want("POST", Op::LOGOUT);
+        return r;
+    }
+    r.type = parse_book(p[2]);
+    if (r.type == STORAGE_TYPE_UNKNOWN)
+        return r;
+    const std::string &what = p[3];
+    if (p.size() == 4) {
+        if (what == "entries")
+            return method == "POST" ? (r.op = Op::ADD, r) : want("GET", Op::LIST);
+        if (what == "delete")
+            return want("POST", Op::DELETE);
+        if (what == "delete-all")
+            return want("POST", Op::DELETE_ALL);
+        if (what == "export")
+            return want("GET", Op::EXPORT);
+        if (what == "import" && r.type == STORAGE_TYPE_FLASH)
+            return want("POST", Op::IMPORT);
+        return r;
+    }
+    if (p.size() == 5 && what == "entries" && parse_index(p[4], &r.index))
+        return method == "PUT" ? (r.op = Op::EDIT, r) : want("GET", Op::SHOW);
+    return r;
+}
+
+bool changes_state(Op op)
+{
+    switch (op) {
+    case Op::LOGIN:
+    case Op::LOGOUT:
+    case Op::ADD:
+    case Op::EDIT:
+    case Op::DELETE:
+    case Op::DELETE_ALL:
+    case Op::IMPORT: return true;
+    default: return false;
+    }
+}
+
+bool parse_index_list(const std::string &s, std::vector<int> *out, std::string *error)
+{
+    out->clear();
+    for (const std::string &item : split(s, ',')) {
+        int v;
+        if (!parse_index(item, &v))
+            return *error = "'" + item.substr(0, 16) + "' is not an index from 1 to 1000", false;
+        if (out->size() == PB_MAX_ENTRIES)
+            return *error = "more than 1000 indexes", false;
+        out->push_back(v);
+    }
+    return true;
+}
+
+bool read_entry_fields(const Json &obj, EntryFields *out, std::string *error)
+{
+    *out = EntryFields();
+    if (obj.type != Json::OBJECT)
+        return *error = "an entry must be a JSON object", false;
+    if (!read_text(obj, "name", &out->name, error) || !read_text(obj, "number", &out->number, error) ||
+        !read_text(obj, "email", &out->email, error))
+        return false;
+    if (out->number) {
+        const std::string &n = *out->number;
+        const size_t from = !n.empty() && n[0] == '+' ? 1 : 0;
+        if (n.find_first_not_of("0123456789*#PWT", from) != std::string::npos)
+            return *error = "the number may hold only digits, * # P W T and a + in front", false;
+    }
+    return true;
+}
+
+bool read_shown_entry(const Json &obj, ShownEntry *out, std::string *error)
+{
+    if (!read_entry_fields(obj, &out->fields, error))
+        return false;
+    const Json *idx = obj.get("index");
+    if (!idx || idx->type != Json::NUMBER || idx->number < 1 || idx->number > PB_MAX_ENTRIES ||
+        std::floor(idx->number) != idx->number)
+        return *error = "each entry needs an \"index\" from 1 to 1000", false;
+    out->index = static_cast<int>(idx->number);
+    return true;
+}
+
+bool entry_matches(const pb_flash_info &e, const EntryFields &shown)
+{
+    return (!shown.name || *shown.name == e.name) && (!shown.number || *shown.number == e.num) &&
+           (!shown.email || *shown.email == e.email);
+}
+
+bool entry_matches_search(const pb_flash_info &e, const std::string &text)
+{
+    if (text.empty())
+        return true;
+    return lower(e.name).find(lower(text)) != std::string::npos ||
+           std::strstr(e.num, text.c_str()) != nullptr;
+}
+
+}  // namespace pbweb
