@@ -1,11 +1,9 @@
 // Encoding and decoding of the PBM messages on the host transport: one pair
-// of functions per message body, a TLV splitter, and the size table.
+// of functions per message body, a TLV splitter, and one table that names,
+// for each (kind, message id), its C structure's size and its pair of
+// functions. A pair missing from the table is an unknown message.
 #include "pbm_wire.h"
 
-#include <sys/socket.h>
-
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 namespace qmi_wire {
@@ -543,13 +541,78 @@ int dec_delete_all_resp(const TlvSet &set, pbm_delete_all_pb_records_resp_msg_v0
     return get_result(set, &m->resp);
 }
 
-constexpr uint32_t key(int kind, uint16_t msg_id) { return static_cast<uint32_t>(kind) << 16 | msg_id; }
-
 constexpr uint32_t MAIN_ONLY = 1u << TLV_MAIN;
 constexpr uint32_t RESULT_ONLY = 1u << TLV_RESULT;
 
-template <typename T> const T &as(const void *p) { return *static_cast<const T *>(p); }
-template <typename T> T *as_mut(void *p) { return static_cast<T *>(p); }
+// ---- the message table ----
+
+using Encoder = int (*)(const void *c_struct, Writer &w);
+using Decoder = int (*)(const TlvSet &set, void *c_struct);
+
+struct Message {
+    uint8_t kind;
+    uint16_t msg_id;
+    uint32_t c_len;
+    Encoder encode;
+    Decoder decode;
+};
+
+// One table row: the C structure T of (kind, msg_id) and its pair of
+// functions. The size comes from the functions' own type, so a row cannot
+// pair a size with another structure's encoder.
+template <typename T, int (*Enc)(const T &, Writer &), int (*Dec)(const TlvSet &, T *)>
+constexpr Message message(uint8_t kind, uint16_t msg_id)
+{
+    return {kind, msg_id, static_cast<uint32_t>(sizeof(T)),
+            [](const void *c, Writer &w) { return Enc(*static_cast<const T *>(c), w); },
+            [](const TlvSet &set, void *c) { return Dec(set, static_cast<T *>(c)); }};
+}
+
+constexpr Message kMessages[] = {
+    message<pbm_get_pb_capabilities_req_msg_v01, enc_caps_req, dec_caps_req>(
+        KIND_REQUEST, QMI_PBM_GET_PB_CAPABILITIES_REQ_V01),
+    message<pbm_get_pb_capabilities_resp_msg_v01, enc_caps_resp, dec_caps_resp>(
+        KIND_RESPONSE, QMI_PBM_GET_PB_CAPABILITIES_RESP_V01),
+    message<pbm_read_records_req_msg_v01, enc_read_req, dec_read_req>(KIND_REQUEST,
+                                                                      QMI_PBM_READ_RECORDS_REQ_V01),
+    message<pbm_read_records_resp_msg_v01, enc_read_resp, dec_read_resp>(KIND_RESPONSE,
+                                                                         QMI_PBM_READ_RECORDS_RESP_V01),
+    message<pbm_record_read_ind_msg_v01, enc_read_ind, dec_read_ind>(KIND_INDICATION,
+                                                                     QMI_PBM_RECORD_READ_IND_V01),
+    message<pbm_write_record_req_msg_v01, enc_write_req, dec_write_req>(KIND_REQUEST,
+                                                                        QMI_PBM_WRITE_RECORD_REQ_V01),
+    message<pbm_write_record_resp_msg_v01, enc_record_id_resp, dec_record_id_resp>(
+        KIND_RESPONSE, QMI_PBM_WRITE_RECORD_RESP_V01),
+    message<pbm_delete_record_req_msg_v01, enc_delete_req, dec_delete_req>(KIND_REQUEST,
+                                                                           QMI_PBM_DELETE_RECORD_REQ_V01),
+    message<pbm_delete_record_resp_msg_v01, enc_record_id_resp, dec_record_id_resp>(
+        KIND_RESPONSE, QMI_PBM_DELETE_RECORD_RESP_V01),
+    message<pbm_delete_all_pb_records_req_msg_v01, enc_delete_all_req, dec_delete_all_req>(
+        KIND_REQUEST, QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01),
+    message<pbm_delete_all_pb_records_resp_msg_v01, enc_delete_all_resp, dec_delete_all_resp>(
+        KIND_RESPONSE, QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01),
+};
+
+// A (kind, message id) pair names one row at most: a second row would never
+// be reached.
+constexpr bool each_message_once()
+{
+    constexpr size_t n = sizeof kMessages / sizeof kMessages[0];
+    for (size_t i = 0; i < n; ++i)
+        for (size_t j = i + 1; j < n; ++j)
+            if (kMessages[i].kind == kMessages[j].kind && kMessages[i].msg_id == kMessages[j].msg_id)
+                return false;
+    return true;
+}
+static_assert(each_message_once(), "a (kind, message id) pair appears twice in the message table");
+
+const Message *find_message(int kind, uint16_t msg_id)
+{
+    for (const Message &m : kMessages)
+        if (m.kind == kind && m.msg_id == msg_id)
+            return &m;
+    return nullptr;
+}
 
 }  // namespace
 
@@ -576,117 +639,41 @@ bool get_head(const uint8_t *in, size_t len, FrameHead *head)
     return head->kind <= KIND_INDICATION && head->tlv_len == len - FRAME_HEAD_LEN;
 }
 
-std::string socket_path()
-{
-    const char *path = std::getenv("ZP_QMI_SOCKET");
-    if (path && *path)
-        return path;
-    const char *dir = std::getenv("ZP_IPC_DIR");
-    if (dir && *dir)
-        return std::string(dir) + "/qmi_pbm";
-    return "/tmp/zp_ipc/qmi_pbm"; /* beside the IPC sockets */
-}
-
-bool send_frame(int fd, uint8_t kind, uint16_t txn, uint16_t msg_id, const std::vector<uint8_t> &tlv)
-{
-    if (tlv.size() > FRAME_MAX - FRAME_HEAD_LEN)
-        return false;
-    std::vector<uint8_t> frame(FRAME_HEAD_LEN + tlv.size());
-    put_head(frame.data(), FrameHead{kind, txn, msg_id, static_cast<uint16_t>(tlv.size())});
-    if (!tlv.empty())
-        std::memcpy(frame.data() + FRAME_HEAD_LEN, tlv.data(), tlv.size());
-    ssize_t n;
-    do
-        n = send(fd, frame.data(), frame.size(), MSG_NOSIGNAL);
-    while (n < 0 && errno == EINTR);
-    return n == static_cast<ssize_t>(frame.size());
-}
-
 bool c_struct_len(int kind, uint16_t msg_id, uint32_t *len)
 {
-    uint32_t n = 0;
-    switch (key(kind, msg_id)) {
-    case key(KIND_REQUEST, QMI_PBM_GET_PB_CAPABILITIES_REQ_V01):
-        n = sizeof(pbm_get_pb_capabilities_req_msg_v01);
-        break;
-    case key(KIND_RESPONSE, QMI_PBM_GET_PB_CAPABILITIES_RESP_V01):
-        n = sizeof(pbm_get_pb_capabilities_resp_msg_v01);
-        break;
-    case key(KIND_REQUEST, QMI_PBM_READ_RECORDS_REQ_V01): n = sizeof(pbm_read_records_req_msg_v01); break;
-    case key(KIND_RESPONSE, QMI_PBM_READ_RECORDS_RESP_V01): n = sizeof(pbm_read_records_resp_msg_v01); break;
-    case key(KIND_INDICATION, QMI_PBM_RECORD_READ_IND_V01): n = sizeof(pbm_record_read_ind_msg_v01); break;
-    case key(KIND_REQUEST, QMI_PBM_WRITE_RECORD_REQ_V01): n = sizeof(pbm_write_record_req_msg_v01); break;
-    case key(KIND_RESPONSE, QMI_PBM_WRITE_RECORD_RESP_V01): n = sizeof(pbm_write_record_resp_msg_v01); break;
-    case key(KIND_REQUEST, QMI_PBM_DELETE_RECORD_REQ_V01): n = sizeof(pbm_delete_record_req_msg_v01); break;
-    case key(KIND_RESPONSE, QMI_PBM_DELETE_RECORD_RESP_V01):
-        n = sizeof(pbm_delete_record_resp_msg_v01);
-        break;
-    case key(KIND_REQUEST, QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01):
-        n = sizeof(pbm_delete_all_pb_records_req_msg_v01);
-        break;
-    case key(KIND_RESPONSE, QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01):
-        n = sizeof(pbm_delete_all_pb_records_resp_msg_v01);
-        break;
-    default: return false;
-    }
-    *len = n;
+    const Message *m = find_message(kind, msg_id);
+    if (!m)
+        return false;
+    *len = m->c_len;
     return true;
 }
 
 int encode(int kind, uint16_t msg_id, const void *c, size_t c_len, std::vector<uint8_t> &out)
 {
-    uint32_t need = 0;
-    if (!c_struct_len(kind, msg_id, &need))
+    const Message *m = find_message(kind, msg_id);
+    if (!m)
         return QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND;
-    if (!c || c_len < need)
+    if (!c || c_len < m->c_len)
         return QMI_IDL_LIB_BUFFER_TOO_SMALL;
     Writer w(out);
-    switch (key(kind, msg_id)) {
-    case key(KIND_REQUEST, 0x0002): return enc_caps_req(as<pbm_get_pb_capabilities_req_msg_v01>(c), w);
-    case key(KIND_RESPONSE, 0x0002): return enc_caps_resp(as<pbm_get_pb_capabilities_resp_msg_v01>(c), w);
-    case key(KIND_REQUEST, 0x0004): return enc_read_req(as<pbm_read_records_req_msg_v01>(c), w);
-    case key(KIND_RESPONSE, 0x0004): return enc_read_resp(as<pbm_read_records_resp_msg_v01>(c), w);
-    case key(KIND_INDICATION, 0x0004): return enc_read_ind(as<pbm_record_read_ind_msg_v01>(c), w);
-    case key(KIND_REQUEST, 0x0005): return enc_write_req(as<pbm_write_record_req_msg_v01>(c), w);
-    case key(KIND_RESPONSE, 0x0005): return enc_record_id_resp(as<pbm_write_record_resp_msg_v01>(c), w);
-    case key(KIND_REQUEST, 0x0006): return enc_delete_req(as<pbm_delete_record_req_msg_v01>(c), w);
-    case key(KIND_RESPONSE, 0x0006): return enc_record_id_resp(as<pbm_delete_record_resp_msg_v01>(c), w);
-    case key(KIND_REQUEST, 0x0007):
-        return enc_delete_all_req(as<pbm_delete_all_pb_records_req_msg_v01>(c), w);
-    default: return enc_delete_all_resp(as<pbm_delete_all_pb_records_resp_msg_v01>(c), w);
-    }
+    return m->encode(c, w);
 }
 
 int decode(int kind, uint16_t msg_id, const uint8_t *tlv, size_t tlv_len, void *c, size_t c_len)
 {
-    uint32_t need = 0;
-    if (!c_struct_len(kind, msg_id, &need))
+    const Message *m = find_message(kind, msg_id);
+    if (!m)
         return QMI_IDL_LIB_MESSAGE_ID_NOT_FOUND;
-    if (!c || c_len < need)
+    if (!c || c_len < m->c_len)
         return QMI_IDL_LIB_BUFFER_TOO_SMALL;
     if (!tlv && tlv_len)
         return QMI_IDL_LIB_PARAMETER_ERROR;
-    std::memset(c, 0, need);
+    std::memset(c, 0, m->c_len);
     TlvSet set;
     const int rc = set.split(tlv, tlv_len, kind == KIND_RESPONSE ? RESULT_ONLY : MAIN_ONLY);
     if (rc)
         return rc;
-    switch (key(kind, msg_id)) {
-    case key(KIND_REQUEST, 0x0002): return dec_caps_req(set, as_mut<pbm_get_pb_capabilities_req_msg_v01>(c));
-    case key(KIND_RESPONSE, 0x0002):
-        return dec_caps_resp(set, as_mut<pbm_get_pb_capabilities_resp_msg_v01>(c));
-    case key(KIND_REQUEST, 0x0004): return dec_read_req(set, as_mut<pbm_read_records_req_msg_v01>(c));
-    case key(KIND_RESPONSE, 0x0004): return dec_read_resp(set, as_mut<pbm_read_records_resp_msg_v01>(c));
-    case key(KIND_INDICATION, 0x0004): return dec_read_ind(set, as_mut<pbm_record_read_ind_msg_v01>(c));
-    case key(KIND_REQUEST, 0x0005): return dec_write_req(set, as_mut<pbm_write_record_req_msg_v01>(c));
-    case key(KIND_RESPONSE, 0x0005): return dec_record_id_resp(set, as_mut<pbm_write_record_resp_msg_v01>(c));
-    case key(KIND_REQUEST, 0x0006): return dec_delete_req(set, as_mut<pbm_delete_record_req_msg_v01>(c));
-    case key(KIND_RESPONSE, 0x0006):
-        return dec_record_id_resp(set, as_mut<pbm_delete_record_resp_msg_v01>(c));
-    case key(KIND_REQUEST, 0x0007):
-        return dec_delete_all_req(set, as_mut<pbm_delete_all_pb_records_req_msg_v01>(c));
-    default: return dec_delete_all_resp(set, as_mut<pbm_delete_all_pb_records_resp_msg_v01>(c));
-    }
+    return m->decode(set, c);
 }
 
 }  // namespace qmi_wire

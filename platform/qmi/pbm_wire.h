@@ -16,7 +16,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "phonebook_manager_service_v01.h"
@@ -47,14 +46,6 @@ int encode(int kind, uint16_t msg_id, const void *c_struct, size_t c_len, std::v
 
 /* TLVs to C structure (zeroed first). A QMI_IDL_LIB_* result. */
 int decode(int kind, uint16_t msg_id, const uint8_t *tlv, size_t tlv_len, void *c_struct, size_t c_len);
-
-/* Path of the service's socket: $ZP_QMI_SOCKET, else "qmi_pbm" in
- * $ZP_IPC_DIR, else in "/tmp/zp_ipc", the folder of the
- * IPC sockets. */
-std::string socket_path();
-
-/* One frame to a connected socket; false when the peer is gone. */
-bool send_frame(int fd, uint8_t kind, uint16_t txn, uint16_t msg_id, const std::vector<uint8_t> &tlv);
 
 }  // namespace qmi_wire
 

@@ -24,6 +24,7 @@
 #include <set>
 #include <thread>
 
+#include "pbm_transport.h"
 #include "pbm_wire.h"
 #include "qmi_service_object.h"
 

@@ -8,18 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "hex_bytes.h"
 #include "zpt_ui_conv.h"
 
-using Bytes = std::vector<unsigned char>;
+namespace {
 
-Bytes hex(const std::string &s)  // "E8 32 9B"
-{
-    Bytes out;
-    for (size_t i = 0; i + 1 < s.size(); i += (s[i] == ' ') ? 1 : 2)
-        if (s[i] != ' ')
-            out.push_back(static_cast<unsigned char>(std::stoul(s.substr(i, 2), nullptr, 16)));
-    return out;
-}
 // Never null: an empty input is not a missing one.
 char *cp(Bytes &b)
 {
@@ -27,9 +20,6 @@ char *cp(Bytes &b)
     return b.empty() ? empty : reinterpret_cast<char *>(b.data());
 }
 std::string str(const Bytes &b, int len) { return std::string(b.begin(), b.begin() + len); }
-std::string rep(const std::string &h, int n) { return n > 0 ? " " + h + rep(h, n - 1) : ""; }  // h n times
-
-namespace {
 
 TEST(Ucs2Utf8, Vectors)
 {

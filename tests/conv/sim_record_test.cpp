@@ -6,11 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "hex_bytes.h"
 #include "zpt_ui_pb_func.h"
-
-using Bytes = std::vector<unsigned char>;
-Bytes hex(const std::string &s);
-std::string rep(const std::string &h, int n);
 
 namespace {
 

@@ -215,19 +215,27 @@ TEST_F(QmiClient, SlowSilentOrVanishingServiceIsAnErrorResult)
                   client, 0x0002, const_cast<pbm_get_pb_capabilities_req_msg_v01 *>(&req), 8, &rsp, 71, 100));
 }
 
-// The daemon's own test saves and loads a good card file.
+// A card file the daemon refuses: the message names the file and the line
+// at fault, counted with the comments and blank lines it skips.
 TEST(PbmCardFile, BadLinesAreNamed)
 {
     const std::string path = ::testing::TempDir() + "pbm_card_test.txt";
-    pbm_sim::Card back;
-    std::string error;
-    for (const char *bad :
-         {"1,123,no card line\n", "card 0 14 20\n", "card 10 14 20\n11,123,beyond the card\n",
-          "card 10 14 20\n1,12a,bad digit\n", "card 10 14 20\n1,123,one\n1,456,repeated\n",
-          "card 10 14 20\n1,123\n", "card 10 14 20\n1,123,\xF0\x9F\x98\x80\n"}) {
-        std::ofstream(path, std::ios::trunc) << bad;
-        EXPECT_FALSE(pbm_sim::load_card(path, &back, &error)) << bad;
-        EXPECT_FALSE(error.empty());
+    const std::pair<const char *, int> cases[] = {
+        {"1,123,no card line\n", 1},
+        {"card 0 14 20\n", 1},
+        {"card 10 14 20\n11,123,beyond the card\n", 2},
+        {"# a comment\n\ncard 10 14 20\n1,12a,bad digit\n", 4},
+        {"card 10 14 20\n1,123,one\n1,456,repeated\n", 3},
+        {"card 10 14 20\n1,123\n", 2},
+        {"card 10 14 20\n1,123,\xF0\x9F\x98\x80\n", 2},
+    };
+    for (const auto &c : cases) {
+        std::ofstream(path, std::ios::trunc) << c.first;
+        pbm_sim::Card back;
+        std::string error;
+        EXPECT_FALSE(pbm_sim::load_card(path, &back, &error)) << c.first;
+        const std::string where = path + ":" + std::to_string(c.second) + ": ";
+        EXPECT_EQ(0u, error.rfind(where, 0)) << c.first << " gave: " << error;
     }
     std::remove(path.c_str());
 }

@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "pbm_transport.h"
 #include "pbm_wire.h"
 
 namespace pbm_sim {
