@@ -119,8 +119,8 @@ zp_sdk_ipc_ret_value ipc_get_addr_by_id(zp_uint32 module_id, zp_uint32 flag, ipc
  * delivered message fits as well. From the memory library; give it back with
  * mem_free_ex(). NULL when len is too large or memory is out. */
 void *ipc_memory_assign(zp_uint32 len, zp_uint32 flag);
-/* Sets head->session_id to an id, never 0, unique among the processes of one
- * run (the process id in the high 16 bits, a per-process count below). */
+/* Sets head->session_id to an id, never 0: a per-process count from a
+ * random start, so other processes can't predict it. */
 zp_sdk_ipc_ret_value ipc_gen_seesion_id(ipc_msg_head_t *head);
 /* Sends msg (len payload bytes) as IPC_SYN_REQ and waits up to `timeout` ms
  * for the answer. rsp must have room for the head and *rsp_len payload bytes;

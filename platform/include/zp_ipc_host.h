@@ -6,13 +6,18 @@
  *
  * Transport: every module id has one Unix-domain datagram socket,
  * "<dir>/ipc_<id>", where <dir> is the environment's ZP_IPC_DIR or
- * IPC_DEFAULT_DIR (made when missing). A datagram is the head and the
- * payload; the receiver appends the sender's address taken from the socket.
- * Datagrams whose head disagrees with their size, or of a type that cannot
- * travel between processes (IPC_INNER_MQ and above), are dropped and logged.
+ * IPC_DEFAULT_DIR (made with mode 0770 when missing). A folder that is not
+ * this user's or root's, or that others may write to, is refused
+ * (IPC_REJECT) by the servers and the send calls. A datagram is the head and
+ * the payload; the receiver appends the sender's address taken from the
+ * socket. Datagrams whose head disagrees with their size, or of a type that
+ * cannot travel between processes (IPC_INNER_MQ and above), are dropped and
+ * logged.
  *
  * ipc_msg_send_syn() sends from a reply socket private to the calling thread
- * and waits there. ipc_msg_send_asy() sends from the socket of the first
+ * and waits there; for each exchange that socket is connected to the
+ * module's socket, so that no other socket can reach it and only the process
+ * serving the module can answer. ipc_msg_send_asy() sends from the socket of the first
  * module the process serves (ipc_server_start), so that an answer reaches
  * that module; a process serving none sends from the calling thread's reply
  * socket.
@@ -34,7 +39,7 @@ extern "C" {
 /* Folder of the module sockets when ZP_IPC_DIR is not set. */
 #define IPC_DEFAULT_DIR "/tmp/zp_ipc"
 /* Messages an in-process queue holds before ipc_mq_send() says IPC_MQ_FULL. */
-#define IPC_MQ_MAX_DEPTH 4096u
+#define IPC_MQ_MAX_DEPTH 64u
 
 /* Frees the queue and any message still on it (with mem_free_ex). No thread
  * may be using the queue any more. */
@@ -45,8 +50,9 @@ zp_sdk_ipc_ret_value ipc_mq_destroy(ipc_mq_cb_pt mq);
  * message is valid only during the call; the handler does not free it. */
 typedef void (*ipc_msg_handler)(void *msg, void *ctx);
 typedef struct ipc_server *ipc_server_pt;
-/* IPC_REJECT when another live process serves the module; a socket file
- * left behind by a dead one is replaced. The socket gets mode 0660. */
+/* IPC_REJECT when another live process serves the module (it holds the lock
+ * file "<socket>.lock" while it serves) or the folder is refused; a socket
+ * file left behind by a dead one is replaced. The socket gets mode 0660. */
 zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_handler handler, void *ctx,
                                       ipc_server_pt *server);
 /* Stops the receive thread, closes and removes the socket. Not to be called

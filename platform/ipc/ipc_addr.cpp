@@ -1,10 +1,12 @@
 // Addresses, buffers and session ids: the stateless part of the library.
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,32 +18,89 @@ namespace zp_ipc {
 
 zp_uint16 tid16() { return static_cast<zp_uint16>(syscall(SYS_gettid)); }
 
+namespace {
+
+zp_uint32 random_start()
+{
+    zp_uint32 r = 0;
+    if (getrandom(&r, sizeof r, 0) != static_cast<ssize_t>(sizeof r)) {
+        // No entropy source: the clock still keeps ids apart between runs.
+        r = static_cast<zp_uint32>(std::chrono::steady_clock::now().time_since_epoch().count()) ^
+            static_cast<zp_uint32>(getpid());
+    }
+    return r;
+}
+
+}  // namespace
+
 const char *ipc_dir()
 {
     const char *dir = std::getenv("ZP_IPC_DIR");
     return (dir != nullptr && dir[0] != '\0') ? dir : IPC_DEFAULT_DIR;
 }
 
-bool make_dir(const char *dir)
+zp_sdk_ipc_ret_value make_dir(const char *dir)
 {
     char path[sizeof(sockaddr_un::sun_path)];
     const size_t n = std::strlen(dir);
     if (n == 0 || n >= sizeof(path))
-        return false;
+        return IPC_INVALID_PARA;
     std::memcpy(path, dir, n + 1);
     // Make each parent in turn; one that exists already is fine.
+    bool made = false;
     for (size_t i = 1; i <= n; ++i) {
         if (path[i] != '/' && path[i] != '\0')
             continue;
         const char saved = path[i];
         path[i] = '\0';
-        if (mkdir(path, 0770) != 0 && errno != EEXIST) {
+        made = mkdir(path, 0770) == 0;
+        if (!made && errno != EEXIST) {
             IPC_LOG("cannot make %s: %s\n", path, std::strerror(errno));
-            return false;
+            return IPC_SYS_ERR;
         }
         path[i] = saved;
     }
-    return true;
+    // The umask must not narrow the group's access to a folder made here.
+    if (made && chmod(path, 0770) != 0) {
+        IPC_LOG("cannot set the mode of %s: %s\n", path, std::strerror(errno));
+        return IPC_SYS_ERR;
+    }
+    return check_dir(path);
+}
+
+zp_sdk_ipc_ret_value check_dir(const char *dir)
+{
+    struct stat st;
+    if (lstat(dir, &st) != 0)
+        return IPC_NOT_FOUND;
+    const char *why = nullptr;
+    if (!S_ISDIR(st.st_mode))
+        why = "is not a folder";
+    else if (st.st_uid != geteuid() && st.st_uid != 0)
+        why = "belongs to another user";
+    else if ((st.st_mode & S_IWOTH) != 0)
+        why = "is writable by others";
+    if (why == nullptr)
+        return IPC_OK;
+    log_print(ZP_LOG_ERROR, "[%s:%s:%d]IPC folder %s %s: refused\n", __FILE_NAME__, __func__, __LINE__, dir,
+              why);
+    return IPC_REJECT;
+}
+
+zp_sdk_ipc_ret_value check_socket_dir(const sockaddr_un &to)
+{
+    if (to.sun_path[0] == '\0')
+        return IPC_OK;  // an abstract name lives in no folder
+    char dir[sizeof to.sun_path + 1] = {};
+    std::memcpy(dir, to.sun_path, sizeof to.sun_path);
+    char *slash = std::strrchr(dir, '/');
+    if (slash == nullptr)
+        return check_dir(".");
+    if (slash == dir)
+        slash[1] = '\0';  // a socket in the root folder
+    else
+        *slash = '\0';
+    return check_dir(dir);
 }
 
 socklen_t addr_len(const ipc_addr_t *a, sockaddr_un *out)
@@ -146,13 +205,14 @@ IPC_EXPORT void *ipc_memory_assign(zp_uint32 len, zp_uint32 /*flag*/)
 
 IPC_EXPORT zp_sdk_ipc_ret_value ipc_gen_seesion_id(ipc_msg_head_t *head)
 {
-    static std::atomic<zp_uint32> count{0};
+    // A count from a random start: another process can't tell which id an
+    // exchange waits for.
+    static std::atomic<zp_uint32> count{random_start()};
     if (head == nullptr)
         return IPC_INVALID_PARA;
-    const zp_uint32 base = static_cast<zp_uint32>(getpid()) << 16;
     zp_uint32 id;
     do
-        id = base + (count.fetch_add(1, std::memory_order_relaxed) & 0xFFFFu);
+        id = count.fetch_add(1, std::memory_order_relaxed);
     while (id == 0);
     head->session_id = id;
     return IPC_OK;

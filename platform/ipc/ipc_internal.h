@@ -38,8 +38,17 @@ zp_uint16 tid16();
 
 /* The IPC folder of this process (ZP_IPC_DIR or the default). */
 const char *ipc_dir();
-/* Makes the folder and its parents; false on failure (logged). */
-bool make_dir(const char *dir);
+/* Makes the folder (mode 0770) and its parents when missing, then checks
+ * it with check_dir: IPC_OK, IPC_REJECT, or IPC_SYS_ERR (logged). */
+zp_sdk_ipc_ret_value make_dir(const char *dir);
+/* Whether a folder may hold module sockets: IPC_OK when it is a folder of
+ * this user or of root that others can't write to, IPC_NOT_FOUND when it
+ * does not exist, IPC_REJECT otherwise (logged as an error). A folder
+ * someone else controls could hold a socket that answers in the service's
+ * name. */
+zp_sdk_ipc_ret_value check_dir(const char *dir);
+/* check_dir on the folder of a socket path; IPC_OK for an abstract name. */
+zp_sdk_ipc_ret_value check_socket_dir(const sockaddr_un &to);
 
 /* Socket address of `a` in *out and its length; 0 when `a` names no socket. */
 socklen_t addr_len(const ipc_addr_t *a, sockaddr_un *out);

@@ -3,7 +3,10 @@
 //
 // Each thread that sends gets one datagram socket, bound to an abstract name
 // the kernel picks, and keeps it until it ends. Answers to its requests come
-// back there, so concurrent exchanges of different threads never meet. A
+// back there, so concurrent exchanges of different threads never meet. For
+// each exchange the socket is connected to the module's socket, so that
+// nothing but that socket can reach it. Sockets are only used in folders
+// that check_socket_dir trusts. A
 // forked child gets fresh reply sockets: the inherited ones still belong to
 // the parent's threads.
 #include <pthread.h>
@@ -126,6 +129,8 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_asy(ipc_addr_t *addr, void *msg, zp
     const socklen_t tolen = addr_len(addr, &to);
     if (tolen == 0)
         return IPC_INVALID_PARA;
+    if (const zp_sdk_ipc_ret_value ret = check_socket_dir(to); ret != IPC_OK)
+        return ret;
     ipc_msg_head_t head;
     std::memcpy(&head, msg, sizeof(head));
     if (head.msg_type != IPC_SYN_RSP)
@@ -157,9 +162,19 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_syn(ipc_addr_t *addr, void *msg, zp
     const socklen_t tolen = addr_len(addr, &to);
     if (tolen == 0)
         return IPC_INVALID_PARA;
+    zp_sdk_ipc_ret_value ret = check_socket_dir(to);
+    if (ret != IPC_OK)
+        return ret;
     ReplySocket *r = reply_socket();
     if (r == nullptr)
         return IPC_SYS_ERR;
+    // Connected to the module's socket, the reply socket takes datagrams
+    // from that socket alone: the kernel refuses any other sender, so only
+    // the process serving the module can answer.
+    while (connect(r->fd, reinterpret_cast<const sockaddr *>(&to), tolen) != 0) {
+        if (errno != EINTR)
+            return send_errno(errno);
+    }
 
     ipc_msg_head_t head;
     std::memcpy(&head, msg, sizeof(head));
@@ -168,8 +183,7 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_syn(ipc_addr_t *addr, void *msg, zp
     if (head.session_id == 0)
         ipc_gen_seesion_id(&head);
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeout);
-    zp_sdk_ipc_ret_value ret =
-        send_datagram(r->fd, &to, tolen, &head, static_cast<const zp_uint8 *>(msg) + IPC_MSG_HEAD_LEN, len);
+    ret = send_datagram(r->fd, &to, tolen, &head, static_cast<const zp_uint8 *>(msg) + IPC_MSG_HEAD_LEN, len);
     if (ret != IPC_OK)
         return ret;
 

@@ -1,17 +1,24 @@
 // Receiving side of a host process: one module socket, one receive thread.
 //
+// Claiming a module: the IPC folder is made (0770) or checked, the module's
+// lock file is locked, a socket file left by a dead server is removed, and
+// the socket is bound.
+//
 // The thread owns the receive buffer: each valid datagram is completed there
 // into a delivered message (head, payload padded to 4, sender address) and
 // handed to the handler, which may use it only during the call. Stop sets a
 // flag and wakes the thread with an empty datagram; a receive time limit
 // backs that up should the wake-up not get through.
+#include <fcntl.h>
 #include <pthread.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -20,6 +27,7 @@
 
 struct ipc_server {
     int fd = -1;
+    int lock_fd = -1; /* holds the module's lock file while serving */
     ipc_addr_t addr{};
     ipc_msg_handler handler = nullptr;
     void *ctx = nullptr;
@@ -88,6 +96,33 @@ void *receive_loop(void *arg)
     return nullptr;
 }
 
+// Takes "<socket>.lock" for the life of the server: of processes using this
+// library, only one can serve a module, even when two start at once. The
+// kernel drops the lock when its holder dies, so a dead server's lock is
+// never in the way. IPC_REJECT when a live server holds it.
+zp_sdk_ipc_ret_value take_lock(ipc_server *srv)
+{
+    char path[sizeof srv->addr.addr.sun_path + sizeof ".lock"];
+    std::snprintf(path, sizeof path, "%s.lock", srv->addr.addr.sun_path);
+    srv->lock_fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0660);
+    if (srv->lock_fd < 0) {
+        IPC_LOG("cannot open %s: %s\n", path, std::strerror(errno));
+        return IPC_SYS_ERR;
+    }
+    while (flock(srv->lock_fd, LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EINTR)
+            continue;
+        if (errno != EWOULDBLOCK) {
+            IPC_LOG("cannot lock %s: %s\n", path, std::strerror(errno));
+            return IPC_SYS_ERR;
+        }
+        log_print(ZP_LOG_ERROR, "[%s:%s:%d]%s is held by another process: the module is served already\n",
+                  __FILE_NAME__, __func__, __LINE__, path);
+        return IPC_REJECT;
+    }
+    return IPC_OK;
+}
+
 // IPC_OK when nobody serves `path` (a stale file is removed), IPC_REJECT
 // when a live socket answers there.
 zp_sdk_ipc_ret_value claim_path(const ipc_addr_t &addr)
@@ -113,6 +148,8 @@ void free_server(ipc_server *srv)
 {
     if (srv->fd >= 0)
         close(srv->fd);
+    if (srv->lock_fd >= 0)
+        close(srv->lock_fd);
     mem_free_ex(tid16(), kSiteServerBuf, 0, srv->buf);
     delete srv;
 }
@@ -140,11 +177,11 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_ha
     }
     const char *path = srv->addr.addr.sun_path;
     srv->buf = static_cast<zp_uint8 *>(mem_malloc_ex(tid16(), kSiteServerBuf, 0, kBufSize));
-    if (srv->buf == nullptr || !make_dir(ipc_dir())) {
-        free_server(srv);
-        return IPC_SYS_ERR;
-    }
-    ret = claim_path(srv->addr);
+    ret = srv->buf != nullptr ? make_dir(ipc_dir()) : IPC_SYS_ERR;
+    if (ret == IPC_OK)
+        ret = take_lock(srv);
+    if (ret == IPC_OK)
+        ret = claim_path(srv->addr);
     if (ret != IPC_OK) {
         free_server(srv);
         return ret;

@@ -29,6 +29,7 @@ enum : zp_uint32 {
     kSlow = 2,   // the same after 300 ms
     kCount = 3,  // answer: {messages delivered before, requests without a reply address}
     kQuit = 4,
+    kForge = 5,  // another process forges the answer first; then the real one: what the forger saw
     kAnswer = 0x99,
 };
 
@@ -70,6 +71,33 @@ void answer(const void *req, const Bytes &body)
     mem_free_ex(pb_tid16(), 0, 0, rsp);
 }
 
+// A process other than the responder (and of another user, `nobody`, when
+// the test runs as root) sends an answer to the requester's address with
+// the request's session id, as one that knows both would. Its errno (0: the
+// datagram went out).
+int forge_answer(const void *req)
+{
+    const auto *rh = static_cast<const ipc_msg_head_t *>(req);
+    const ipc_msg_head_t head{IPC_SYN_RSP, kAnswer, 4, rh->session_id};
+    zp_uint8 d[IPC_MSG_HEAD_LEN + 4];
+    std::memcpy(d, &head, sizeof head);
+    std::memcpy(d + IPC_MSG_HEAD_LEN, "FAKE", 4);
+    sockaddr_un to;
+    std::memcpy(&to, &pb_msg_sender(req)->addr, sizeof to);
+    const socklen_t tolen = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 +
+                                                   strnlen(to.sun_path + 1, sizeof to.sun_path - 1));
+    const pid_t pid = fork();
+    if (pid == 0) {
+        if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+            _exit(254);
+        const int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+        _exit(sendto(fd, d, sizeof d, 0, reinterpret_cast<sockaddr *>(&to), tolen) == sizeof d ? 0 : errno);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 255;
+}
+
 void respond(void *msg, void *ctx)
 {
     auto *r = static_cast<Responder *>(ctx);
@@ -88,6 +116,11 @@ void respond(void *msg, void *ctx)
         usleep(300 * 1000);
     if (h->msg_id == kEcho || h->msg_id == kSlow)
         answer(msg, inverted(Bytes(in, in + h->length)));
+    if (h->msg_id == kForge) {
+        const int err = forge_answer(msg);
+        answer(msg,
+               Bytes(reinterpret_cast<const zp_uint8 *>(&err), reinterpret_cast<const zp_uint8 *>(&err + 1)));
+    }
     if (h->msg_id == kCount)
         answer(msg,
                Bytes(reinterpret_cast<zp_uint8 *>(r->counts), reinterpret_cast<zp_uint8 *>(r->counts + 2)));
@@ -219,6 +252,21 @@ TEST_F(IpcExchange, LateOrConcurrentAnswersAreNotTakenForAnother)
     for (auto &th : threads)
         th.join();
     EXPECT_EQ(wrong.load(), 0);
+}
+
+// Only the process serving the module reaches a requester's reply socket:
+// another process (of another user when run as root), knowing the reply
+// address and the session id, is refused by the kernel, and the answer taken
+// is the responder's.
+TEST_F(IpcExchange, AnAnswerFromAnotherProcessIsNeverTaken)
+{
+    const Result r = exchange(kForge, {}, 4, 5000);
+    ASSERT_EQ(r.rc, IPC_OK);
+    ASSERT_EQ(r.payload.size(), 4u);
+    EXPECT_NE(r.payload, Bytes({'F', 'A', 'K', 'E'})) << "the forged answer was taken";
+    int err = 0;
+    std::memcpy(&err, r.payload.data(), sizeof err);
+    EXPECT_EQ(err, EPERM) << "the forger reached the reply socket";
 }
 
 Bytes datagram(zp_uint32 type, zp_uint32 length, size_t payload)

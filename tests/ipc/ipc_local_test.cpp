@@ -2,6 +2,7 @@
 // to one's own module, and the in-process queue.
 #include <gtest/gtest.h>
 
+#include <pwd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -62,6 +63,61 @@ TEST(IpcServer, SocketFileLifeCycleAndUnreachableModules)
     EXPECT_EQ(ipc_get_addr_by_id(MU_ID, 0, &missing), IPC_INVALID_PARA);
     EXPECT_EQ(ipc_server_start(MU_ID, ignore, nullptr, &srv), IPC_INVALID_PARA);
     setenv("ZP_IPC_DIR", keep.c_str(), 1);
+}
+
+// The IPC folder is made 0770 when missing, whatever the umask; one that
+// others may write to, or (tested when run as root) one of another user,
+// is refused by the servers and by both send calls.
+TEST(IpcServer, OnlyAFolderOfThisUserOrRootThatOthersCannotWrite)
+{
+    const std::string keep = std::getenv("ZP_IPC_DIR"), base = keep + "/folders";
+    const passwd *nobody = getpwnam("nobody");
+    const struct {
+        const char *name;
+        mode_t mode;  // 0: left for the server to make
+        bool others;  // owned by nobody
+        zp_sdk_ipc_ret_value want;
+    } cases[] = {
+        {"made", 0, false, IPC_OK},          {"group", 0770, false, IPC_OK},
+        {"loose", 0777, false, IPC_REJECT},  {"loose-sticky", 01777, false, IPC_REJECT},
+        {"foreign", 0750, true, IPC_REJECT},
+    };
+    const mode_t umask_was = umask(077);
+    for (const auto &c : cases) {
+        const std::string dir = base + "/" + c.name;
+        if (c.others && (geteuid() != 0 || nobody == nullptr))
+            continue;
+        if (c.mode != 0) {
+            mkdir(base.c_str(), 0770);
+            ASSERT_EQ(mkdir(dir.c_str(), 0700), 0) << dir;
+            ASSERT_EQ(chmod(dir.c_str(), c.mode), 0);
+            if (c.others) {
+                ASSERT_EQ(chown(dir.c_str(), nobody->pw_uid, nobody->pw_gid), 0);
+            }
+        }
+        setenv("ZP_IPC_DIR", dir.c_str(), 1);
+        ipc_server_pt srv = nullptr;
+        EXPECT_EQ(ipc_server_start(CLI3_ID, ignore, nullptr, &srv), c.want) << c.name;
+        ipc_addr_t to;
+        ipc_get_addr_by_id(CLI3_ID, 0, &to);
+        ipc_msg_head_t req{}, rsp{};
+        size_t rsp_len = 0;
+        const zp_sdk_ipc_ret_value sent = c.want == IPC_OK ? IPC_OK : IPC_REJECT;
+        EXPECT_EQ(ipc_msg_send_asy(&to, &req, 0), sent) << c.name;
+        if (c.want != IPC_OK) {
+            EXPECT_EQ(ipc_msg_send_syn(&to, &req, 0, 1000, &rsp, &rsp_len), IPC_REJECT) << c.name;
+        }
+        struct stat st;
+        ASSERT_EQ(stat(dir.c_str(), &st), 0);
+        if (c.mode == 0) {
+            EXPECT_EQ(st.st_mode & 07777, 0770u);
+        }
+        ipc_server_stop(srv);
+        EXPECT_NE(stat(to.addr.sun_path, &st), 0) << c.name << ": no socket left behind";
+    }
+    umask(umask_was);
+    setenv("ZP_IPC_DIR", keep.c_str(), 1);
+    EXPECT_EQ(std::system(("rm -rf " + base).c_str()), 0);
 }
 
 // A handler in the style of the service: copies each delivered message onto
@@ -130,8 +186,11 @@ TEST(IpcMq, KeepsEachProducersOrder)
     std::vector<std::thread> producers;
     for (zp_uint32 t = 0; t < 3; ++t)
         producers.emplace_back([mq, t] {
-            for (zp_uint32 i = 0; i < 300; ++i)
-                ipc_mq_send(mq, tagged(t << 16 | i), 0, 0);
+            for (zp_uint32 i = 0; i < 300; ++i) {
+                void *m = tagged(t << 16 | i);
+                while (ipc_mq_send(mq, m, 0, 0) == IPC_MQ_FULL)
+                    std::this_thread::yield();
+            }
         });
     zp_uint32 next[3] = {0, 0, 0};
     for (int n = 0; n < 900; ++n) {
@@ -144,6 +203,22 @@ TEST(IpcMq, KeepsEachProducersOrder)
     for (auto &p : producers)
         p.join();
     ipc_mq_destroy(mq);
+}
+
+// A queue nobody empties stops growing: past its depth a send is refused
+// and the message stays the sender's.
+TEST(IpcMq, RefusesPastItsDepth)
+{
+    ipc_mq_cb_pt mq;
+    ASSERT_EQ(ipc_mq_create(0, &mq), IPC_OK);
+    for (zp_uint32 i = 0; i < IPC_MQ_MAX_DEPTH; ++i)
+        ASSERT_EQ(ipc_mq_send(mq, tagged(i), 0, 0), IPC_OK);
+    void *extra = tagged(IPC_MQ_MAX_DEPTH);
+    EXPECT_EQ(ipc_mq_send(mq, extra, 0, 0), IPC_MQ_FULL);
+    EXPECT_EQ(mem_live_blocks(kSiteCopy), static_cast<long>(IPC_MQ_MAX_DEPTH) + 1);
+    mem_free_ex(pb_tid16(), 0, 0, extra);
+    ipc_mq_destroy(mq);
+    EXPECT_EQ(mem_live_blocks(kSiteCopy), 0);
 }
 
 TEST(IpcMq, TimeLimitsAndTeardown)

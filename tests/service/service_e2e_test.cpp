@@ -2,12 +2,25 @@
 // of MU_ID, and client processes (this test and pb_service_client).
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <deque>
 #include <fstream>
 #include <optional>
 #include <set>
 
 #include "harness.h"
+#include "pbm_sim.h"
+#include "zp_ipc_host.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define PB_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define PB_SANITIZED 1
+#endif
+#endif
 
 namespace {
 
@@ -18,6 +31,18 @@ std::string mu_socket()
     ipc_addr_t a{};
     ipc_get_addr_by_id(MU_ID, 0, &a);
     return a.addr.sun_path;
+}
+
+// Whether the service of the host process takes requests: it answers an
+// unsupported action as such (not "not ready yet").
+bool service_up()
+{
+    pb_event_req_t req{};
+    req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
+    pb_rsp_t rsp{};
+    size_t len = sizeof rsp;
+    return simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &len, 5000) == 0 &&
+           rsp.pb_result == PB_RCODE_ARGSERR;
 }
 
 class HostProcess : public ::testing::Test {
@@ -32,9 +57,8 @@ protected:
         sim_.emplace(std::vector<std::string>{PBM_SIMD_BIN, "--card", card});
         const std::string modem = std::getenv("ZP_IPC_DIR") + std::string("/qmi_pbm");
         ASSERT_TRUE(pbt::wait_until([&] { return pbt::exists(modem); }, 5000));
-        // The host binds MU_ID's socket once its service is up.
         host_.emplace(std::vector<std::string>{PB_HOST_BIN});
-        ASSERT_TRUE(pbt::wait_until([] { return pbt::exists(mu_socket()); }, 5000));
+        ASSERT_TRUE(pbt::wait_until(service_up, 10000));
         ASSERT_EQ(simlib_pb_init(STORAGE_TYPE_SIM), 0);
     }
     void TearDown() override
@@ -121,6 +145,34 @@ TEST_F(HostProcess, ImportsAndServiceAddsLoseNoEntry)
     std::remove(text.c_str());
 }
 
+// A second host on the same folder leaves the running service and its SIM
+// phonebook alone; a folder someone else could write to is refused; the
+// socket of a host that died is taken over.
+TEST_F(HostProcess, OneHostPerFolderAndOnlyInATrustedFolder)
+{
+    int num = 0;
+    auto read = [&] {
+        return simlib_pb_read_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_GETALL, &num) != nullptr;
+    };
+    ASSERT_TRUE(pbt::wait_until(read, 10000));
+    EXPECT_EQ(pbt::child({PB_HOST_BIN}).wait(30000), 1);
+    ASSERT_TRUE(read());
+    EXPECT_EQ(num, static_cast<int>(kFilled));
+
+    const std::string dir = std::getenv("ZP_IPC_DIR"), loose = dir + "-loose";
+    mkdir(loose.c_str(), 0700);
+    chmod(loose.c_str(), 0777);
+    setenv("ZP_IPC_DIR", loose.c_str(), 1);
+    EXPECT_EQ(pbt::child({PB_HOST_BIN}).wait(30000), 1);
+    setenv("ZP_IPC_DIR", dir.c_str(), 1);
+    EXPECT_FALSE(pbt::exists(loose + "/ipc_11")) << "no socket in a loose folder";
+
+    host_->wait(5000, SIGKILL);
+    host_.emplace(std::vector<std::string>{PB_HOST_BIN});
+    ASSERT_TRUE(pbt::wait_until(read, 10000));
+    EXPECT_EQ(num, static_cast<int>(kFilled));
+}
+
 // SIGTERM while clients keep sending: the host exits 0 promptly and every
 // client's exchange ends (answered, or failed once the host is gone).
 TEST_F(HostProcess, StopsCleanlyWhileRequestsArrive)
@@ -135,6 +187,97 @@ TEST_F(HostProcess, StopsCleanlyWhileRequestsArrive)
     for (pbt::child &c : clients)
         EXPECT_EQ(c.wait(10000), 0);
     EXPECT_FALSE(pbt::exists(mu_socket()));
+}
+
+// Resident memory of a process in KiB, from /proc; 0 when unknown.
+long rss_kib(pid_t pid)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("VmRSS:", 0) == 0)
+            return std::atol(line.c_str() + 6);
+    return 0;
+}
+
+// A flood of large datagrams while the service waits on a card that does
+// not answer: what the service would not handle is dropped before it takes
+// memory, at most a bounded queue of requests waits, one more is answered
+// "busy" at once, and the host's memory stays small and, once the queue has
+// drained, where it was.
+TEST(HostUnderFlood, MemoryStaysBoundedAndTheServiceAnswersAfterwards)
+{
+    pbt::remove_books();
+    pbm_sim::Card card;
+    pbm_sim::utf8_to_ucs2("one", &card.records[1].name);
+    pbm_sim::Simulator sim(card);
+    ASSERT_TRUE(sim.start());
+    pbt::child host({PB_HOST_BIN});
+    ASSERT_TRUE(pbt::wait_until(service_up, 10000));
+    ASSERT_EQ(simlib_pb_init(STORAGE_TYPE_SIM), 0);
+
+    ipc_addr_t to{};
+    ipc_get_addr_by_id(MU_ID, 0, &to);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);  // unbound: answers to it fail at once
+    const auto send = [&](zp_int32 event, size_t len) {
+        std::vector<zp_uint8> d(IPC_MSG_HEAD_LEN + len);
+        const ipc_msg_head_t head{IPC_ASY_MSG, MSG_ID_PB_REQ, static_cast<zp_uint32>(len), 1};
+        pb_event_req_t req{};
+        req.event = event;
+        req.storage_type = STORAGE_TYPE_SIM;
+        std::memcpy(d.data(), &head, sizeof head);
+        std::memcpy(d.data() + IPC_MSG_HEAD_LEN, &req, std::min(len, sizeof req));
+        return pbt::wait_until(
+            [&] {
+                return sendto(fd, d.data(), d.size(), MSG_DONTWAIT,
+                              reinterpret_cast<const sockaddr *>(&to.addr),
+                              sizeof to.addr) == static_cast<ssize_t>(d.size());
+            },
+            10000);
+    };
+    pbt::raw_peer late("late");
+    // The first round takes every path once; after the second the host is
+    // where the first left it.
+    long peak = 0, after[2] = {0, 0};
+    for (long &rss : after) {
+        int num = 0;
+        ASSERT_TRUE(pbt::wait_until(
+            [&] {
+                return simlib_pb_read_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_GETALL, &num) != nullptr;
+            },
+            30000));
+        // A SIM add holds the service thread on a card that does not answer.
+        sim.set_reply_delay(600000);
+        ASSERT_TRUE(send(SIM_PB_HANDLE_TYPE_ADD, sizeof(pb_event_req_t)));
+        for (int k = 0; k < 1500; ++k) {
+            ASSERT_TRUE(
+                send(SIM_PB_HANDLE_TYPE_GETCOUNT, k % 2 ? IPC_MSG_MAX_PAYLOAD : sizeof(pb_event_req_t)));
+            if (k % 50 == 0)
+                peak = std::max(peak, rss_kib(host.pid));
+        }
+        pb_event_req_t req{};
+        req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
+        ASSERT_TRUE(late.send(IPC_SYN_REQ, MSG_ID_PB_REQ, 7, &req, sizeof req));
+        const pbt::raw_reply busy = late.receive(10000);
+        peak = std::max(peak, rss_kib(host.pid));
+        ASSERT_TRUE(busy.arrived);
+        EXPECT_EQ(busy.rsp.pb_result, PB_RCODE_NODEPUSH_ERR);
+        // The modem goes away: the add fails and the queue drains.
+        sim.stop();
+        ASSERT_TRUE(pbt::wait_until(service_up, 60000));
+        rss = rss_kib(host.pid);
+        sim.set_reply_delay(0);
+        ASSERT_TRUE(sim.start());
+    }
+    ::close(fd);
+    std::printf("host RSS: peak %ld KiB, after one flood %ld KiB, after two %ld KiB\n", peak, after[0],
+                after[1]);
+#ifndef PB_SANITIZED  // sanitizers keep freed memory and add their own
+    EXPECT_LT(peak, 8 * 1024);
+    EXPECT_LE(after[1], after[0] + 64);
+#endif
+    EXPECT_EQ(host.wait(5000, SIGTERM), 0);
+    sim.stop();
+    pbt::remove_books();
 }
 
 // A stop while the host still waits for the modem must not hang.

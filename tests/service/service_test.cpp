@@ -9,6 +9,7 @@
 
 #include "harness.h"
 #include "mm_pb.h"
+#include "pb_qmi.h"
 #include "pbm_sim.h"
 #include "zp_ipc_host.h"
 #include "zp_mem_host.h"
@@ -155,10 +156,10 @@ TEST_F(Service, EntryOperationsAnswerInKindAndChangeTheCardFirstThenTheFile)
         {SYN, SIM, ADD, entry(0, 0, "Gap"), {}, 0, PB_RCODE_OK, 2, "1@1:c1 2@3:c3 3@4:c4 4@2:Gap"},
         // The stored record number wins over the one the client sends.
         {ASY, SIM, EDIT, entry(2, 77, "Ed"), {}, 0, PB_RCODE_OK, 0, four},
-        {SYN, SIM, ADD, entry(0, 0, "No"), {}, 1, PB_RCODE_WRITE_ERR, 5, four},
-        {SYN, SIM, EDIT, entry(1, 0, "No"), {}, 1, PB_RCODE_WRITE_ERR, 0, four},
-        {SYN, SIM, DEL, entry(1, 0, ""), {}, 1, PB_RCODE_WRITE_ERR, 0, four},
-        {SYN, SIM, DEL_ALL, {}, {}, 1, PB_RCODE_ERROR, 0, four},
+        {SYN, SIM, ADD, entry(0, 0, "No"), {}, 1, PB_RCODE_SWAP_ERR, 5, four},
+        {SYN, SIM, EDIT, entry(1, 0, "No"), {}, 1, PB_RCODE_SWAP_ERR, 0, four},
+        {SYN, SIM, DEL, entry(1, 0, ""), {}, 1, PB_RCODE_SWAP_ERR, 0, four},
+        {SYN, SIM, DEL_ALL, {}, {}, 1, PB_RCODE_SWAP_ERR, 0, four},
         {SYN, SIM, DEL_ANY, {}, {2, 3}, 1, PB_RCODE_OK, 0, "1@1:c1 2@3:Ed 4@2:Gap"},
         {SYN, SIM, DEL_ALL, {}, {}, 0, PB_RCODE_OK, 0, "none"},
     };
@@ -197,6 +198,74 @@ TEST_F(Service, EntryOperationsAnswerInKindAndChangeTheCardFirstThenTheFile)
     // to go).
     EXPECT_EQ(simlib_pb_del_any(DEV, device_list.data(), PB_DEL_ANY_MAX + 1), PB_RCODE_ARGSERR);
     EXPECT_EQ(simlib_pb_write_handler(DEV, SIM_PB_HANDLE_TYPE_ADD, nullptr), PB_RCODE_ARGSERR);
+}
+
+// A SIM change before the card has been read to the end, the very first
+// request or any while the read runs, is answered "not read yet" without
+// touching card or file, and the first one starts the read. Here the modem
+// hangs up half-way through the read: the read ends as not read, is started
+// again over a new client into a fresh file, and then changes land and the
+// file is the card, each record once. The device phonebook never waits.
+TEST_F(Service, SimChangesWaitUntilTheCardIsRead)
+{
+    constexpr zp_uint32 SYN = IPC_SYN_REQ;
+    const auto card_as_file = [this] {
+        std::map<zp_uint32, std::string> on_card, in_file;
+        for (const auto &[id, r] : sim_.card().records)
+            on_card[id] = pbm_sim::ucs2_to_utf8(r.name);
+        for (const pb_flash_info &e : pbt::read_book(SIM))
+            EXPECT_TRUE(in_file.emplace(e.sim_index, e.name).second) << "record " << e.sim_index << " twice";
+        return on_card == in_file;
+    };
+    sim_.set_records_per_indication(1);
+    sim_.hang_up_after_indications(2);
+    const zp_int32 changes[] = {SIM_PB_HANDLE_TYPE_ADD, SIM_PB_HANDLE_TYPE_EDIT, SIM_PB_HANDLE_TYPE_DEL,
+                                SIM_PB_HANDLE_TYPE_DEL_ANY, SIM_PB_HANDLE_TYPE_DEL_ALL};
+    for (zp_int32 ev : changes) {
+        pb_event_req_t req{ev, entry(1, 1, "Early"), SIM, {1}};
+        EXPECT_EQ(ask(SYN, req).rsp.pb_result, PB_RCODE_READED_ERR) << ev;
+    }
+    EXPECT_EQ(sim_.requests(QMI_PBM_READ_RECORDS_REQ_V01), 1u) << "the first change starts the read";
+    EXPECT_EQ(ask(SYN, {SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "Dev"), DEV, {}}).rsp.pb_result, PB_RCODE_OK);
+    EXPECT_EQ(sim_.card().records.size(), 4u);
+
+    int num = 0;
+    ASSERT_TRUE(pbt::wait_until(
+        [&] { return simlib_pb_read_handler(SIM, SIM_PB_HANDLE_TYPE_GETALL, &num) != nullptr; }, 10000));
+    EXPECT_EQ(file(SIM), kCardFile);
+    EXPECT_EQ(sim_.requests(QMI_PBM_READ_RECORDS_REQ_V01), 2u);
+    EXPECT_EQ(ask(SYN, {SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "Late"), SIM, {}}).rsp.pb_result, PB_RCODE_OK);
+    EXPECT_EQ(file(SIM), kCardFile + " 5@5:Late");
+    EXPECT_TRUE(card_as_file());
+}
+
+// Read indications count only when they come from the service's own
+// process while a read runs: one from another socket, before or during the
+// read, or one from inside after it, changes nothing.
+TEST_F(Service, ReadIndicationsOnlyFromInsideWhileReading)
+{
+    pbm_record_read_ind_msg_v01 forged{};
+    forged.basic_record_data.record_instances_len = 1;
+    forged.basic_record_data.record_instances[0].record_id = 9;
+    forged.basic_record_data.record_instances[0].name_len = 2;
+    forged.basic_record_data.record_instances[0].name[0] = 'F';
+    pbm_record_read_ind_msg_v01 empty{};
+    const auto send = [this](const pbm_record_read_ind_msg_v01 &ind) {
+        ASSERT_TRUE(peer_.send(IPC_ASY_MSG, MSG_ID_PB_READ_IND, 1, &ind, sizeof ind));
+    };
+    send(empty);  // would end a read that has not begun
+    send(forged);
+    sim_.set_reply_delay(300);
+    int num = 0;
+    EXPECT_EQ(simlib_pb_read_handler(SIM, SIM_PB_HANDLE_TYPE_GETALL, &num), nullptr);
+    send(forged);  // during the read
+    ASSERT_TRUE(pbt::wait_until(
+        [&] { return simlib_pb_read_handler(SIM, SIM_PB_HANDLE_TYPE_GETALL, &num) != nullptr; }, 10000));
+    EXPECT_EQ(file(SIM), kCardFile);
+    EXPECT_EQ(pb_send_request_asyn(MU_ID, MSG_ID_PB_READ_IND, &forged, sizeof forged), PB_RCODE_OK);
+    // Answered after the indication: it has been handled by then.
+    ASSERT_TRUE(ask(IPC_SYN_REQ, {SIM_PB_HANDLE_TYPE_GETCOUNT, {}, DEV, {}}).arrived);
+    EXPECT_EQ(file(SIM), kCardFile);
 }
 
 // The dispatcher, called directly while the service thread is idle: flags

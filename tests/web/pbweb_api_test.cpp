@@ -261,7 +261,7 @@ TEST_F(PbwebApi, SimChangesReachTheCardAndTheCardsLimitsAreReported)
     sim_->refuse_next_writes(1);
     Reply refused = http("POST", "/api/sim/entries", R"({"name":"Nope","number":"1"})");
     EXPECT_EQ(refused.status, 500);
-    EXPECT_EQ(refused.at("code"), "9") << refused.body;
+    EXPECT_EQ(refused.at("code"), "10") << refused.body;
 
     Reply del =
         http("POST", "/api/sim/delete", "{\"entries\":[{\"index\":" + idx + ",\"name\":\"Ольга К.\"}]}");

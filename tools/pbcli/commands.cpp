@@ -55,8 +55,13 @@ public:
     }
 
     // One change through the service, asked again while the SIM phonebook
-    // is not ready, until the time limit.
-    int write(sim_pb_handle_t action, pb_flash_info *info)
+    // is not ready, until the time limit. A change by index names the entry
+    // it means in `was`: while the change waits, the SIM phonebook may be
+    // read again (the modem restarted) and its entries numbered anew, so
+    // before each new ask the entry is looked up and the change follows it
+    // to its index (info->index tells where it went); when the entry is
+    // gone, nothing more is sent.
+    int write(sim_pb_handle_t action, pb_flash_info *info, const pb_flash_info *was = nullptr)
     {
         for (;;) {
             pb_flash_info sent = *info;
@@ -65,15 +70,36 @@ public:
                 *info = sent;
                 return rc;
             }
+            if (was != nullptr) {
+                Entries now;
+                if (int r = read_all(args_.type, &now); r != PB_RCODE_OK)
+                    return r;
+                const pb_flash_info *e = find_same(now, *was);
+                if (e == nullptr)
+                    return RC_CHANGED;
+                info->index = e->index;
+            }
         }
     }
 
-    int del_any(std::vector<int> idx)
+    // Several deletes by index; while it waits, the entries must stay where
+    // they were, or nothing more is sent.
+    int del_any(const Entries &targets)
     {
+        std::vector<int> idx;
+        for (const pb_flash_info &e : targets)
+            idx.push_back(static_cast<int>(e.index));
         for (size_t at = 0; at < idx.size(); at += PB_DEL_ANY_MAX) {
             int n = static_cast<int>(std::min<size_t>(PB_DEL_ANY_MAX, idx.size() - at));
             int rc;
             while (rcode_busy(rc = simlib_pb_del_any(args_.type, idx.data() + at, n)) && pause()) {
+                Entries now;
+                if (int r = read_all(args_.type, &now); r != PB_RCODE_OK)
+                    return r;
+                for (const pb_flash_info &e : targets)
+                    if (const pb_flash_info *found = find_same(now, e);
+                        found == nullptr || found->index != e.index)
+                        return RC_CHANGED;
             }
             if (rc != PB_RCODE_OK)
                 return rc;
@@ -85,7 +111,9 @@ public:
     Exit fail(int rc, const std::string &context = "") const
     {
         std::string msg = (context.empty() ? "" : context + ": ") + rcode_message(rc);
-        if (args_.json)
+        if (args_.json && rc == RC_CHANGED)  // no code of the phonebook
+            std::cout << "{\"ok\":false,\"error\":" << json_string(msg) << "}\n";
+        else if (args_.json)
             std::cout << "{\"ok\":false,\"code\":" << rc << ",\"error\":" << json_string(msg) << "}\n";
         else
             std::cerr << "pbcli: " << msg << "\n";
@@ -225,11 +253,12 @@ Exit cmd_edit(Session &s)
         set_field(e.num, *a.number);
     if (a.email)
         set_field(e.email, *a.email);
-    if (int rc = s.write(SIM_PB_HANDLE_TYPE_EDIT, &e); rc != PB_RCODE_OK)
+    const pb_flash_info was = *old;
+    if (int rc = s.write(SIM_PB_HANDLE_TYPE_EDIT, &e, &was); rc != PB_RCODE_OK)
         return s.fail(rc, "edit " + std::to_string(index));
     Entries after;
-    if (s.read_all(a.type, &after) == PB_RCODE_OK && find_entry(after, index))
-        e = *find_entry(after, index);
+    if (s.read_all(a.type, &after) == PB_RCODE_OK && find_entry(after, static_cast<int>(e.index)))
+        e = *find_entry(after, static_cast<int>(e.index));
     print_entry(s, "Changed", e);
     return EXIT_OK;
 }
@@ -252,10 +281,15 @@ Exit cmd_delete(Session &s)
 
     int rc = PB_RCODE_OK;
     if (a.indexes.size() == 1) {
-        pb_flash_info e = *find_entry(v, present[0]);
-        rc = s.write(SIM_PB_HANDLE_TYPE_DEL, &e);
+        const pb_flash_info was = *find_entry(v, present[0]);
+        pb_flash_info e = was;
+        rc = s.write(SIM_PB_HANDLE_TYPE_DEL, &e, &was);
+        present[0] = static_cast<int>(e.index);
     } else if (!present.empty()) {
-        rc = s.del_any(present);
+        Entries targets;
+        for (int i : present)
+            targets.push_back(*find_entry(v, i));
+        rc = s.del_any(targets);
     }
     if (rc != PB_RCODE_OK)
         return s.fail(rc, "delete");

@@ -31,17 +31,16 @@ const RcodeText kRcodes[] = {
     {PB_RCODE_INVALID_ERR, "no such entry, or the entry cannot be changed", EXIT_NOT_FOUND},
     {PB_RCODE_READED_ERR, "SIM phonebook is still being read, try again", EXIT_NOT_READY},
     {PB_RCODE_READ_ERR, "the phonebook file could not be read", EXIT_FAILED},
-    {PB_RCODE_WRITE_ERR,
-     "the SIM card or the phonebook file refused the change "
-     "(for the SIM: a name or number too long for the card?)",
+    {PB_RCODE_WRITE_ERR, "the phonebook file could not be saved (flash full or read-only?)", EXIT_FAILED},
+    {PB_RCODE_SWAP_ERR, "the SIM card refused the change (a name or number too long for the card?)",
      EXIT_FAILED},
-    {PB_RCODE_SWAP_ERR, "internal error: text conversion failed", EXIT_FAILED},
     {PB_RCODE_NOTFREE_ERR, "the phonebook is full: no free place for the entry", EXIT_FAILED},
     {PB_RCODE_READING_ERR, "SIM phonebook is still being read, try again", EXIT_NOT_READY},
     {PB_RCODE_RWLOCK_ERR, "internal error: phonebook table lock failed", EXIT_FAILED},
     {PB_RCODE_DUPLICATE_ERR, "another entry already has this name", EXIT_FAILED},
     {PB_RCODE_NODEPOP_ERR, "internal error: service queue failed", EXIT_FAILED},
-    {PB_RCODE_NODEPUSH_ERR, "internal error: service queue failed", EXIT_FAILED},
+    {PB_RCODE_NODEPUSH_ERR, "the phonebook service is busy (too many requests waiting), try again",
+     EXIT_FAILED},
     {PB_RCODE_NODEDEL_ERR, "internal error: service queue failed", EXIT_FAILED},
     {PB_RCODE_NODEEMPTY_ERR, "internal error: service queue is empty", EXIT_FAILED},
     {PB_RCODE_THREAD_ERR, "internal error: phonebook service thread failed", EXIT_FAILED},
@@ -49,6 +48,8 @@ const RcodeText kRcodes[] = {
      EXIT_NOT_READY},
     {PB_RCODE_NV_ERR, "the SIM phonebook figures could not be stored", EXIT_FAILED},
     {PB_RCODE_EMPTY_ERR, "the phonebook is empty", EXIT_FAILED},
+    {RC_CHANGED, "the phonebook changed while waiting (the SIM was read again): list it and try again",
+     EXIT_FAILED},
 };
 
 const RcodeText *find_rcode(int rc)
@@ -235,6 +236,15 @@ const pb_flash_info *find_entry(const std::vector<pb_flash_info> &v, int index)
     for (const auto &e : v)
         if (static_cast<int>(e.index) == index)
             return &e;
+    return nullptr;
+}
+
+const pb_flash_info *find_same(const std::vector<pb_flash_info> &v, const pb_flash_info &e)
+{
+    for (const auto &x : v)
+        if (x.sim_index == e.sim_index && std::strcmp(x.name, e.name) == 0 &&
+            std::strcmp(x.num, e.num) == 0 && std::strcmp(x.email, e.email) == 0)
+            return &x;
     return nullptr;
 }
 

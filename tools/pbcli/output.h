@@ -23,7 +23,15 @@ enum Exit {
     EXIT_NOT_FOUND = 5,   // no entry at the index given
 };
 
-// A person-readable message for a result code of the phonebook.
+// Not a code of the phonebook: a change by index found its entry moved or
+// gone while it waited (the SIM phonebook was read again meanwhile).
+constexpr int RC_CHANGED = 1000;
+
+// A person-readable message for a result code of the phonebook, for every
+// user interface: among them the three ways a change can fail to land, "SIM
+// phonebook is still being read" (PB_RCODE_READED_ERR), "the SIM card
+// refused the change" (PB_RCODE_SWAP_ERR) and "the phonebook file could not
+// be saved" (PB_RCODE_WRITE_ERR).
 std::string rcode_message(int rc);
 // The exit status the tool ends with after that result code.
 Exit rcode_exit(int rc);
@@ -49,6 +57,10 @@ std::string json_report(const pbx::Report &r);
 
 // The entry with this index, or null.
 const pb_flash_info *find_entry(const std::vector<pb_flash_info> &v, int index);
+// The entry that holds what `e` holds (record, name, number, e-mail),
+// whatever its index, or null: where a change by index went when the
+// phonebook was numbered anew meanwhile.
+const pb_flash_info *find_same(const std::vector<pb_flash_info> &v, const pb_flash_info &e);
 // Copies text into an entry's field, cut to the field's size.
 void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v);
 

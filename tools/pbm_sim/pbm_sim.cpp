@@ -28,7 +28,7 @@ void mkdir_parents(const std::string &path)
 {
     for (size_t i = 1; i < path.size(); ++i)
         if (path[i] == '/')
-            mkdir(path.substr(0, i).c_str(), 0777);
+            mkdir(path.substr(0, i).c_str(), 0770);
 }
 
 template <typename T> std::vector<uint8_t> encode_resp(uint16_t msg_id, const T &m)
@@ -239,6 +239,13 @@ void Simulator::serve_one(int fd, uint16_t txn, uint16_t msg_id, const uint8_t *
     for (const pbm_record_read_ind_msg_v01 &ind : inds) {
         {
             std::lock_guard<std::mutex> lk(mu_);
+            if (hang_up_after_ == 0) {
+                hang_up_after_ = -1;
+                shutdown(fd, SHUT_RDWR);  // the loop closes it on the next poll
+                return;
+            }
+            if (hang_up_after_ > 0)
+                --hang_up_after_;
             if (drop_inds_ > 0) {
                 --drop_inds_;
                 continue;
@@ -451,6 +458,12 @@ void Simulator::set_records_per_indication(unsigned n)
 {
     std::lock_guard<std::mutex> lk(mu_);
     per_ind_ = std::min<unsigned>(std::max<unsigned>(n, 1), QMI_PBM_MAX_NUM_BASIC_RECORD_INSTANCE_V01);
+}
+
+void Simulator::hang_up_after_indications(unsigned n)
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    hang_up_after_ = static_cast<int>(n);
 }
 
 void Simulator::send_raw_indication(uint16_t msg_id, const std::vector<uint8_t> &tlv)

@@ -74,6 +74,9 @@ public:
     void drop_next_indications(unsigned n);      /* record-read indications not sent */
     void omit_next_record_id();                  /* next write answer has no record number */
     void set_records_per_indication(unsigned n); /* 1..10 */
+    /* The next read sends n indications, then hangs up on its client as a
+     * modem that restarts would (the service stays up). */
+    void hang_up_after_indications(unsigned n);
     /* Sends raw TLVs as an indication to every connection (a faulty modem). */
     void send_raw_indication(uint16_t msg_id, const std::vector<uint8_t> &tlv);
     /* The card is saved to this file after every change. */
@@ -112,6 +115,7 @@ private:
     unsigned drop_inds_ = 0;
     bool omit_record_id_ = false;
     unsigned per_ind_ = QMI_PBM_MAX_NUM_BASIC_RECORD_INSTANCE_V01;
+    int hang_up_after_ = -1; /* indications before a hang-up; -1: none */
     std::string save_path_;
     std::map<uint16_t, unsigned> requests_;
     pbm_write_record_req_msg_v01 last_write_{};

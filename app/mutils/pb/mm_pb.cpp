@@ -1,7 +1,9 @@
 // The phonebook service inside the process of module MU_ID.
 //
 // The host's dispatcher thread calls mm_pb_proc() for each phonebook message;
-// it queues a private copy (mem_malloc_ex) and keeps its own buffer. The
+// it checks the message, queues a private copy (mem_malloc_ex) and keeps its
+// own buffer. The queue holds at most IPC_MQ_MAX_DEPTH copies; a request it
+// refuses is answered PB_RCODE_NODEPUSH_ERR and its copy freed. The
 // service thread takes one copy at a time off the queue, runs the engine
 // operation a request names, answers the sender, and frees the copy whatever
 // its id. All engine, file and modem work happens on that one thread, so the
@@ -37,6 +39,7 @@ enum : zp_uint16 {
 constexpr zp_uint32 MSG_ID_PB_WAKE = 0;
 
 ipc_mq_cb_pt mm_pb_mq;
+ipc_addr_t mm_pb_self;  // MU_ID's own address: where forwarded indications come from
 pthread_t mm_pb_pid;
 bool mm_pb_started;  // mm_pb_pid names a thread not yet joined
 // Written by the host's thread, read by the service thread before each
@@ -111,6 +114,13 @@ void pb_handle_request(const void *msg)
 
 void pb_handle_read_ind(const void *msg)
 {
+    // Records belong in the file only while a read runs: stray ones (of a
+    // lost modem client, or sent from inside at any other time) are not
+    // part of the card as read.
+    if (g_sim_module.pb_sim_read_flag != 2) {
+        PB_LOG("read indication while no read runs, dropped\n");
+        return;
+    }
     pbm_record_read_ind_msg_v01 ind;
     pb_take_payload(msg, &ind, sizeof ind);
     (void)pb_qmi_read_cb(&ind);
@@ -144,6 +154,42 @@ void *mm_pb_thread(void *)
     return nullptr;
 }
 
+// Checks a message before it is queued, so that nothing the service would
+// not handle takes room or memory: a request at most a request body long,
+// a read indication at most an indication long and sent from MU_ID's own
+// socket, which only this process holds (the QMI callback's forwarding).
+// Any other id is never handled. Returns why a message is refused, or null.
+const char *pb_msg_refusal(const void *msg)
+{
+    const auto *head = static_cast<const ipc_msg_head_t *>(msg);
+    switch (head->msg_id) {
+    case MSG_ID_PB_REQ: return head->length <= sizeof(pb_event_req_t) ? nullptr : "request too long";
+    case MSG_ID_PB_READ_IND: {
+        if (head->length > sizeof(pbm_record_read_ind_msg_v01))
+            return "read indication too long";
+        const ipc_addr_t *from = pb_msg_sender(msg);
+        const auto &own = mm_pb_self.addr;
+        if (from->addr.sun_family != own.sun_family ||
+            std::strncmp(from->addr.sun_path, own.sun_path, sizeof own.sun_path) != 0)
+            return "read indication from outside the service";
+        return nullptr;
+    }
+    default: return "ignored";
+    }
+}
+
+// A request the queue refuses is answered at once, so that its client does
+// not wait for its time limit.
+void pb_refuse_request(const void *msg)
+{
+    const auto *head = static_cast<const ipc_msg_head_t *>(msg);
+    PB_LOG("queue full: message ID =0x%x refused\n", head->msg_id);
+    if (head->msg_id == MSG_ID_PB_REQ) {
+        const pb_rsp_t rsp{0, PB_RCODE_NODEPUSH_ERR};
+        (void)pb_send_response(static_cast<const zp_uint8 *>(msg), MSG_ID_PB_RSP, &rsp, sizeof rsp);
+    }
+}
+
 // Queues an empty inner message: the receive has no time limit, so the
 // thread must be handed something to see the cleared flag. A full queue
 // needs no wake-up: the thread looks at the flag before its next receive.
@@ -164,6 +210,8 @@ bool pb_wake_thread()
 
 int mm_pb_init(void)
 {
+    if (ipc_get_addr_by_id(MU_ID, 0, &mm_pb_self) != IPC_OK)
+        return -1;
     (void)pb_qmi_init();
     // Made once and kept: a later start finds what an earlier stop left.
     if (mm_pb_mq == nullptr && ipc_mq_create(0, &mm_pb_mq) != IPC_OK) {
@@ -186,6 +234,10 @@ int mm_pb_proc(void *msg)
     // No sender address: it could not be answered.
     if (head->msg_type == IPC_INNER_MQ)
         return -1;
+    if (const char *why = pb_msg_refusal(msg)) {
+        PB_LOG("IPC RECV: ID =0x%x, %u bytes: %s\n", head->msg_id, head->length, why);
+        return 0;
+    }
 
     const size_t size = pb_msg_delivered_size(head);
     void *copy = mem_malloc_ex(pb_tid16(), SITE_QUEUED_COPY, 0, size);
@@ -193,8 +245,12 @@ int mm_pb_proc(void *msg)
         return 0;  // lost; the client waits until its own time limit
     std::memcpy(copy, msg, size);
     // No queue (never started): nobody would take the copy.
-    if (mm_pb_mq == nullptr || ipc_mq_send(mm_pb_mq, copy, 0, 0) != IPC_OK)
+    if (mm_pb_mq == nullptr)
         mem_free_ex(pb_tid16(), SITE_REFUSED, 0, copy);
+    else if (ipc_mq_send(mm_pb_mq, copy, 0, 0) != IPC_OK) {
+        mem_free_ex(pb_tid16(), SITE_REFUSED, 0, copy);
+        pb_refuse_request(msg);
+    }
     return 0;
 }
 

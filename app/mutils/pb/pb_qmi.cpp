@@ -13,6 +13,7 @@
 
 #include <pthread.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -22,6 +23,7 @@
 #include "pb_book.h"
 #include "pb_log.h"
 #include "pb_msg.h"
+#include "pb_qmi_link.h"
 #include "zp_ipc.h"
 #include "zp_mem.h"
 #include "zpt_ui_conv.h"
@@ -42,10 +44,35 @@ enum : zp_uint16 {
     PB_SITE_QMI_READ_IND = PB_SITE_QMI + 1, /* the forwarded record-read indication */
 };
 
+/* A read without progress for this long makes the next get-all check that
+ * the modem is still there. */
+constexpr auto PB_QMI_READ_STALL = std::chrono::seconds(1);
+
 qmi_idl_service_object_type pbm_service_obj;
 qmi_client_type pbm_user_handle;
 qmi_client_type g_pbm_srv_notifier;
 int pb_index = 1;
+/* The transport failed under pbm_user_handle: the modem went away or
+ * restarted, and the client has to be replaced (pb_qmi_reconnect). */
+bool pb_qmi_client_lost;
+/* When the running read last started or stored an indication. */
+std::chrono::steady_clock::time_point pb_read_progress;
+
+// Every PBM request goes through here. A failure of the transport (not a
+// PBM result) loses the client; what the card held may have changed
+// meanwhile, so the SIM phonebook counts as not read.
+qmi_client_error_type pb_qmi_send(unsigned int msg_id, void *req, unsigned int req_len, void *rsp,
+                                  unsigned int rsp_len, unsigned int timeout_ms)
+{
+    const qmi_client_error_type rc =
+        qmi_client_send_msg_sync(pbm_user_handle, msg_id, req, req_len, rsp, rsp_len, timeout_ms);
+    if (rc != QMI_NO_ERR && !pb_qmi_client_lost) {
+        PB_LOG("modem client lost (error %d): the SIM phonebook is to be read again\n", rc);
+        pb_qmi_client_lost = true;
+        g_sim_module.pb_sim_read_flag = 0;
+    }
+    return rc;
+}
 
 void pb_qmi_release(qmi_client_type handle)
 {
@@ -139,9 +166,8 @@ size_t pb_qmi_fill_record(pb_flash_info *info, uint16_t record_id, pbm_record_in
 
 int pb_qmi_send_write(pbm_write_record_req_msg_v01 *req, pbm_write_record_resp_msg_v01 *rsp)
 {
-    const qmi_client_error_type rc =
-        qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_WRITE_RECORD_REQ_V01, req, sizeof *req, rsp,
-                                 sizeof *rsp, PB_QMI_WRITE_TIMEOUT_MS);
+    const qmi_client_error_type rc = pb_qmi_send(QMI_PBM_WRITE_RECORD_REQ_V01, req, sizeof *req, rsp,
+                                                 sizeof *rsp, PB_QMI_WRITE_TIMEOUT_MS);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Error: Sending asynchronous request for writing record failed with error code %d\n\n", rc);
         return -1;
@@ -152,6 +178,19 @@ int pb_qmi_send_write(pbm_write_record_req_msg_v01 *req, pbm_write_record_resp_m
     }
     PB_LOG("Writing a record using PBM was successful\n\n");
     return 0;
+}
+
+// Asks for the capabilities of the phonebook of every request into *rsp,
+// zeroed first.
+qmi_client_error_type pb_qmi_ask_caps(pbm_get_pb_capabilities_resp_msg_v01 *rsp)
+{
+    pbm_get_pb_capabilities_req_msg_v01 req;
+    std::memset(&req, 0, sizeof req);
+    std::memset(rsp, 0, sizeof *rsp);
+    req.phonebook_info.session_type = PB_QMI_SESSION;
+    req.phonebook_info.pb_type = PB_QMI_ADN;
+    return pb_qmi_send(QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, &req, sizeof req, rsp, sizeof *rsp,
+                       PB_QMI_READ_TIMEOUT_MS);
 }
 
 // The message library's idea of each structure's size against ours: a
@@ -272,6 +311,8 @@ int pb_qmi_init(void)
         PB_LOG("Connection Initialized....User Handle:%x\n\n",
                static_cast<unsigned int>(reinterpret_cast<uintptr_t>(pbm_user_handle)));
     }
+    /* A failed connection shows as failing requests, which lose it. */
+    pb_qmi_client_lost = false;
     return 0;
 }
 
@@ -282,23 +323,55 @@ int pb_qmi_fin(void)
     return 0;
 }
 
+bool pb_qmi_lost() { return pb_qmi_client_lost; }
+
+int pb_qmi_reconnect()
+{
+    if (!pb_qmi_client_lost)
+        return 0;
+    if (pbm_user_handle != nullptr || g_pbm_srv_notifier != nullptr) {
+        pb_qmi_fin();
+        pbm_user_handle = nullptr;
+        g_pbm_srv_notifier = nullptr;
+    }
+    /* The service thread does not sit waiting for a modem that is down:
+     * device requests go on being served, and the next SIM request tries
+     * again. */
+    unsigned int num_services = 0;
+    if (qmi_client_get_service_list(pbm_service_obj, nullptr, nullptr, &num_services) != QMI_NO_ERR) {
+        PB_LOG("modem phonebook service not up yet\n");
+        return -1;
+    }
+    (void)pb_qmi_init();
+    if (pbm_user_handle == nullptr) {
+        pb_qmi_client_lost = true;
+        return -1;
+    }
+    return 0;
+}
+
+void pb_qmi_check_read()
+{
+    if (g_sim_module.pb_sim_read_flag != 2 ||
+        std::chrono::steady_clock::now() - pb_read_progress < PB_QMI_READ_STALL)
+        return;
+    /* Any request will do: a transport failure marks the read as cut short. */
+    pbm_get_pb_capabilities_resp_msg_v01 rsp;
+    PB_LOG("no record for a while: is the modem still there?\n");
+    if (pb_qmi_ask_caps(&rsp) == QMI_NO_ERR)
+        pb_read_progress = std::chrono::steady_clock::now();
+}
+
 int pb_qmi_get_all(void)
 {
     pb_index = 1;
+    pb_read_progress = std::chrono::steady_clock::now();
 
-    pbm_get_pb_capabilities_req_msg_v01 caps_req;
     pbm_get_pb_capabilities_resp_msg_v01 caps_rsp;
-    std::memset(&caps_req, 0, sizeof caps_req);
-    std::memset(&caps_rsp, 0, sizeof caps_rsp);
-    caps_req.phonebook_info.session_type = PB_QMI_SESSION;
-    caps_req.phonebook_info.pb_type = PB_QMI_ADN;
-    PB_LOG("Size of request is %d\n\n", static_cast<int>(sizeof caps_req));
+    PB_LOG("Size of request is %d\n\n", static_cast<int>(sizeof(pbm_get_pb_capabilities_req_msg_v01)));
     PB_LOG("Size of response is %d\n\n", static_cast<int>(sizeof caps_rsp));
-    PB_LOG("Information being sent is session type = %d, PB type = %d\n\n",
-           caps_req.phonebook_info.session_type, caps_req.phonebook_info.pb_type);
-    qmi_client_error_type rc =
-        qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, &caps_req,
-                                 sizeof caps_req, &caps_rsp, sizeof caps_rsp, PB_QMI_READ_TIMEOUT_MS);
+    PB_LOG("Information being sent is session type = %d, PB type = %d\n\n", PB_QMI_SESSION, PB_QMI_ADN);
+    qmi_client_error_type rc = pb_qmi_ask_caps(&caps_rsp);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Getting PB info for PB type %d returned error %d\n\n", PB_QMI_ADN, rc);
         PB_LOG("get_pb_info failed\n");
@@ -325,8 +398,8 @@ int pb_qmi_get_all(void)
     read_req.record_info.pb_type = PB_QMI_ADN;
     read_req.record_info.record_start_id = 1;
     read_req.record_info.record_end_id = caps.max_records;
-    rc = qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_READ_RECORDS_REQ_V01, &read_req, sizeof read_req,
-                                  &read_rsp, sizeof read_rsp, PB_QMI_READ_TIMEOUT_MS);
+    rc = pb_qmi_send(QMI_PBM_READ_RECORDS_REQ_V01, &read_req, sizeof read_req, &read_rsp, sizeof read_rsp,
+                     PB_QMI_READ_TIMEOUT_MS);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Read request for ADN failed with error code = %d\n\n", rc);
         return -1;
@@ -434,6 +507,7 @@ pb_return_code_enum_t pb_qmi_read_cb(pbm_record_read_ind_msg_v01 *pbm_read_ind)
         PB_LOG("write pb record into share memory failure\n\n");
         result = PB_RCODE_ERROR;
     }
+    pb_read_progress = std::chrono::steady_clock::now();
     PB_LOG("pb_index = %d, pb_sim_used = %d\n", pb_index, g_sim_module.pb_sim_used);
     if (g_sim_module.pb_sim_used < pb_index)
         g_sim_module.pb_sim_read_flag = 1;
@@ -490,9 +564,8 @@ int pb_qmi_del_entry(pb_flash_info *info)
     req.record_info.session_type = PB_QMI_SESSION;
     req.record_info.pb_type = PB_QMI_ADN;
     req.record_info.record_id = static_cast<uint16_t>(info->sim_index);
-    const qmi_client_error_type rc =
-        qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_DELETE_RECORD_REQ_V01, &req, sizeof req, &rsp,
-                                 sizeof rsp, PB_QMI_WRITE_TIMEOUT_MS);
+    const qmi_client_error_type rc = pb_qmi_send(QMI_PBM_DELETE_RECORD_REQ_V01, &req, sizeof req, &rsp,
+                                                 sizeof rsp, PB_QMI_WRITE_TIMEOUT_MS);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Error: Sending synchronous request for delete record failed with error code %d\n\n", rc);
         return -1;
@@ -513,9 +586,8 @@ int pb_qmi_del_all(void)
     std::memset(&rsp, 0, sizeof rsp);
     req.phonebook_info.session_type = PB_QMI_SESSION;
     req.phonebook_info.pb_type = PB_QMI_ADN;
-    const qmi_client_error_type rc =
-        qmi_client_send_msg_sync(pbm_user_handle, QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, &req, sizeof req,
-                                 &rsp, sizeof rsp, PB_QMI_DEL_ALL_TIMEOUT_MS);
+    const qmi_client_error_type rc = pb_qmi_send(QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, &req, sizeof req,
+                                                 &rsp, sizeof rsp, PB_QMI_DEL_ALL_TIMEOUT_MS);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Error: Sending synchronous request for delete record failed with error code %d\n\n", rc);
         return -1;

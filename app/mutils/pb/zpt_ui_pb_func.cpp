@@ -5,7 +5,8 @@
 // call, zero-filled, loaded from the phonebook file, changed with the table
 // operations and written back whole. For the SIM phonebook the card is
 // written before the working copy changes, so a refusal by the card leaves
-// table and file as they were. Each holds the phonebook file's lock from
+// table and file as they were; and no SIM change is made before the card
+// has been read to the end. Each holds the phonebook file's lock from
 // before the load until after the save, so that an import in another
 // process cannot save over the change, nor the change over the import.
 // Only the service thread calls these; they keep no state between calls.
@@ -15,12 +16,31 @@
 #include "pb_book.h"
 #include "pb_log.h"
 #include "pb_qmi.h"
+#include "pb_qmi_link.h"
 #include "pb_tables.h"
 #include "pb_work.h"
 #include "zpt_ui_pb_func.h"
 
 pb_sim_module_s g_sim_module;
 storage_type_t g_storage_type = STORAGE_TYPE_SIM;
+
+namespace {
+
+// A change of the SIM phonebook waits until the card has been read to the
+// end over a live modem client: the file must mirror the card before it is
+// changed, or the read would append the card over it. The first such change
+// starts the read, as a get-all does, and is answered PB_RCODE_READED_ERR.
+pb_return_code_enum_t pb_sim_ready(storage_type_t type)
+{
+    return type == STORAGE_TYPE_SIM ? pb_init_entries() : PB_RCODE_OK;
+}
+
+// A card write that failed: the card refused it, or the modem client was
+// lost under it; then the SIM phonebook is read again before the next
+// change, and the client is told to ask again.
+pb_return_code_enum_t pb_card_failure() { return pb_qmi_lost() ? PB_RCODE_READED_ERR : PB_RCODE_SWAP_ERR; }
+
+}  // namespace
 
 pb_return_code_enum_t pb_func_add_entry(pb_event_req_t *req)
 {
@@ -35,6 +55,8 @@ pb_return_code_enum_t pb_func_add_entry(pb_event_req_t *req)
     PB_LOG("PB ADD: name = %s, num = %s\n", req->value.name, req->value.num);
 
     const auto type = static_cast<storage_type_t>(req->storage_type);
+    if (pb_return_code_enum_t ready = pb_sim_ready(type); ready != PB_RCODE_OK)
+        return ready;
     pb_book_lock lock(type);
     if (!lock.ok())
         return PB_RCODE_WRITE_ERR;
@@ -56,7 +78,7 @@ pb_return_code_enum_t pb_func_add_entry(pb_event_req_t *req)
         // The modem may report another record number; it lands in sim_index.
         if (pb_qmi_add_entry(&req->value) != 0) {
             PB_LOG("pb_qmi_add_entry failed\n");
-            return PB_RCODE_WRITE_ERR;
+            return pb_card_failure();
         }
     } else {
         req->value.sim_index = PB_SIM_INDEX_NONE;
@@ -108,6 +130,8 @@ pb_return_code_enum_t pb_func_change_entry(pb_event_req_t *req, const pb_change_
     }
 
     const auto type = static_cast<storage_type_t>(req->storage_type);
+    if (pb_return_code_enum_t ready = pb_sim_ready(type); ready != PB_RCODE_OK)
+        return ready;
     pb_book_lock lock(type);
     if (!lock.ok())
         return PB_RCODE_WRITE_ERR;
@@ -130,7 +154,7 @@ pb_return_code_enum_t pb_func_change_entry(pb_event_req_t *req, const pb_change_
         req->value.sim_index = pb_entry.sim_index;
         if (op.card(&req->value) < 0) {
             PB_LOG("%s\n", op.card_failed);
-            return PB_RCODE_WRITE_ERR;
+            return pb_card_failure();
         }
     }
 
@@ -176,6 +200,8 @@ pb_return_code_enum_t pb_func_del_any(pb_event_req_t *req)
     }
 
     const auto type = static_cast<storage_type_t>(req->storage_type);
+    if (pb_return_code_enum_t ready = pb_sim_ready(type); ready != PB_RCODE_OK)
+        return ready;
     pb_book_lock lock(type);
     if (!lock.ok())
         return PB_RCODE_WRITE_ERR;
@@ -223,12 +249,14 @@ pb_return_code_enum_t pb_func_del_all(pb_event_req_t *req)
         return PB_RCODE_ARGSERR;
     }
     const auto type = static_cast<storage_type_t>(req->storage_type);
+    if (pb_return_code_enum_t ready = pb_sim_ready(type); ready != PB_RCODE_OK)
+        return ready;
     pb_book_lock lock(type);
     if (!lock.ok())
         return PB_RCODE_WRITE_ERR;
     if (type == STORAGE_TYPE_SIM && pb_qmi_del_all() != 0) {
         PB_LOG("pb_qmi_del_all failed\n");
-        return PB_RCODE_ERROR;
+        return pb_card_failure();
     }
     // An empty phonebook is simply a missing file.
     if (simlib_clear_flash(type) < 0) {
@@ -277,13 +305,25 @@ pb_return_code_enum_t pb_init_entries(void)
     switch (g_sim_module.pb_sim_read_flag) {
     case 1: PB_LOG("PB has been read before, return directly.\n"); return PB_RCODE_OK;
     case 0:
+        // A lost modem client is replaced first, and the read starts at the
+        // next ask: indications of the lost client still queued by then
+        // arrive while no read runs and are dropped.
+        if (pb_qmi_lost()) {
+            (void)pb_qmi_reconnect();
+            return PB_RCODE_READED_ERR;
+        }
         // The first get-all starts the reading and is answered "not read
         // yet", even when the card turns out empty and the flag is 1 now.
+        // Each read fills a fresh file.
         PB_LOG("Try to read PB\n");
+        (void)simlib_clear_flash(g_storage_type);
         (void)pb_qmi_get_all();
         PB_LOG("Try to read PB ok\n");
         return PB_RCODE_READED_ERR;
-    case 2: PB_LOG("PB is reading, return\n"); return PB_RCODE_READED_ERR;
+    case 2:
+        PB_LOG("PB is reading, return\n");
+        pb_qmi_check_read();
+        return PB_RCODE_READED_ERR;
     default: PB_LOG("Bad flag for reading PB\n"); return PB_RCODE_ERROR;
     }
 }
