@@ -18,8 +18,8 @@ using pbcli::rcode_message;
 using pbcli::set_field;
 
 // Results of pbweb's own checks, next to the phonebook's result codes.
-constexpr int kChanged = 1000;  // the entry is not as the page showed it
-constexpr int kMissing = 1001;  // no entry at the index
+constexpr int kChanged = pbcli::RC_CHANGED;  // the entry is not as the page showed it
+constexpr int kMissing = kChanged + 1;       // no entry at the index
 
 const char *book(storage_type_t type) { return pbcli::storage_name(type); }
 
