@@ -455,10 +455,14 @@ TEST_F(PbwebApi, SimBeingReadAnswers503WithRetryAfter)
     sim_->drop_next_indications(1);  // the records never arrive: the read never ends
     host_ = spawn({PB_HOST_BIN});
     Reply r;
-    // Until the new host answers, and has set up its service (20 before).
-    for (int i = 0; i < 300 && ((r = http("GET", "/api/sim/entries")).status == 500 || r.at("code") == "20");
-         ++i)
+    // Until the new host answers, and then until its service has started
+    // (code 20: the socket is taken before the service runs).
+    for (int i = 0; i < 300; ++i) {
+        r = http("GET", "/api/sim/entries");
+        if (r.status != 500 && r.at("code") != "20")
+            break;
         std::this_thread::sleep_for(50ms);
+    }
     EXPECT_EQ(r.status, 503) << r.body;
     EXPECT_EQ(r.headers["retry-after"], "1");
     EXPECT_EQ(r.at("code"), "7");
