@@ -34,7 +34,7 @@ struct Out {
     }
 };
 
-struct Spec {
+struct Conversion {
     bool left = false;  // '-'
     bool zero = false;  // '0'
     size_t width = 0;
@@ -43,30 +43,30 @@ struct Spec {
 };
 
 // Reads one conversion after '%'; false for anything not handled here.
-bool parse(const char **fmt, Spec *spec)
+bool parse(const char **fmt, Conversion *cv)
 {
     const char *f = *fmt;
     for (;; ++f) {
         if (*f == '-')
-            spec->left = true;
+            cv->left = true;
         else if (*f == '0')
-            spec->zero = true;
+            cv->zero = true;
         else
             break;
     }
     while (*f >= '0' && *f <= '9')
-        spec->width = spec->width * 10 + static_cast<size_t>(*f++ - '0');
-    if (spec->width > 256)
+        cv->width = cv->width * 10 + static_cast<size_t>(*f++ - '0');
+    if (cv->width > 256)
         return false;
     if (f[0] == 'h')
-        spec->size = f[1] == 'h' ? (++f, -2) : -1, ++f;
+        cv->size = f[1] == 'h' ? (++f, -2) : -1, ++f;
     else if (f[0] == 'l')
-        spec->size = f[1] == 'l' ? (++f, 2) : 1, ++f;
+        cv->size = f[1] == 'l' ? (++f, 2) : 1, ++f;
     else if (f[0] == 'z')
-        spec->size = 3, ++f;
-    spec->conv = *f;
+        cv->size = 3, ++f;
+    cv->conv = *f;
     *fmt = f + 1;
-    switch (spec->conv) {
+    switch (cv->conv) {
     case 'd':
     case 'i':
     case 'u':
@@ -74,21 +74,21 @@ bool parse(const char **fmt, Spec *spec)
     case 'X': return true;
     case 's':
     case 'c':
-    case 'p': return spec->size == 0 && !spec->zero;
-    case '%': return spec->size == 0 && !spec->zero && !spec->left && spec->width == 0;
+    case 'p': return cv->size == 0 && !cv->zero;
+    case '%': return cv->size == 0 && !cv->zero && !cv->left && cv->width == 0;
     default: return false;
     }
 }
 
-// Writes `text` (n bytes) padded to the spec's width; `sign_len` leading
+// Writes `text` (n bytes) padded to the conversion's width; `sign_len` leading
 // bytes of text stay before zero padding.
-void put_padded(Out *out, const Spec &spec, const char *text, size_t n, size_t sign_len = 0)
+void put_padded(Out *out, const Conversion &cv, const char *text, size_t n, size_t sign_len = 0)
 {
-    const size_t fill = spec.width > n ? spec.width - n : 0;
-    if (spec.left) {
+    const size_t fill = cv.width > n ? cv.width - n : 0;
+    if (cv.left) {
         out->put(text, n);
         out->pad(' ', fill);
-    } else if (spec.zero) {
+    } else if (cv.zero) {
         out->put(text, sign_len);
         out->pad('0', fill);
         out->put(text + sign_len, n - sign_len);
@@ -98,14 +98,14 @@ void put_padded(Out *out, const Spec &spec, const char *text, size_t n, size_t s
     }
 }
 
-void put_integer(Out *out, const Spec &spec, va_list *ap)
+void put_integer(Out *out, const Conversion &cv, va_list *ap)
 {
-    const bool is_signed = spec.conv == 'd' || spec.conv == 'i';
+    const bool is_signed = cv.conv == 'd' || cv.conv == 'i';
     unsigned long long v;
     bool negative = false;
     if (is_signed) {
         long long s;
-        switch (spec.size) {
+        switch (cv.size) {
         case -2: s = static_cast<signed char>(va_arg(*ap, int)); break;
         case -1: s = static_cast<short>(va_arg(*ap, int)); break;
         case 1: s = va_arg(*ap, long); break;
@@ -116,7 +116,7 @@ void put_integer(Out *out, const Spec &spec, va_list *ap)
         negative = s < 0;
         v = negative ? 0ull - static_cast<unsigned long long>(s) : static_cast<unsigned long long>(s);
     } else {
-        switch (spec.size) {
+        switch (cv.size) {
         case -2: v = static_cast<unsigned char>(va_arg(*ap, unsigned)); break;
         case -1: v = static_cast<unsigned short>(va_arg(*ap, unsigned)); break;
         case 1: v = va_arg(*ap, unsigned long); break;
@@ -125,8 +125,8 @@ void put_integer(Out *out, const Spec &spec, va_list *ap)
         default: v = va_arg(*ap, unsigned); break;
         }
     }
-    const unsigned base = spec.conv == 'x' || spec.conv == 'X' ? 16 : 10;
-    const char *digits = spec.conv == 'X' ? "0123456789ABCDEF" : "0123456789abcdef";
+    const unsigned base = cv.conv == 'x' || cv.conv == 'X' ? 16 : 10;
+    const char *digits = cv.conv == 'X' ? "0123456789ABCDEF" : "0123456789abcdef";
     char text[24];
     char *end = text + sizeof text, *p = end;
     do {
@@ -135,7 +135,7 @@ void put_integer(Out *out, const Spec &spec, va_list *ap)
     } while (v != 0);
     if (negative)
         *--p = '-';
-    put_padded(out, spec, p, static_cast<size_t>(end - p), negative ? 1 : 0);
+    put_padded(out, cv, p, static_cast<size_t>(end - p), negative ? 1 : 0);
 }
 
 }  // namespace
@@ -159,22 +159,22 @@ size_t log_format(char *buf, size_t size, const char *format, va_list ap)
         if (pct == nullptr)
             break;
         f = pct + 1;
-        Spec spec;
-        if (!parse(&f, &spec)) {
+        Conversion cv;
+        if (!parse(&f, &cv)) {
             handled = false;
             break;
         }
-        switch (spec.conv) {
+        switch (cv.conv) {
         case 's': {
             const char *s = va_arg(args, const char *);
             if (s == nullptr)
                 s = "(null)";
-            put_padded(&out, spec, s, std::strlen(s));
+            put_padded(&out, cv, s, std::strlen(s));
             break;
         }
         case 'c': {
             const char c = static_cast<char>(va_arg(args, int));
-            put_padded(&out, spec, &c, 1);
+            put_padded(&out, cv, &c, 1);
             break;
         }
         case 'p': {
@@ -184,11 +184,11 @@ size_t log_format(char *buf, size_t size, const char *format, va_list ap)
                 ptr ? std::snprintf(text, sizeof text, "0x%llx",
                                     static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(ptr)))
                     : std::snprintf(text, sizeof text, "(nil)");
-            put_padded(&out, spec, text, static_cast<size_t>(n_text));
+            put_padded(&out, cv, text, static_cast<size_t>(n_text));
             break;
         }
         case '%': out.put('%'); break;
-        default: put_integer(&out, spec, &args); break;
+        default: put_integer(&out, cv, &args); break;
         }
     }
     size_t len;
