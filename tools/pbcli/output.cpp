@@ -253,6 +253,17 @@ void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v)
     std::snprintf(dst, sizeof dst, "%s", v.c_str());
 }
 
+void set_fields(pb_flash_info *e, const std::optional<std::string> &name,
+                const std::optional<std::string> &number, const std::optional<std::string> &email)
+{
+    if (name)
+        set_field(e->name, *name);
+    if (number)
+        set_field(e->num, *number);
+    if (email)
+        set_field(e->email, *email);
+}
+
 std::string display_text(const std::string &s)
 {
     std::string out;

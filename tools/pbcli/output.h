@@ -3,6 +3,7 @@
 #ifndef PBCLI_OUTPUT_H
 #define PBCLI_OUTPUT_H
 
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -63,6 +64,9 @@ const pb_flash_info *find_entry(const std::vector<pb_flash_info> &v, int index);
 const pb_flash_info *find_same(const std::vector<pb_flash_info> &v, const pb_flash_info &e);
 // Copies text into an entry's field, cut to the field's size.
 void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v);
+// An edit: sets the fields given, keeps the others.
+void set_fields(pb_flash_info *e, const std::optional<std::string> &name,
+                const std::optional<std::string> &number, const std::optional<std::string> &email);
 
 // Columns a UTF-8 text takes on a terminal: wide East Asian characters take
 // two, control characters are shown escaped (see display_text).
