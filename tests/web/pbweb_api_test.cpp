@@ -6,6 +6,7 @@
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -23,6 +25,8 @@
 
 #include "json.h"
 #include "pbm_sim.h"
+#include "zp_ipc_host.h"
+#include "zpt_ui_pb_api.h"
 
 namespace {
 
@@ -465,7 +469,7 @@ TEST_F(PbwebApi, SimBeingReadAnswers503WithRetryAfter)
     }
     EXPECT_EQ(r.status, 503) << r.body;
     EXPECT_EQ(r.headers["retry-after"], "1");
-    EXPECT_EQ(r.at("code"), "7");
+    EXPECT_EQ(r.at("code") + " " + r.at("reading"), "7 true");
     EXPECT_EQ(http("GET", "/api/status").at("sim.state"), "reading");
     EXPECT_EQ(http("POST", "/api/sim/entries", R"({"name":"A","number":"1"})").status, 503);
     EXPECT_EQ(http("POST", "/api/device/entries", R"({"name":"A","number":"1"})").status, 201)
@@ -477,6 +481,35 @@ TEST_F(PbwebApi, SimBeingReadAnswers503WithRetryAfter)
     EXPECT_EQ(gone.status, 500);
     EXPECT_EQ(gone.at("code"), "-1");
     EXPECT_EQ(http("GET", "/api/status").at("sim.state"), "unavailable");
+}
+
+// A full service queue is a 503 as well, but one the page must not show as
+// the SIM being read.
+TEST_F(PbwebApi, FullServiceQueueAnswers503WithoutReading)
+{
+    ASSERT_EQ(sim_list().status, 200);
+    sim_->set_silent(true);                                        // a SIM add holds the service thread
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);  // unbound: answers to it fail
+    sockaddr_un to{AF_UNIX, {}};
+    std::snprintf(to.sun_path, sizeof to.sun_path, "%s/ipc_11", std::getenv("ZP_IPC_DIR"));
+    std::vector<unsigned char> msg(IPC_MSG_HEAD_LEN + sizeof(pb_event_req_t));
+    const ipc_msg_head_t head{IPC_ASY_MSG, MSG_ID_PB_REQ, sizeof(pb_event_req_t), 1};
+    pb_event_req_t req{};
+    req.event = SIM_PB_HANDLE_TYPE_ADD, req.storage_type = STORAGE_TYPE_SIM;
+    std::snprintf(req.value.name, sizeof req.value.name, "Held");
+    std::snprintf(req.value.num, sizeof req.value.num, "1");
+    for (unsigned k = 0; k <= IPC_MQ_MAX_DEPTH; ++k, req.event = SIM_PB_HANDLE_TYPE_GETCOUNT) {
+        std::memcpy(msg.data(), &head, sizeof head);
+        std::memcpy(msg.data() + IPC_MSG_HEAD_LEN, &req, sizeof req);
+        ASSERT_EQ(sendto(fd, msg.data(), msg.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to),
+                  static_cast<ssize_t>(msg.size()));
+    }
+    close(fd);
+    Reply r = http("POST", "/api/device/entries", R"({"name":"A","number":"1"})");
+    EXPECT_EQ(r.status, 503) << r.body;
+    EXPECT_EQ(r.headers["retry-after"], "1");
+    EXPECT_EQ(r.at("code") + " " + r.at("reading"), "16 <none>");
+    sim_->stop();  // the held add fails and the queue drains
 }
 
 TEST_F(PbwebApi, PasswordGuardsEveryApiCallButTheLogin)

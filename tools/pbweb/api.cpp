@@ -395,7 +395,11 @@ Response error_response(int status, int code, const std::string &message)
 {
     Response r;
     r.status = status;
-    r.body = "{\"ok\":false,\"code\":" + std::to_string(code) + ",\"error\":" + json_string(message) + "}";
+    r.body = "{\"ok\":false,\"code\":" + std::to_string(code) + ",\"error\":" + json_string(message);
+    // Both 503s are asked again: the page shows "reading" for one only.
+    if (pbcli::rcode_busy(code))
+        r.body += ",\"reading\":true";
+    r.body += '}';
     if (status == 503)
         r.headers.emplace_back("Retry-After", "1");
     return r;
@@ -411,6 +415,7 @@ int http_status(int rc)
     case PB_RCODE_DUPLICATE_ERR: return 400;
     case PB_RCODE_INVALID_ERR: return 404;
     case PB_RCODE_NOTFREE_ERR: return 507;
+    case PB_RCODE_NODEPUSH_ERR: return 503;  // the service's queue is full
     default: return pbcli::rcode_busy(rc) ? 503 : 500;
     }
 }
