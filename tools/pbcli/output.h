@@ -50,6 +50,9 @@ size_t utf8_char(std::string_view s, size_t i, char32_t *cp);
 std::string json_string(const std::string &s);
 std::string json_entry(const pb_flash_info &e);
 std::string json_entries(const std::vector<pb_flash_info> &v);
+// Appends [entry,...] of n entries to *out: the list answer of a whole
+// phonebook, written in one allocation.
+void append_json_entries(std::string *out, const pb_flash_info *v, size_t n);
 std::string json_ints(const std::vector<int> &v);  // [1,2,3]
 // What became of one contact of an import or a copy, and the members
 // "read":N,"added":N,"not_added":N,"contacts":[...] of the whole report.
