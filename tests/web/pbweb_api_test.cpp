@@ -25,6 +25,7 @@
 
 #include "json.h"
 #include "pbm_sim.h"
+#include "phonebook_manager_service_v01.h"
 #include "zp_ipc_host.h"
 #include "zpt_ui_pb_api.h"
 
@@ -498,12 +499,19 @@ TEST_F(PbwebApi, FullServiceQueueAnswers503WithoutReading)
     req.event = SIM_PB_HANDLE_TYPE_ADD, req.storage_type = STORAGE_TYPE_SIM;
     std::snprintf(req.value.name, sizeof req.value.name, "Held");
     std::snprintf(req.value.num, sizeof req.value.num, "1");
-    for (unsigned k = 0; k <= IPC_MQ_MAX_DEPTH; ++k, req.event = SIM_PB_HANDLE_TYPE_GETCOUNT) {
+    const auto send = [&] {
         std::memcpy(msg.data(), &head, sizeof head);
         std::memcpy(msg.data() + IPC_MSG_HEAD_LEN, &req, sizeof req);
-        ASSERT_EQ(sendto(fd, msg.data(), msg.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to),
-                  static_cast<ssize_t>(msg.size()));
-    }
+        return sendto(fd, msg.data(), msg.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to) ==
+               static_cast<ssize_t>(msg.size());
+    };
+    const unsigned writes = sim_->requests(QMI_PBM_WRITE_RECORD_REQ_V01);
+    ASSERT_TRUE(send());
+    for (int i = 0; i < 200 && sim_->requests(QMI_PBM_WRITE_RECORD_REQ_V01) == writes; ++i)
+        std::this_thread::sleep_for(50ms);  // until the card holds the service thread
+    req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
+    for (unsigned k = 0; k < IPC_MQ_MAX_DEPTH; ++k)
+        ASSERT_TRUE(send());
     close(fd);
     Reply r = http("POST", "/api/device/entries", R"({"name":"A","number":"1"})");
     EXPECT_EQ(r.status, 503) << r.body;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "output.h"
 
@@ -10,7 +11,6 @@ namespace pbweb {
 namespace {
 
 using pbcli::find_entry;
-using pbcli::json_entries;
 using pbcli::json_entry;
 using pbcli::json_ints;
 using pbcli::json_string;
@@ -101,22 +101,27 @@ Response status(Phonebook &pb, bool login)
     return ok(s + "},\"login\":" + (login ? "true" : "false"));
 }
 
+// The largest answer there is: written once, into the body itself, from
+// the phonebook as the library holds it.
 Response list(Phonebook &pb, const ApiRequest &req)
 {
     const storage_type_t type = req.route.type;
-    Entries v;
-    if (int rc = pb.read(type, &v); rc != PB_RCODE_OK)
-        return failure(rc, "list", type);
-    const size_t count = v.size();
-    if (!req.search.empty())
-        v.erase(std::remove_if(v.begin(), v.end(),
-                               [&](const pb_flash_info &e) { return !entry_matches_search(e, req.search); }),
-                v.end());
-    std::string body = "\"phonebook\":\"" + std::string(book(type)) +
-                       "\",\"count\":" + std::to_string(count) + ",\"total\":" + total_of(pb, type) +
-                       ",\"entries\":";
-    body += json_entries(v);
-    return ok(body);
+    const std::string total = total_of(pb, type);
+    Response r;
+    const int rc = pb.view(type, [&](const pb_flash_info *all, size_t count) {
+        r.body = "{\"ok\":true,\"phonebook\":\"" + std::string(book(type)) +
+                 "\",\"count\":" + std::to_string(count) + ",\"total\":" + total + ",\"entries\":";
+        if (req.search.empty()) {
+            pbcli::append_json_entries(&r.body, all, count);
+        } else {
+            Entries found;
+            std::copy_if(all, all + count, std::back_inserter(found),
+                         [&](const pb_flash_info &e) { return entry_matches_search(e, req.search); });
+            pbcli::append_json_entries(&r.body, found.data(), found.size());
+        }
+        r.body += '}';
+    });
+    return rc == PB_RCODE_OK ? r : failure(rc, "list", type);
 }
 
 Response entry_answer(storage_type_t type, const pb_flash_info &e, int status = 200)
