@@ -91,6 +91,15 @@ void fill_instance(uint16_t id, const Record &r, pbm_record_instance_type_v01 *i
     }
 }
 
+// The request and response structures of a request function.
+template <typename F> struct RequestFunction;
+template <typename Request, typename Response>
+struct RequestFunction<qmi_error_type_v01 (Simulator::*)(const Request &, Response *,
+                                                         std::vector<pbm_record_read_ind_msg_v01> *)> {
+    using Req = Request;
+    using Resp = Response;
+};
+
 }  // namespace
 
 Simulator::Simulator(Card card, std::string socket_path)
@@ -254,21 +263,11 @@ std::vector<uint8_t> Simulator::handle(const Request &in, Indications *inds)
         uint16_t msg_id;
         Answer answer;
     } kRequests[] = {
-        {QMI_PBM_GET_PB_CAPABILITIES_REQ_V01,
-         &Simulator::answer<pbm_get_pb_capabilities_req_msg_v01, pbm_get_pb_capabilities_resp_msg_v01,
-                            &Simulator::get_capabilities>},
-        {QMI_PBM_READ_RECORDS_REQ_V01,
-         &Simulator::answer<pbm_read_records_req_msg_v01, pbm_read_records_resp_msg_v01,
-                            &Simulator::read_records>},
-        {QMI_PBM_WRITE_RECORD_REQ_V01,
-         &Simulator::answer<pbm_write_record_req_msg_v01, pbm_write_record_resp_msg_v01,
-                            &Simulator::write_record>},
-        {QMI_PBM_DELETE_RECORD_REQ_V01,
-         &Simulator::answer<pbm_delete_record_req_msg_v01, pbm_delete_record_resp_msg_v01,
-                            &Simulator::delete_record>},
-        {QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01,
-         &Simulator::answer<pbm_delete_all_pb_records_req_msg_v01, pbm_delete_all_pb_records_resp_msg_v01,
-                            &Simulator::delete_all>},
+        {QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, &Simulator::answer<&Simulator::get_capabilities>},
+        {QMI_PBM_READ_RECORDS_REQ_V01, &Simulator::answer<&Simulator::read_records>},
+        {QMI_PBM_WRITE_RECORD_REQ_V01, &Simulator::answer<&Simulator::write_record>},
+        {QMI_PBM_DELETE_RECORD_REQ_V01, &Simulator::answer<&Simulator::delete_record>},
+        {QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, &Simulator::answer<&Simulator::delete_all>},
     };
     for (const auto &r : kRequests)
         if (r.msg_id == in.msg_id)
@@ -280,19 +279,19 @@ std::vector<uint8_t> Simulator::handle(const Request &in, Indications *inds)
     return encode_resp(QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01, rsp);
 }
 
-template <typename Req, typename Resp,
-          qmi_error_type_v01 (Simulator::*On)(const Req &, Resp *, Simulator::Indications *)>
-std::vector<uint8_t> Simulator::answer(const Request &in, Indications *inds)
+template <auto On> std::vector<uint8_t> Simulator::answer(const Request &in, Indications *inds)
 {
+    using Req = typename RequestFunction<decltype(On)>::Req;
+    using Resp = typename RequestFunction<decltype(On)>::Resp;
     Req req;
-    Resp rsp{};
-    qmi_error_type_v01 e = QMI_ERR_MALFORMED_MSG_V01;
-    if (qmi_wire::decode(qmi_wire::KIND_REQUEST, in.msg_id, in.tlv, in.len, &req, sizeof req) == 0)
-        e = (this->*On)(req, &rsp, inds);
-    else
+    const bool decoded =
+        qmi_wire::decode(qmi_wire::KIND_REQUEST, in.msg_id, in.tlv, in.len, &req, sizeof req) == 0;
+    if (!decoded)
         std::memset(&req, 0, sizeof req);
     if constexpr (std::is_same_v<Req, pbm_write_record_req_msg_v01>)
-        last_write_ = req;
+        last_write_ = req;  // for last_write(): as received, zero when malformed
+    Resp rsp{};
+    const qmi_error_type_v01 e = decoded ? (this->*On)(req, &rsp, inds) : QMI_ERR_MALFORMED_MSG_V01;
     if (e != QMI_ERR_NONE_V01) {
         rsp = Resp{};
         rsp.resp = failure(e);
@@ -300,12 +299,14 @@ std::vector<uint8_t> Simulator::answer(const Request &in, Indications *inds)
     return encode_resp(in.msg_id, rsp);
 }
 
-bool Simulator::refuse_write()
+qmi_error_type_v01 Simulator::check_change(int session, uint16_t pb_type)
 {
+    if (const qmi_error_type_v01 e = check_book(session, pb_type); e != QMI_ERR_NONE_V01)
+        return e;
     if (refuse_writes_ == 0)
-        return false;
+        return QMI_ERR_NONE_V01;
     --refuse_writes_;
-    return true;
+    return QMI_ERR_DEVICE_MEMORY_ERROR_V01;
 }
 
 qmi_error_type_v01 Simulator::get_capabilities(const pbm_get_pb_capabilities_req_msg_v01 &req,
@@ -359,10 +360,8 @@ qmi_error_type_v01 Simulator::write_record(const pbm_write_record_req_msg_v01 &r
                                            pbm_write_record_resp_msg_v01 *rsp, Indications *)
 {
     const pbm_record_information_type_v01 &ri = req.record_information;
-    if (const qmi_error_type_v01 e = check_book(ri.session_type, ri.phonebook_type); e != QMI_ERR_NONE_V01)
+    if (const qmi_error_type_v01 e = check_change(ri.session_type, ri.phonebook_type); e != QMI_ERR_NONE_V01)
         return e;
-    if (refuse_write())
-        return QMI_ERR_DEVICE_MEMORY_ERROR_V01;
     if (ri.name_len % 2)
         return QMI_ERR_ENCODING_V01;
     if (ri.name_len / 2 > card_.max_name_len)
@@ -396,10 +395,8 @@ qmi_error_type_v01 Simulator::delete_record(const pbm_delete_record_req_msg_v01 
                                             pbm_delete_record_resp_msg_v01 *rsp, Indications *)
 {
     const pbm_record_id_type_v01 &ri = req.record_info;
-    if (const qmi_error_type_v01 e = check_book(ri.session_type, ri.pb_type); e != QMI_ERR_NONE_V01)
+    if (const qmi_error_type_v01 e = check_change(ri.session_type, ri.pb_type); e != QMI_ERR_NONE_V01)
         return e;
-    if (refuse_write())
-        return QMI_ERR_DEVICE_MEMORY_ERROR_V01;
     if (ri.record_id < 1 || ri.record_id > card_.max_records)
         return QMI_ERR_INVALID_INDEX_V01;
     if (card_.records.erase(ri.record_id) == 0)
@@ -413,11 +410,10 @@ qmi_error_type_v01 Simulator::delete_record(const pbm_delete_record_req_msg_v01 
 qmi_error_type_v01 Simulator::delete_all(const pbm_delete_all_pb_records_req_msg_v01 &req,
                                          pbm_delete_all_pb_records_resp_msg_v01 *, Indications *)
 {
-    if (const qmi_error_type_v01 e = check_book(req.phonebook_info.session_type, req.phonebook_info.pb_type);
+    if (const qmi_error_type_v01 e =
+            check_change(req.phonebook_info.session_type, req.phonebook_info.pb_type);
         e != QMI_ERR_NONE_V01)
         return e;
-    if (refuse_write())
-        return QMI_ERR_DEVICE_MEMORY_ERROR_V01;
     card_.records.clear();
     changed();
     return QMI_ERR_NONE_V01;

@@ -104,11 +104,10 @@ private:
     /* Applies one request to the card (mu_ held); the response TLVs. A read
      * also leaves the indications to send after the response in *inds. */
     std::vector<uint8_t> handle(const Request &in, Indications *inds);
-    /* Decodes the request as Req, lets On answer it in a Resp and encodes
-     * that; a request that does not decode is answered as malformed. */
-    template <typename Req, typename Resp,
-              qmi_error_type_v01 (Simulator::*On)(const Req &, Resp *, Indications *)>
-    std::vector<uint8_t> answer(const Request &in, Indications *inds);
+    /* Decodes the request into the request structure of On, lets On answer
+     * it in its response structure and encodes that; a request that does
+     * not decode is answered as malformed. */
+    template <auto On> std::vector<uint8_t> answer(const Request &in, Indications *inds);
     /* One function per request (mu_ held): QMI_ERR_NONE_V01 with *rsp
      * filled, or the error the request fails with (nothing changed). */
     qmi_error_type_v01 get_capabilities(const pbm_get_pb_capabilities_req_msg_v01 &req,
@@ -121,7 +120,9 @@ private:
                                      pbm_delete_record_resp_msg_v01 *rsp, Indications *inds);
     qmi_error_type_v01 delete_all(const pbm_delete_all_pb_records_req_msg_v01 &req,
                                   pbm_delete_all_pb_records_resp_msg_v01 *rsp, Indications *inds);
-    bool refuse_write(); /* mu_ held; true while refuse_next_writes() lasts */
+    /* A change to the card (mu_ held): the phonebook checked, then refused
+     * while refuse_next_writes() lasts. */
+    qmi_error_type_v01 check_change(int session, uint16_t pb_type);
     template <typename T> void set_locked(T &field, T value);
     bool sleep_ms(unsigned ms); /* false when stopped meanwhile */
     void changed();             /* mu_ held */
