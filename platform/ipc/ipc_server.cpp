@@ -26,8 +26,10 @@
 #include "zp_mem.h"
 
 struct ipc_server {
+    /* Holds the module's lock file while serving; declared before the
+     * socket, so that it is released after the socket is closed. */
+    zp_host::UniqueFd lock_fd;
     zp_host::UniqueFd fd;
-    zp_host::UniqueFd lock_fd; /* holds the module's lock file while serving */
     ipc_addr_t addr{};
     ipc_msg_handler handler = nullptr;
     void *ctx = nullptr;
