@@ -169,25 +169,28 @@ uint64_t bytes_to_look_at(uint64_t w)
     return ((below | above) & kHigh) | zero_bytes(w ^ (kOnes * '"')) | zero_bytes(w ^ (kOnes * '\\'));
 }
 
-// Where in the word, in memory order, the first byte a mask marks is.
-size_t first_byte(uint64_t mask)
+// Eight bytes with the first in memory lowest, as the masks above need
+// (a borrow or carry runs from the low bytes up).
+uint64_t load_word(const char *s)
 {
+    uint64_t w;
+    std::memcpy(&w, s, 8);
 #if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-    return static_cast<size_t>(__builtin_clzll(mask)) / 8;
-#else
-    return static_cast<size_t>(__builtin_ctzll(mask)) / 8;
+    w = __builtin_bswap64(w);
 #endif
+    return w;
 }
+
+// The place of the first byte a mask marks.
+size_t first_byte(uint64_t mask) { return static_cast<size_t>(__builtin_ctzll(mask)) / 8; }
 
 // Bytes of the text of an entry's field: up to its NUL, eight at a time.
 size_t text_length(const char (&f)[PB_TEXT_LEN])
 {
     size_t i = 0;
-    for (uint64_t w; i + 8 <= sizeof f; i += 8) {
-        std::memcpy(&w, f + i, 8);
-        if (const uint64_t z = zero_bytes(w))
+    for (; i + 8 <= sizeof f; i += 8)
+        if (const uint64_t z = zero_bytes(load_word(f + i)))
             return i + first_byte(z);
-    }
     while (i < sizeof f && f[i] != '\0')
         ++i;
     return i;
@@ -213,10 +216,9 @@ template <bool kField> char *put_json_text(char *p, const char *s, size_t n)
     *p++ = '"';
     for (size_t i = 0;;) {
         size_t kept = 8;
-        for (uint64_t w; kept == 8 && i + 8 <= n; p += kept, i += kept) {
-            std::memcpy(&w, s + i, 8);
-            std::memcpy(p, &w, 8);
-            const uint64_t look = bytes_to_look_at(w);
+        for (; kept == 8 && i + 8 <= n; p += kept, i += kept) {
+            std::memcpy(p, s + i, 8);
+            const uint64_t look = bytes_to_look_at(load_word(s + i));
             kept = look ? first_byte(look) : 8;
         }
         if (kept == 8)  // the last few bytes
