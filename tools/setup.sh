@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Installs what the build and the tests need on a fresh Debian machine:
 # compilers, CMake, GoogleTest/GoogleMock, Google Benchmark, clang for the
-# fuzzers, the 32-bit ARM cross toolchain with qemu-user for the target
-# tests, libmicrohttpd for the web page (also the armhf one, through Debian's
-# multiarch), and chromium with its driver and selenium for the browser
-# tests, with a font for Chinese names in the screenshots. Does nothing for
-# what is already there.
+# fuzzers, clang-format for the formatting check, the 32-bit ARM cross
+# toolchain with qemu-user for the target tests, libmicrohttpd for the web
+# page (also the armhf one, through Debian's multiarch), and chromium with
+# its driver and selenium for the browser tests, with a font for Chinese
+# names in the screenshots. Does nothing for what is already there.
 set -euo pipefail
 
 need=()
@@ -15,6 +15,7 @@ pkg_installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'insta
 have cmake || need+=(cmake)
 have g++ || need+=(g++)
 have clang++ || need+=(clang)
+have clang-format || need+=(clang-format)
 have arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
 have qemu-arm || need+=(qemu-user)
 have pkg-config || need+=(pkgconf)
