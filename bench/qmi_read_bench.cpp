@@ -53,18 +53,43 @@ pbm_sim::Card full_card(unsigned records)
     return card;
 }
 
+// The modem with a full card of `records`, the IPC server that forwards its
+// indications and the QMI client, up for one benchmark: torn down in reverse.
+class Rig {
+public:
+    Rig(benchmark::State &state, unsigned records) : sim_(full_card(records))
+    {
+        up_ = sim_.start() &&
+              ipc_server_start(MU_ID, ForwardedIndications::on_message, &forwarded, &server_) == IPC_OK;
+        if (up_)
+            pb_qmi_init();
+        else
+            state.SkipWithError("simulator or IPC server did not start");
+    }
+    ~Rig()
+    {
+        if (up_)
+            pb_qmi_fin();
+        if (server_ != nullptr)
+            ipc_server_stop(server_);
+        sim_.stop();
+    }
+    bool up() const { return up_; }
+
+    ForwardedIndications forwarded;
+
+private:
+    pbm_sim::Simulator sim_;
+    ipc_server_pt server_ = nullptr;
+    bool up_ = false;
+};
+
 void BM_ReadWholeSim(benchmark::State &state)
 {
     const auto records = static_cast<unsigned>(state.range(0));
-    pbm_sim::Simulator sim(full_card(records));
-    ForwardedIndications forwarded;
-    ipc_server_pt server = nullptr;
-    if (!sim.start() ||
-        ipc_server_start(MU_ID, ForwardedIndications::on_message, &forwarded, &server) != IPC_OK) {
-        state.SkipWithError("simulator or IPC server did not start");
+    Rig rig(state, records);
+    if (!rig.up())
         return;
-    }
-    pb_qmi_init();
 
     long long written = 0;
     std::vector<uint8_t> payload;
@@ -80,7 +105,7 @@ void BM_ReadWholeSim(benchmark::State &state)
             break;
         }
         const long long before = thread_wchar();
-        while (g_sim_module.pb_sim_read_flag == 2 && forwarded.pop(&payload, std::chrono::seconds(10)))
+        while (g_sim_module.pb_sim_read_flag == 2 && rig.forwarded.pop(&payload, std::chrono::seconds(10)))
             pb_qmi_read_cb(reinterpret_cast<pbm_record_read_ind_msg_v01 *>(payload.data()));
         written += thread_wchar() - before;
         if (g_sim_module.pb_sim_read_flag != 1) {
@@ -96,10 +121,6 @@ void BM_ReadWholeSim(benchmark::State &state)
     state.counters["written_bytes"] = static_cast<double>(written) / iterations;
     state.counters["floor_bytes"] = 161.0 * records;
     state.counters["written_vs_floor"] = static_cast<double>(written) / iterations / (161.0 * records);
-
-    pb_qmi_fin();
-    ipc_server_stop(server);
-    sim.stop();
     simlib_clear_flash(STORAGE_TYPE_SIM);
 }
 
@@ -110,15 +131,9 @@ BENCHMARK(BM_ReadWholeSim)->Arg(250)->Arg(1000)->Unit(benchmark::kMillisecond)->
 void BM_ReadWholeSimTransportOnly(benchmark::State &state)
 {
     const auto records = static_cast<unsigned>(state.range(0));
-    pbm_sim::Simulator sim(full_card(records));
-    ForwardedIndications forwarded;
-    ipc_server_pt server = nullptr;
-    if (!sim.start() ||
-        ipc_server_start(MU_ID, ForwardedIndications::on_message, &forwarded, &server) != IPC_OK) {
-        state.SkipWithError("simulator or IPC server did not start");
+    Rig rig(state, records);
+    if (!rig.up())
         return;
-    }
-    pb_qmi_init();
     std::vector<uint8_t> payload;
     for (auto _ : state) {
         if (pb_qmi_get_all() != 0) {
@@ -126,7 +141,7 @@ void BM_ReadWholeSimTransportOnly(benchmark::State &state)
             break;
         }
         unsigned got = 0;
-        while (got < records && forwarded.pop(&payload, std::chrono::seconds(10)))
+        while (got < records && rig.forwarded.pop(&payload, std::chrono::seconds(10)))
             got += reinterpret_cast<pbm_record_read_ind_msg_v01 *>(payload.data())
                        ->basic_record_data.record_instances_len;
         if (got != records) {
@@ -134,9 +149,6 @@ void BM_ReadWholeSimTransportOnly(benchmark::State &state)
             break;
         }
     }
-    pb_qmi_fin();
-    ipc_server_stop(server);
-    sim.stop();
 }
 
 BENCHMARK(BM_ReadWholeSimTransportOnly)->Arg(250)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -25,6 +25,8 @@
 #ifndef ZP_IPC_HOST_H
 #define ZP_IPC_HOST_H
 
+#include <stdlib.h>
+
 #include "zp_ipc.h"
 
 #ifdef __cplusplus
@@ -38,6 +40,13 @@ extern "C" {
 #define IPC_MEM_SITE_ASSIGN 0x0101u
 /* Folder of the module sockets when ZP_IPC_DIR is not set. */
 #define IPC_DEFAULT_DIR "/tmp/zp_ipc"
+/* The folder of the module sockets of this process: ZP_IPC_DIR when set and
+ * not empty, else IPC_DEFAULT_DIR. The modem's socket sits there too. */
+static inline const char *ipc_host_dir(void)
+{
+    const char *dir = getenv("ZP_IPC_DIR");
+    return (dir != NULL && dir[0] != '\0') ? dir : IPC_DEFAULT_DIR;
+}
 /* Messages an in-process queue holds before ipc_mq_send() says IPC_MQ_FULL. */
 #define IPC_MQ_MAX_DEPTH 64u
 

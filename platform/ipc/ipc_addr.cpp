@@ -2,16 +2,17 @@
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "ipc_internal.h"
+#include "make_dirs.h"
 #include "zp_mem.h"
 
 namespace zp_ipc {
@@ -33,39 +34,30 @@ zp_uint32 random_start()
 
 }  // namespace
 
-const char *ipc_dir()
-{
-    const char *dir = std::getenv("ZP_IPC_DIR");
-    return (dir != nullptr && dir[0] != '\0') ? dir : IPC_DEFAULT_DIR;
-}
-
 zp_sdk_ipc_ret_value make_dir(const char *dir)
 {
-    char path[sizeof(sockaddr_un::sun_path)];
     const size_t n = std::strlen(dir);
-    if (n == 0 || n >= sizeof(path))
+    if (n == 0 || n >= sizeof(sockaddr_un::sun_path))
         return IPC_INVALID_PARA;
-    std::memcpy(path, dir, n + 1);
-    // Make each parent in turn; one that exists already is fine.
     bool made = false;
-    for (size_t i = 1; i <= n; ++i) {
-        if (path[i] != '/' && path[i] != '\0')
-            continue;
-        const char saved = path[i];
-        path[i] = '\0';
-        made = mkdir(path, 0770) == 0;
-        if (!made && errno != EEXIST) {
-            IPC_LOG("cannot make %s: %s\n", path, std::strerror(errno));
-            return IPC_SYS_ERR;
-        }
-        path[i] = saved;
-    }
-    // The umask must not narrow the group's access to a folder made here.
-    if (made && chmod(path, 0770) != 0) {
-        IPC_LOG("cannot set the mode of %s: %s\n", path, std::strerror(errno));
+    if (zp_host::make_dirs(dir, 0770, &made) != 0) {
+        IPC_LOG("cannot make %s: %s\n", dir, std::strerror(errno));
         return IPC_SYS_ERR;
     }
-    return check_dir(path);
+    // The umask must not narrow the group's access to a folder made here.
+    if (made && chmod(dir, 0770) != 0) {
+        IPC_LOG("cannot set the mode of %s: %s\n", dir, std::strerror(errno));
+        return IPC_SYS_ERR;
+    }
+    return check_dir(dir);
+}
+
+void set_timeout(int fd, int opt, long us)
+{
+    timeval tv{};
+    tv.tv_sec = us / 1000000;
+    tv.tv_usec = us % 1000000;
+    setsockopt(fd, SOL_SOCKET, opt, &tv, sizeof(tv));
 }
 
 zp_sdk_ipc_ret_value check_dir(const char *dir)
@@ -180,10 +172,11 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_get_addr_by_id(zp_uint32 module_id, zp_uint3
     if (addr == nullptr || module_id >= MAX_ID)
         return IPC_INVALID_PARA;
     std::memset(addr, 0, sizeof(*addr));
-    const int n = std::snprintf(addr->addr.sun_path, sizeof(addr->addr.sun_path), "%s/ipc_%u", ipc_dir(),
+    const int n = std::snprintf(addr->addr.sun_path, sizeof(addr->addr.sun_path), "%s/ipc_%u", ipc_host_dir(),
                                 static_cast<unsigned>(module_id));
     if (n < 0 || static_cast<size_t>(n) >= sizeof(addr->addr.sun_path)) {
-        IPC_LOG("socket path of module %u too long in %s\n", static_cast<unsigned>(module_id), ipc_dir());
+        IPC_LOG("socket path of module %u too long in %s\n", static_cast<unsigned>(module_id),
+                ipc_host_dir());
         std::memset(addr, 0, sizeof(*addr));
         return IPC_INVALID_PARA;
     }

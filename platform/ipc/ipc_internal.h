@@ -29,6 +29,9 @@ enum : zp_uint16 {
     kSiteServerBuf = 0x0102, /* a server's receive buffer */
 };
 
+/* Longest wait of a send on a receiver whose queue stays full. */
+constexpr long kSendTimeoutUs = 5000000;
+
 constexpr size_t round4(size_t n) { return (n + 3u) & ~static_cast<size_t>(3u); }
 
 /* Whole delivered message for `len` payload bytes. */
@@ -36,8 +39,6 @@ constexpr size_t delivered_size(size_t len) { return IPC_MSG_HEAD_LEN + round4(l
 
 zp_uint16 tid16();
 
-/* The IPC folder of this process (ZP_IPC_DIR or the default). */
-const char *ipc_dir();
 /* Makes the folder (mode 0770) and its parents when missing, then checks
  * it with check_dir: IPC_OK, IPC_REJECT, or IPC_SYS_ERR (logged). */
 zp_sdk_ipc_ret_value make_dir(const char *dir);
@@ -49,6 +50,10 @@ zp_sdk_ipc_ret_value make_dir(const char *dir);
 zp_sdk_ipc_ret_value check_dir(const char *dir);
 /* check_dir on the folder of a socket path; IPC_OK for an abstract name. */
 zp_sdk_ipc_ret_value check_socket_dir(const sockaddr_un &to);
+
+/* Sets the socket's receive or send time limit (SO_RCVTIMEO, SO_SNDTIMEO)
+ * to `us` microseconds. */
+void set_timeout(int fd, int opt, long us);
 
 /* Socket address of `a` in *out and its length; 0 when `a` names no socket. */
 socklen_t addr_len(const ipc_addr_t *a, sockaddr_un *out);

@@ -10,7 +10,6 @@
 // forked child gets fresh reply sockets: the inherited ones still belong to
 // the parent's threads.
 #include <pthread.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -19,13 +18,12 @@
 #include <cstring>
 
 #include "ipc_internal.h"
+#include "unique_fd.h"
 
 namespace zp_ipc {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-constexpr int kSendTimeoutSec = 5;  // a receiver whose queue stays full
 
 std::atomic<unsigned> g_fork_gen{0};
 pthread_rwlock_t g_home_lock = PTHREAD_RWLOCK_INITIALIZER;
@@ -45,49 +43,33 @@ struct AtforkRegistration {
 } g_atfork;
 
 struct ReplySocket {
-    int fd = -1;
+    zp_host::UniqueFd fd;
     unsigned gen = 0;
     long rcv_timeout_us = -1;  // what SO_RCVTIMEO is set to now
-    ~ReplySocket()
-    {
-        if (fd >= 0)
-            close(fd);
-    }
 };
 
 thread_local ReplySocket t_reply;
-
-void set_timeout(int fd, int opt, long us)
-{
-    timeval tv{};
-    tv.tv_sec = us / 1000000;
-    tv.tv_usec = us % 1000000;
-    setsockopt(fd, SOL_SOCKET, opt, &tv, sizeof(tv));
-}
 
 ReplySocket *reply_socket()
 {
     ReplySocket &r = t_reply;
     const unsigned gen = g_fork_gen.load(std::memory_order_relaxed);
-    if (r.fd >= 0 && r.gen == gen)
+    if (r.fd.valid() && r.gen == gen)
         return &r;
-    if (r.fd >= 0)
-        close(r.fd);
-    r.fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (r.fd < 0) {
+    r.fd.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!r.fd.valid()) {
         IPC_LOG("reply socket: %s\n", std::strerror(errno));
         return nullptr;
     }
     // Binding the bare family makes the kernel pick a unique abstract name.
     sockaddr_un any{};
     any.sun_family = AF_UNIX;
-    if (bind(r.fd, reinterpret_cast<sockaddr *>(&any), sizeof(sa_family_t)) != 0) {
+    if (bind(r.fd.get(), reinterpret_cast<sockaddr *>(&any), sizeof(sa_family_t)) != 0) {
         IPC_LOG("reply socket bind: %s\n", std::strerror(errno));
-        close(r.fd);
-        r.fd = -1;
+        r.fd.reset();
         return nullptr;
     }
-    set_timeout(r.fd, SO_SNDTIMEO, kSendTimeoutSec * 1000000L);
+    set_timeout(r.fd.get(), SO_SNDTIMEO, kSendTimeoutUs);
     r.gen = gen;
     r.rcv_timeout_us = -1;
     return &r;
@@ -144,7 +126,7 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_asy(ipc_addr_t *addr, void *msg, zp
     int fd = g_home_fd;
     if (fd < 0) {
         const ReplySocket *r = reply_socket();
-        fd = r != nullptr ? r->fd : -1;
+        fd = r != nullptr ? r->fd.get() : -1;
     }
     const zp_sdk_ipc_ret_value ret =
         fd >= 0 ? send_datagram(fd, &to, tolen, &head, payload, len) : IPC_SYS_ERR;
@@ -171,7 +153,7 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_syn(ipc_addr_t *addr, void *msg, zp
     // Connected to the module's socket, the reply socket takes datagrams
     // from that socket alone: the kernel refuses any other sender, so only
     // the process serving the module can answer.
-    while (connect(r->fd, reinterpret_cast<const sockaddr *>(&to), tolen) != 0) {
+    while (connect(r->fd.get(), reinterpret_cast<const sockaddr *>(&to), tolen) != 0) {
         if (errno != EINTR)
             return send_errno(errno);
     }
@@ -183,7 +165,8 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_syn(ipc_addr_t *addr, void *msg, zp
     if (head.session_id == 0)
         ipc_gen_seesion_id(&head);
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeout);
-    ret = send_datagram(r->fd, &to, tolen, &head, static_cast<const zp_uint8 *>(msg) + IPC_MSG_HEAD_LEN, len);
+    ret = send_datagram(r->fd.get(), &to, tolen, &head, static_cast<const zp_uint8 *>(msg) + IPC_MSG_HEAD_LEN,
+                        len);
     if (ret != IPC_OK)
         return ret;
 
@@ -197,7 +180,7 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_syn(ipc_addr_t *addr, void *msg, zp
         if (wait_us <= 0) {
             flags |= MSG_DONTWAIT;
         } else if (wait_us != r->rcv_timeout_us) {
-            set_timeout(r->fd, SO_RCVTIMEO, wait_us);
+            set_timeout(r->fd.get(), SO_RCVTIMEO, wait_us);
             r->rcv_timeout_us = wait_us;
         }
         ipc_msg_head_t in{};
@@ -205,7 +188,7 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_syn(ipc_addr_t *addr, void *msg, zp
         msghdr mh{};
         mh.msg_iov = iov;
         mh.msg_iovlen = room != 0 ? 2 : 1;
-        const ssize_t n = recvmsg(r->fd, &mh, flags);
+        const ssize_t n = recvmsg(r->fd.get(), &mh, flags);
         if (n < 0) {
             if (errno == EAGAIN || errno == EWOULDBLOCK) {
                 if (remaining_us(deadline) == 0)

@@ -13,7 +13,6 @@
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -23,11 +22,14 @@
 #include <new>
 
 #include "ipc_internal.h"
+#include "unique_fd.h"
 #include "zp_mem.h"
 
 struct ipc_server {
-    int fd = -1;
-    int lock_fd = -1; /* holds the module's lock file while serving */
+    /* Holds the module's lock file while serving; declared before the
+     * socket, so that it is released after the socket is closed. */
+    zp_host::UniqueFd lock_fd;
+    zp_host::UniqueFd fd;
     ipc_addr_t addr{};
     ipc_msg_handler handler = nullptr;
     void *ctx = nullptr;
@@ -41,14 +43,6 @@ namespace {
 
 constexpr size_t kBufSize = IPC_MSG_HEAD_LEN + IPC_MSG_MAX_PAYLOAD + sizeof(ipc_addr_t);
 constexpr long kRecvBackstopUs = 250000;
-
-void set_timeout(int fd, int opt, long us)
-{
-    timeval tv{};
-    tv.tv_sec = us / 1000000;
-    tv.tv_usec = us % 1000000;
-    setsockopt(fd, SOL_SOCKET, opt, &tv, sizeof(tv));
-}
 
 // Appends the sender's address to a valid datagram of `len` payload bytes.
 void complete_message(zp_uint8 *buf, size_t len, const sockaddr_un &from, socklen_t fromlen)
@@ -75,7 +69,7 @@ void *receive_loop(void *arg)
         mh.msg_namelen = sizeof(from);
         mh.msg_iov = &iov;
         mh.msg_iovlen = 1;
-        const ssize_t n = recvmsg(srv->fd, &mh, MSG_TRUNC);
+        const ssize_t n = recvmsg(srv->fd.get(), &mh, MSG_TRUNC);
         if (srv->stopping.load(std::memory_order_acquire))
             break;
         if (n < 0) {
@@ -104,12 +98,12 @@ zp_sdk_ipc_ret_value take_lock(ipc_server *srv)
 {
     char path[sizeof srv->addr.addr.sun_path + sizeof ".lock"];
     std::snprintf(path, sizeof path, "%s.lock", srv->addr.addr.sun_path);
-    srv->lock_fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0660);
-    if (srv->lock_fd < 0) {
+    srv->lock_fd.reset(open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0660));
+    if (!srv->lock_fd.valid()) {
         IPC_LOG("cannot open %s: %s\n", path, std::strerror(errno));
         return IPC_SYS_ERR;
     }
-    while (flock(srv->lock_fd, LOCK_EX | LOCK_NB) != 0) {
+    while (flock(srv->lock_fd.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno == EINTR)
             continue;
         if (errno != EWOULDBLOCK) {
@@ -129,12 +123,11 @@ zp_sdk_ipc_ret_value claim_path(const ipc_addr_t &addr)
 {
     sockaddr_un to;
     const socklen_t tolen = addr_len(&addr, &to);
-    const int probe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (probe < 0)
+    const zp_host::UniqueFd probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!probe.valid())
         return IPC_SYS_ERR;
-    const int rc = connect(probe, reinterpret_cast<const sockaddr *>(&to), tolen);
+    const int rc = connect(probe.get(), reinterpret_cast<const sockaddr *>(&to), tolen);
     const int err = errno;
-    close(probe);
     if (rc == 0) {
         IPC_LOG("%s is served by another process\n", to.sun_path);
         return IPC_REJECT;
@@ -144,12 +137,9 @@ zp_sdk_ipc_ret_value claim_path(const ipc_addr_t &addr)
     return IPC_OK;
 }
 
+// Closes the server's socket and lock file with it.
 void free_server(ipc_server *srv)
 {
-    if (srv->fd >= 0)
-        close(srv->fd);
-    if (srv->lock_fd >= 0)
-        close(srv->lock_fd);
     mem_free_ex(tid16(), kSiteServerBuf, 0, srv->buf);
     delete srv;
 }
@@ -177,7 +167,7 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_ha
     }
     const char *path = srv->addr.addr.sun_path;
     srv->buf = static_cast<zp_uint8 *>(mem_malloc_ex(tid16(), kSiteServerBuf, 0, kBufSize));
-    ret = srv->buf != nullptr ? make_dir(ipc_dir()) : IPC_SYS_ERR;
+    ret = srv->buf != nullptr ? make_dir(ipc_host_dir()) : IPC_SYS_ERR;
     if (ret == IPC_OK)
         ret = take_lock(srv);
     if (ret == IPC_OK)
@@ -188,20 +178,20 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_ha
     }
     sockaddr_un me;
     const socklen_t melen = addr_len(&srv->addr, &me);
-    srv->fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (srv->fd < 0 || bind(srv->fd, reinterpret_cast<sockaddr *>(&me), melen) != 0 ||
+    srv->fd.reset(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!srv->fd.valid() || bind(srv->fd.get(), reinterpret_cast<sockaddr *>(&me), melen) != 0 ||
         chmod(path, 0660) != 0) {
         IPC_LOG("cannot serve %s: %s\n", path, std::strerror(errno));
-        ret = (srv->fd >= 0 && errno == EADDRINUSE) ? IPC_REJECT : IPC_SYS_ERR;
+        ret = (srv->fd.valid() && errno == EADDRINUSE) ? IPC_REJECT : IPC_SYS_ERR;
         free_server(srv);
         return ret;
     }
-    set_timeout(srv->fd, SO_RCVTIMEO, kRecvBackstopUs);
-    set_timeout(srv->fd, SO_SNDTIMEO, 5000000L);
-    home_register(srv->fd);
+    set_timeout(srv->fd.get(), SO_RCVTIMEO, kRecvBackstopUs);
+    set_timeout(srv->fd.get(), SO_SNDTIMEO, kSendTimeoutUs);
+    home_register(srv->fd.get());
     if (pthread_create(&srv->thread, nullptr, receive_loop, srv) != 0) {
         IPC_LOG("cannot start the receive thread of %s\n", path);
-        home_unregister(srv->fd);
+        home_unregister(srv->fd.get());
         unlink(path);
         free_server(srv);
         return IPC_SYS_ERR;
@@ -218,13 +208,10 @@ IPC_EXPORT void ipc_server_stop(ipc_server_pt srv)
     // Wake the receive thread; if the queue is full it wakes on its own.
     sockaddr_un me;
     const socklen_t melen = addr_len(&srv->addr, &me);
-    const int waker = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (waker >= 0) {
-        sendto(waker, "", 0, MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<sockaddr *>(&me), melen);
-        close(waker);
-    }
+    if (const zp_host::UniqueFd waker(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)); waker.valid())
+        sendto(waker.get(), "", 0, MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<sockaddr *>(&me), melen);
     pthread_join(srv->thread, nullptr);
-    home_unregister(srv->fd);
+    home_unregister(srv->fd.get());
     unlink(srv->addr.addr.sun_path);
     free_server(srv);
 }

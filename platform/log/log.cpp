@@ -32,6 +32,7 @@
 
 #include "liblog.h"
 #include "log_format.h"
+#include "unique_fd.h"
 
 namespace {
 
@@ -45,10 +46,10 @@ thread_local long t_tid;  // the calling thread's kernel id, once looked up
 
 struct Sink {
     int threshold = ZP_LOG_INFO;
-    std::string path;  // empty: standard error
-    size_t cap = 0;    // bytes the file may hold
-    int fd = STDERR_FILENO;
-    size_t size = 0;  // bytes in the file, as of the last write
+    std::string path;        // empty: standard error
+    size_t cap = 0;          // bytes the file may hold
+    zp_host::UniqueFd file;  // the log file open at `path`
+    size_t size = 0;         // bytes in the file, as of the last write
 
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t pending = PTHREAD_COND_INITIALIZER;  // the flusher has work
@@ -81,13 +82,11 @@ long env_long(const char *name, long fallback)
 // umask (a terminal or other device named is left as it is).
 void open_file(Sink *s)
 {
-    if (s->fd >= 0)
-        close(s->fd);
-    s->fd = open(s->path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    s->file.reset(open(s->path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     struct stat st {};
-    const bool known = s->fd >= 0 && fstat(s->fd, &st) == 0;
+    const bool known = s->file.valid() && fstat(s->file.get(), &st) == 0;
     if (known && S_ISREG(st.st_mode))
-        (void)fchmod(s->fd, 0600);
+        (void)fchmod(s->file.get(), 0600);
     s->size = known ? static_cast<size_t>(st.st_size) : 0;
 }
 
@@ -107,7 +106,7 @@ void refresh(Sink *s)
 {
     struct stat mine {
     }, named{};
-    if (s->fd < 0 || fstat(s->fd, &mine) != 0 || stat(s->path.c_str(), &named) != 0 ||
+    if (!s->file.valid() || fstat(s->file.get(), &mine) != 0 || stat(s->path.c_str(), &named) != 0 ||
         mine.st_ino != named.st_ino || mine.st_dev != named.st_dev) {
         open_file(s);
         return;
@@ -134,12 +133,12 @@ void write_all(int fd, const char *p, size_t n)
 void write_lines(Sink *s, const char *buf, size_t len)
 {
     if (s->path.empty()) {
-        write_all(s->fd, buf, len);
+        write_all(STDERR_FILENO, buf, len);
         return;
     }
     refresh(s);
     size_t off = 0;
-    while (off < len && s->fd >= 0) {
+    while (off < len && s->file.valid()) {
         size_t n = len - off;
         const size_t room = s->cap > s->size ? s->cap - s->size : 0;
         if (n > room) {
@@ -152,7 +151,7 @@ void write_lines(Sink *s, const char *buf, size_t len)
             rotate(s);
             continue;
         }
-        write_all(s->fd, buf + off, n);
+        write_all(s->file.get(), buf + off, n);
         s->size += n;
         off += n;
     }
@@ -230,12 +229,9 @@ Sink *make_sink()
     s->cap = static_cast<size_t>(kb < kLargestMaxKb ? kb : kLargestMaxKb) * 1024;
     if (const char *p = std::getenv("ZP_LOG_FILE"); p && *p) {
         s->path = p;
-        s->fd = -1;
         open_file(s);
-        if (s->fd < 0) {  // unusable: fall back to standard error
+        if (!s->file.valid())  // unusable: fall back to standard error
             s->path.clear();
-            s->fd = STDERR_FILENO;
-        }
     }
     s->direct = s->path.empty();
     // The flusher's time limits run on the monotonic clock.

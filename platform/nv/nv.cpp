@@ -12,7 +12,9 @@
 #include <cstring>
 #include <string>
 
+#include "make_dirs.h"
 #include "nvmanager.h"
+#include "unique_fd.h"
 
 #ifndef ZP_NV_DEFAULT_DIR
 #define ZP_NV_DEFAULT_DIR "/data/nv"
@@ -65,14 +67,14 @@ extern "C" nv_errorcode nvmram_writenv(const char *key, const char *value, int l
         return NV_ERR_TOO_LONG;
 
     const std::string dir = nv_dir();
-    ::mkdir(dir.c_str(), 0755);  // an existing folder is fine
+    zp_host::make_dirs(dir.c_str(), 0755);  // a failure shows in mkstemp
     const std::string path = dir + "/" + key;
     std::string tmp = path + ".XXXXXX";
-    int fd = ::mkstemp(tmp.data());
-    if (fd < 0)
+    zp_host::UniqueFd fd(::mkstemp(tmp.data()));
+    if (!fd.valid())
         return NV_ERR_IO;
-    bool ok = write_all(fd, value, static_cast<size_t>(len)) && ::fsync(fd) == 0;
-    ok = (::close(fd) == 0) && ok;
+    bool ok = write_all(fd.get(), value, static_cast<size_t>(len)) && ::fsync(fd.get()) == 0;
+    ok = fd.close() == 0 && ok;
     if (!ok || ::rename(tmp.c_str(), path.c_str()) != 0) {
         ::unlink(tmp.c_str());
         return NV_ERR_IO;
@@ -85,30 +87,25 @@ extern "C" nv_errorcode nvmram_readnv(const char *key, char *value, int size, in
     if (!key_ok(key) || value == nullptr || len == nullptr || size < 0)
         return NV_ERR_PARAM;
     const std::string path = nv_dir() + "/" + key;
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
+    const zp_host::UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.valid())
         return errno == ENOENT ? NV_ERR_NOT_FOUND : NV_ERR_IO;
     struct stat st {};
-    nv_errorcode rc = NV_OK;
-    if (::fstat(fd, &st) != 0) {
-        rc = NV_ERR_IO;
-    } else if (st.st_size > size) {
-        rc = NV_ERR_TOO_LONG;
-    } else {
-        ssize_t got = 0;
-        while (got < st.st_size) {
-            ssize_t r = ::read(fd, value + got, static_cast<size_t>(st.st_size - got));
-            if (r < 0 && errno == EINTR)
-                continue;
-            if (r <= 0)
-                break;
-            got += r;
-        }
-        if (got != st.st_size)
-            rc = NV_ERR_IO;
-        else
-            *len = static_cast<int>(got);
+    if (::fstat(fd.get(), &st) != 0)
+        return NV_ERR_IO;
+    if (st.st_size > size)
+        return NV_ERR_TOO_LONG;
+    ssize_t got = 0;
+    while (got < st.st_size) {
+        ssize_t r = ::read(fd.get(), value + got, static_cast<size_t>(st.st_size - got));
+        if (r < 0 && errno == EINTR)
+            continue;
+        if (r <= 0)
+            break;
+        got += r;
     }
-    ::close(fd);
-    return rc;
+    if (got != st.st_size)
+        return NV_ERR_IO;
+    *len = static_cast<int>(got);
+    return NV_OK;
 }

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "zp_ipc_host.h"
+
 namespace qmi_wire {
 
 std::string socket_path()
@@ -15,10 +17,7 @@ std::string socket_path()
     const char *path = std::getenv("ZP_QMI_SOCKET");
     if (path && *path)
         return path;
-    const char *dir = std::getenv("ZP_IPC_DIR");
-    if (dir && *dir)
-        return std::string(dir) + "/qmi_pbm";
-    return "/tmp/zp_ipc/qmi_pbm"; /* beside the IPC sockets */
+    return std::string(ipc_host_dir()) + "/qmi_pbm";  // beside the IPC sockets
 }
 
 bool send_frame(int fd, uint8_t kind, uint16_t txn, uint16_t msg_id, const std::vector<uint8_t> &tlv)

@@ -14,9 +14,8 @@
 
 namespace qmi_wire {
 
-/* Path of the service's socket: $ZP_QMI_SOCKET, else "qmi_pbm" in
- * $ZP_IPC_DIR, else in "/tmp/zp_ipc", the folder of the
- * IPC sockets. */
+/* Path of the service's socket: $ZP_QMI_SOCKET, else "qmi_pbm" in the
+ * folder of the IPC sockets (ipc_host_dir()). */
 std::string socket_path();
 
 /* One frame to a connected socket; false when the peer is gone. */

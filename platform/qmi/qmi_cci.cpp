@@ -12,7 +12,6 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -23,10 +22,12 @@
 #include <mutex>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "pbm_transport.h"
 #include "pbm_wire.h"
 #include "qmi_service_object.h"
+#include "unique_fd.h"
 
 namespace {
 
@@ -44,7 +45,7 @@ struct Pending {
 
 struct qmi_client_struct {
     bool notifier = false;
-    int fd = -1;
+    zp_host::UniqueFd fd;
     qmi_client_ind_cb ind_cb = nullptr;
     void *ind_cb_data = nullptr;
     qmi_cci_os_signal_type *sig = nullptr;
@@ -69,21 +70,18 @@ bool is_live(qmi_client_struct *c, bool notifier)
     return c && g_registry.count(c) && c->notifier == notifier;
 }
 
-int connect_service()
+// A connection to the service; holds nothing when it is not up.
+zp_host::UniqueFd connect_service()
 {
     const std::string path = qmi_wire::socket_path();
     sockaddr_un addr{};
     if (path.size() >= sizeof addr.sun_path)
-        return -1;
+        return zp_host::UniqueFd();
     addr.sun_family = AF_UNIX;
     std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    if (fd < 0)
-        return -1;
-    if (connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0) {
-        close(fd);
-        return -1;
-    }
+    zp_host::UniqueFd fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    if (fd.valid() && connect(fd.get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0)
+        fd.reset();
     return fd;
 }
 
@@ -100,20 +98,19 @@ void signal_set(qmi_cci_os_signal_type *sig)
 void notifier_loop(qmi_client_struct *c)
 {
     while (!c->stopping.load()) {
-        const int fd = connect_service();
-        if (fd >= 0) {
+        const zp_host::UniqueFd fd = connect_service();
+        if (fd.valid()) {
             signal_set(c->sig);
-            pollfd p{fd, POLLIN, 0};
+            pollfd p{fd.get(), POLLIN, 0};
             while (!c->stopping.load()) {
                 const int r = poll(&p, 1, 20);
                 if (r > 0) {
                     char b;
-                    const ssize_t n = recv(fd, &b, 1, MSG_DONTWAIT);
+                    const ssize_t n = recv(fd.get(), &b, 1, MSG_DONTWAIT);
                     if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR))
                         break;  // the service went away
                 }
             }
-            close(fd);
         }
         for (int i = 0; i < 10 && !c->stopping.load(); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -124,7 +121,7 @@ void receive_loop(qmi_client_struct *c)
 {
     std::vector<uint8_t> buf(qmi_wire::FRAME_MAX);
     for (;;) {
-        const ssize_t n = recv(c->fd, buf.data(), buf.size(), 0);
+        const ssize_t n = recv(c->fd.get(), buf.data(), buf.size(), 0);
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
@@ -190,10 +187,7 @@ qmi_client_error_type qmi_client_get_service_list(qmi_idl_service_object_type se
 {
     if (!is_pbm_object(service_obj))
         return QMI_CLIENT_PARAM_ERR;
-    const int fd = connect_service();
-    const unsigned int up = fd >= 0 ? 1 : 0;
-    if (fd >= 0)
-        close(fd);
+    const unsigned int up = connect_service().valid() ? 1 : 0;
     if (num_services)
         *num_services = up;
     if (num_entries) {
@@ -215,11 +209,11 @@ qmi_client_error_type qmi_client_init(qmi_service_info *service_info, qmi_idl_se
     if (!is_pbm_object(service_obj) || !user_handle || !service_info ||
         service_info->info[0] != SERVICE_ENTRY_MARK)
         return QMI_CLIENT_PARAM_ERR;
-    const int fd = connect_service();
-    if (fd < 0)
+    zp_host::UniqueFd fd = connect_service();
+    if (!fd.valid())
         return QMI_SERVICE_ERR;
     auto *c = new qmi_client_struct;
-    c->fd = fd;
+    c->fd = std::move(fd);
     c->ind_cb = ind_cb;
     c->ind_cb_data = ind_cb_data;
     add_to_registry(c);
@@ -246,11 +240,10 @@ qmi_client_error_type qmi_client_release(qmi_client_type user_handle)
         pthread_cond_destroy(&c->sig->cond);
         pthread_condattr_destroy(&c->sig->attr);
     } else {
-        shutdown(c->fd, SHUT_RDWR);
+        shutdown(c->fd.get(), SHUT_RDWR);
         c->thread.join();
-        close(c->fd);
     }
-    delete c;
+    delete c;  // closes the connection
     return QMI_NO_ERR;
 }
 
@@ -284,7 +277,7 @@ qmi_client_error_type qmi_client_send_msg_sync(qmi_client_type user_handle, unsi
         p.txn = c->next_txn;
         c->pending.push_back(&p);
     }
-    const bool sent = qmi_wire::send_frame(c->fd, qmi_wire::KIND_REQUEST, p.txn, id, tlv);
+    const bool sent = qmi_wire::send_frame(c->fd.get(), qmi_wire::KIND_REQUEST, p.txn, id, tlv);
     std::unique_lock<std::mutex> lk(c->mu);
     auto ready = [&] { return p.done || c->gone; };
     if (sent) {

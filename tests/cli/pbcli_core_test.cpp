@@ -44,6 +44,31 @@ TEST(ParseArgs, RefusesWhatTheServiceWouldMisread)
     }
 }
 
+// Numbers and options are checked to the end of the word, and the message
+// names what was refused.
+TEST(ParseArgs, RefusesBadNumbersAndOptionsNamingThem)
+{
+    const struct {
+        std::vector<const char *> argv;
+        const char *error;
+    } cases[] = {
+        {{"show", "sim", "99999999999999999999"}, "'99999999999999999999' is not an index"},  // overflows
+        {{"show", "sim", " 7"}, "' 7' is not an index"},
+        {{"show", "sim", "-1"}, "unknown option '-1'"},
+        {{"list", "sim", "--wait", "abc"}, "--wait takes seconds from 0 to 3600, not 'abc'"},
+        {{"list", "sim", "-w", ""}, "not ''"},
+        {{"list", "sim", "-w", "1e9"}, "not '1e9'"},
+        {{"list", "sim", "--wait"}, "--wait needs a value"},
+        {{"list", "sim", "--json=1"}, "--json takes no value"},
+        {{"list", "sim", "--bogus"}, "option '--bogus'"},
+        {{"add", "sim", "--n", "x"}, "option '--n'"},  // --name or --number
+    };
+    for (const auto &c : cases) {
+        Args a;
+        EXPECT_NE(parse(c.argv, &a).find(c.error), std::string::npos) << c.argv[2];
+    }
+}
+
 TEST(ParseArgs, TakesOptionsAnywhereInBothSpellings)
 {
     Args a;

@@ -265,6 +265,29 @@ TEST_F(PbcliE2e, FailuresEndWithTheirExitStatus)
     EXPECT_EQ(gone.js["code"], "-1");
 }
 
+// pbm_simd once took a bad delay as 0 without a word. A bad option ends it
+// with the usage status 2 before the card is loaded (the card named here
+// does not exist: loading it would end with 1).
+TEST(PbmSimd, RefusesBadOptionsNamingThem)
+{
+    const struct {
+        const char *options, *error;
+    } cases[] = {
+        {"--start-delay abc", "--start-delay takes milliseconds from 0 to 3600000, not 'abc'"},
+        {"--reply-delay -1", "not '-1'"},
+        {"--start-delay 4294967296", "not '4294967296'"},  // would wrap to 0 as unsigned
+        {"--reply-delay", "--reply-delay needs a value"},
+        {"--bogus 1", "option '--bogus'"},
+    };
+    const std::string err = kWork + "/pbm_simd.err";
+    for (const auto &c : cases) {
+        const int st = std::system(
+            (PBM_SIMD_BIN " --card " + kWork + "/no-such-card.txt " + c.options + " 2>" + err).c_str());
+        EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 2) << c.options;
+        EXPECT_NE(slurp(err).find(c.error), std::string::npos) << slurp(err);
+    }
+}
+
 // A SIM request waits while the card is being read, up to --wait seconds;
 // the device phonebook never waits.
 TEST_F(PbcliE2e, SimRequestsWaitForTheCardReadUpToTheTimeLimit)

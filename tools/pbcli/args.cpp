@@ -1,8 +1,10 @@
 #include "args.h"
 
+#include <getopt.h>
+
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 
 namespace pbcli {
 
@@ -27,6 +29,50 @@ const CmdInfo kCommands[] = {
     {"copy", Cmd::COPY, true},
 };
 
+constexpr int kOptCut = 0x100;  // --cut has no short spelling
+
+const option kOptions[] = {
+    {"json", no_argument, nullptr, 'j'},
+    {"wait", required_argument, nullptr, 'w'},
+    {"name", required_argument, nullptr, 'n'},
+    {"number", required_argument, nullptr, 'N'},
+    {"email", required_argument, nullptr, 'e'},
+    {"yes", no_argument, nullptr, 'y'},
+    {"format", required_argument, nullptr, 'f'},
+    {"verbose", no_argument, nullptr, 'v'},
+    {"cut", no_argument, nullptr, kOptCut},
+    {"help", no_argument, nullptr, 'h'},
+    {nullptr, 0, nullptr, 0},
+};
+
+// '-': the words that are no options come back in their order as option 1,
+// so options stand anywhere, before or after the command's words, and argv
+// is never permuted. ':': a missing value comes back as ':', apart from an
+// unknown option ('?'), and getopt_long prints nothing of its own.
+constexpr char kShortOptions[] = "-:jw:n:N:e:yf:vh";
+
+// An option's long name, or null for a character no option has.
+const char *long_name(int val)
+{
+    for (const option *o = kOptions; o->name != nullptr; ++o)
+        if (o->val == val)
+            return o->name;
+    return nullptr;
+}
+
+// What is wrong with the word getopt_long refused with '?'. optopt is 0
+// for a long option it does not know (or that starts more than one), the
+// option for a long one given a value it does not take, else the unknown
+// short option.
+std::string refused_option(int opt, const char *word)
+{
+    if (opt == 0)
+        return std::string("unknown or ambiguous option '") + word + "'";
+    if (const char *name = long_name(opt))
+        return std::string("--") + name + " takes no value";
+    return std::string("unknown option '-") + static_cast<char>(opt) + "'";
+}
+
 bool parse_phonebook(const std::string &word, storage_type_t *out)
 {
     if (word == "sim")
@@ -40,10 +86,25 @@ bool parse_phonebook(const std::string &word, storage_type_t *out)
 
 bool parse_index(const std::string &s, int *out)
 {
-    if (s.empty() || s.size() > 4 || s.find_first_not_of("0123456789") != std::string::npos)
+    // Digits only: strtol would also take blanks and a sign in front.
+    if (s.empty() || !std::isdigit(static_cast<unsigned char>(s[0])))
         return false;
-    int v = std::atoi(s.c_str());
-    if (v < 1 || v > PB_MAX_ENTRIES)
+    char *end = nullptr;
+    errno = 0;
+    const long v = std::strtol(s.c_str(), &end, 10);
+    if (*end != '\0' || errno != 0 || v < 1 || v > PB_MAX_ENTRIES)
+        return false;
+    *out = static_cast<int>(v);
+    return true;
+}
+
+// Seconds, a fraction allowed, up to an hour.
+bool parse_seconds(const char *s, double *out)
+{
+    char *end = nullptr;
+    errno = 0;
+    const double v = std::strtod(s, &end);
+    if (end == s || *end != '\0' || errno != 0 || !(v >= 0 && v <= 3600))
         return false;
     *out = v;
     return true;
@@ -61,79 +122,50 @@ std::string check_field(const char *what, const std::optional<std::string> &v)
 
 }  // namespace
 
+const char *command_word(Cmd cmd)
+{
+    for (const auto &c : kCommands)
+        if (c.cmd == cmd)
+            return c.name;
+    return "?";
+}
+
 std::string parse_args(int argc, const char *const *argv, Args *args)
 {
     *args = Args();
     std::vector<std::string> pos;
-    bool options_done = false;
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        if (options_done || a.size() < 2 || a[0] != '-') {
-            pos.push_back(a);
-            continue;
-        }
-        if (a == "--") {
-            options_done = true;
-            continue;
-        }
-        std::string value;
-        bool has_value = false;
-        if (size_t eq = a.find('='); a.compare(0, 2, "--") == 0 && eq != std::string::npos) {
-            value = a.substr(eq + 1);
-            a.resize(eq);
-            has_value = true;
-        }
-        auto take_value = [&](std::string *out) -> bool {
-            if (!has_value) {
-                if (i + 1 >= argc)
-                    return false;
-                value = argv[++i];
-            }
-            *out = value;
-            return true;
-        };
-        std::string v;
-        if (a == "-h" || a == "--help") {
-            args->cmd = Cmd::HELP;
-            return "";
-        } else if (a == "-j" || a == "--json") {
-            args->json = true;
-        } else if (a == "-y" || a == "--yes") {
-            args->yes = true;
-        } else if (a == "-v" || a == "--verbose") {
-            args->verbose = true;
-        } else if (a == "--cut") {
-            args->cut = true;
-        } else if (a == "-f" || a == "--format") {
+    // getopt_long keeps its place in globals; 0 makes it start afresh. In
+    // '-' mode it only reads argv, so the const_cast is safe.
+    optind = 0;
+    char *const *av = const_cast<char *const *>(argv);
+    for (int opt; (opt = getopt_long(argc, av, kShortOptions, kOptions, nullptr)) != -1;) {
+        switch (opt) {
+        case 1: pos.emplace_back(optarg); break;
+        case 'h': args->cmd = Cmd::HELP; return "";
+        case 'j': args->json = true; break;
+        case 'y': args->yes = true; break;
+        case 'v': args->verbose = true; break;
+        case kOptCut: args->cut = true; break;
+        case 'f': {
             pbx::Format f;
-            if (!take_value(&v) || !pbx::parse_format(v, &f))
-                return "--format takes vcard, csv or module";
+            if (!pbx::parse_format(optarg, &f))
+                return std::string("--format takes vcard, csv or module, not '") + optarg + "'";
             args->format = f;
-        } else if (a == "-w" || a == "--wait") {
-            if (!take_value(&v))
-                return "--wait needs a number of seconds";
-            char *end = nullptr;
-            errno = 0;
-            double s = std::strtod(v.c_str(), &end);
-            if (v.empty() || *end != '\0' || errno != 0 || !(s >= 0 && s <= 3600))
-                return "--wait takes seconds from 0 to 3600, not '" + v + "'";
-            args->wait_seconds = s;
-        } else if (a == "-n" || a == "--name") {
-            if (!take_value(&v))
-                return "--name needs a value";
-            args->name = v;
-        } else if (a == "-N" || a == "--number") {
-            if (!take_value(&v))
-                return "--number needs a value";
-            args->number = v;
-        } else if (a == "-e" || a == "--email") {
-            if (!take_value(&v))
-                return "--email needs a value";
-            args->email = v;
-        } else {
-            return "unknown option '" + a + "'";
+            break;
+        }
+        case 'w':
+            if (!parse_seconds(optarg, &args->wait_seconds))
+                return std::string("--wait takes seconds from 0 to 3600, not '") + optarg + "'";
+            break;
+        case 'n': args->name = optarg; break;
+        case 'N': args->number = optarg; break;
+        case 'e': args->email = optarg; break;
+        case ':': return std::string("--") + long_name(optopt) + " needs a value";
+        default: return refused_option(optopt, argv[optind - 1]);
         }
     }
+    for (; optind < argc; ++optind)  // the words after "--"
+        pos.emplace_back(argv[optind]);
 
     if (pos.empty())
         return "no command given";
@@ -231,7 +263,7 @@ places in their phonebook, 1 to 1000, as "list" shows them.
 Commands:
   list PHONEBOOK                   list every entry
   show PHONEBOOK INDEX             show one entry
-  add PHONEBOOK --name NAME [--number NUMBER] [--email EMAIL]
+  add PHONEBOOK [--name NAME] [--number NUMBER] [--email EMAIL]
                                    add an entry (--name or --number needed);
                                    prints the new entry with its index
   edit PHONEBOOK INDEX [--name NAME] [--number NUMBER] [--email EMAIL]

@@ -29,8 +29,12 @@ struct Args {
     bool cut = false;                          // copy to the SIM: cut names to fit
 };
 
-// Fills *args from argv. Returns an empty string, or what is wrong.
+// Fills *args from argv (getopt_long's rules: options anywhere, "--" ends
+// them). Returns an empty string, or what is wrong.
 std::string parse_args(int argc, const char *const *argv, Args *args);
+
+// The command as it is written on the command line ("delete-all").
+const char *command_word(Cmd cmd);
 
 // The --help text: every command, option and exit status.
 const char *usage_text();

@@ -146,6 +146,9 @@ private:
     bool told_ = false;
 };
 
+// The phonebook's name in a sentence.
+const char *book_title(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "SIM" : "device"; }
+
 std::string join(const std::vector<int> &v)
 {
     std::string s;
@@ -161,8 +164,7 @@ void print_entry(const Session &s, const char *verb, const pb_flash_info &e)
         return;
     }
     if (verb)
-        std::cout << verb << " " << (s.args().type == STORAGE_TYPE_SIM ? "SIM" : "device")
-                  << " phonebook entry:\n";
+        std::cout << verb << " " << book_title(s.args().type) << " phonebook entry:\n";
     const auto line = [](const char *label, const std::string &v) {
         std::cout << "  " << label << (v.empty() ? "" : std::string(9 - std::strlen(label), ' ') + v) << "\n";
     };
@@ -177,15 +179,29 @@ void print_entry(const Session &s, const char *verb, const pb_flash_info &e)
 Exit not_found(const Session &s, int index)
 {
     return s.fail_text(EXIT_NOT_FOUND, "no entry at index " + std::to_string(index) + " in the " +
-                                           (s.args().type == STORAGE_TYPE_SIM ? "SIM" : "device") +
-                                           " phonebook");
+                                           book_title(s.args().type) + " phonebook");
 }
 
-Exit cmd_list(Session &s)
+// Ends a command on several indexes: what was done (JSON members, or a
+// line of text), and the indexes without an entry, which make the exit
+// status EXIT_NOT_FOUND.
+Exit print_done(const Session &s, const std::string &json_members, const std::string &text,
+                const std::vector<int> &missing)
 {
-    Entries v;
-    if (int rc = s.read_all(s.args().type, &v); rc != PB_RCODE_OK)
-        return s.fail(rc, "list");
+    const Exit status = missing.empty() ? EXIT_OK : EXIT_NOT_FOUND;
+    if (s.args().json) {
+        std::cout << "{\"ok\":" << (status == EXIT_OK ? "true" : "false") << ",\"phonebook\":\"" << s.book()
+                  << "\"," << json_members << ",\"not_found\":" << json_ints(missing) << "}\n";
+    } else {
+        std::cout << text << "\n";
+        if (!missing.empty())
+            std::cerr << "pbcli: no entry at index " << join(missing) << "\n";
+    }
+    return status;
+}
+
+Exit cmd_list(Session &s, const Entries &v)
+{
     if (s.args().json)
         std::cout << "{\"ok\":true,\"phonebook\":\"" << s.book() << "\",\"count\":" << v.size()
                   << ",\"entries\":" << json_entries(v) << "}\n";
@@ -194,11 +210,8 @@ Exit cmd_list(Session &s)
     return EXIT_OK;
 }
 
-Exit cmd_show(Session &s)
+Exit cmd_show(Session &s, const Entries &v)
 {
-    Entries v;
-    if (int rc = s.read_all(s.args().type, &v); rc != PB_RCODE_OK)
-        return s.fail(rc, "show");
     const pb_flash_info *e = find_entry(v, s.args().indexes[0]);
     if (!e)
         return not_found(s, s.args().indexes[0]);
@@ -209,9 +222,6 @@ Exit cmd_show(Session &s)
 Exit cmd_add(Session &s)
 {
     const Args &a = s.args();
-    Entries before;
-    if (int rc = s.read_all(a.type, &before); rc != PB_RCODE_OK)
-        return s.fail(rc, "add");
     pb_flash_info e;
     std::memset(&e, 0, sizeof e);
     set_field(e.name, a.name.value_or(""));
@@ -236,13 +246,10 @@ Exit cmd_add(Session &s)
     return EXIT_OK;
 }
 
-Exit cmd_edit(Session &s)
+Exit cmd_edit(Session &s, const Entries &v)
 {
     const Args &a = s.args();
     const int index = a.indexes[0];
-    Entries v;
-    if (int rc = s.read_all(a.type, &v); rc != PB_RCODE_OK)
-        return s.fail(rc, "edit");
     const pb_flash_info *old = find_entry(v, index);
     if (!old)
         return not_found(s, index);
@@ -263,12 +270,9 @@ Exit cmd_edit(Session &s)
     return EXIT_OK;
 }
 
-Exit cmd_delete(Session &s)
+Exit cmd_delete(Session &s, const Entries &v)
 {
     const Args &a = s.args();
-    Entries v;
-    if (int rc = s.read_all(a.type, &v); rc != PB_RCODE_OK)
-        return s.fail(rc, "delete");
     std::vector<int> present, missing;
     for (int i : a.indexes) {
         bool seen = std::find(present.begin(), present.end(), i) != present.end() ||
@@ -304,27 +308,15 @@ Exit cmd_delete(Session &s)
     if (!kept.empty())
         return s.fail_text(EXIT_FAILED, "the phonebook kept index " + join(kept) +
                                             " (deleted: " + (deleted.empty() ? "none" : join(deleted)) + ")");
-    Exit status = missing.empty() ? EXIT_OK : EXIT_NOT_FOUND;
-    if (a.json) {
-        std::cout << "{\"ok\":" << (status == EXIT_OK ? "true" : "false") << ",\"phonebook\":\"" << s.book()
-                  << "\",\"deleted\":" << json_ints(deleted) << ",\"not_found\":" << json_ints(missing)
-                  << "}\n";
-    } else {
-        std::cout << "Deleted " << deleted.size() << (deleted.size() == 1 ? " entry" : " entries");
-        if (!deleted.empty())
-            std::cout << " (index " << join(deleted) << ")";
-        std::cout << "\n";
-        if (!missing.empty())
-            std::cerr << "pbcli: no entry at index " << join(missing) << "\n";
-    }
-    return status;
+    return print_done(s, "\"deleted\":" + json_ints(deleted),
+                      "Deleted " + std::to_string(deleted.size()) +
+                          (deleted.size() == 1 ? " entry" : " entries") +
+                          (deleted.empty() ? "" : " (index " + join(deleted) + ")"),
+                      missing);
 }
 
-Exit cmd_delete_all(Session &s)
+Exit cmd_delete_all(Session &s, const Entries &v)
 {
-    Entries v;
-    if (int rc = s.read_all(s.args().type, &v); rc != PB_RCODE_OK)
-        return s.fail(rc, "delete-all");
     pb_flash_info e;
     std::memset(&e, 0, sizeof e);
     if (int rc = s.write(SIM_PB_HANDLE_TYPE_DEL_ALL, &e); rc != PB_RCODE_OK)
@@ -332,8 +324,8 @@ Exit cmd_delete_all(Session &s)
     if (s.args().json)
         std::cout << "{\"ok\":true,\"phonebook\":\"" << s.book() << "\",\"deleted\":" << v.size() << "}\n";
     else
-        std::cout << "Deleted all " << v.size() << " entries of the "
-                  << (s.args().type == STORAGE_TYPE_SIM ? "SIM" : "device") << " phonebook\n";
+        std::cout << "Deleted all " << v.size() << " entries of the " << book_title(s.args().type)
+                  << " phonebook\n";
     return EXIT_OK;
 }
 
@@ -343,14 +335,14 @@ Exit print_report(const Session &s, const pbx::Report &r, const std::string &wha
                   const char *source_word)
 {
     const int added = r.count(pbx::Outcome::ADDED);
-    const char *book = into == STORAGE_TYPE_SIM ? "SIM" : "device";
     if (s.args().json) {
         std::cout << "{\"ok\":true,\"phonebook\":\"" << storage_name(into) << "\"," << what << json_report(r)
                   << "}\n";
         return EXIT_OK;
     }
     std::cout << "Added " << added << " of " << r.lines.size()
-              << (r.lines.size() == 1 ? " contact" : " contacts") << " to the " << book << " phonebook";
+              << (r.lines.size() == 1 ? " contact" : " contacts") << " to the " << book_title(into)
+              << " phonebook";
     static const std::pair<pbx::Outcome, const char *> kWhy[] = {
         {pbx::Outcome::DUPLICATE, "already there"},
         {pbx::Outcome::NO_NUMBER, "without a number"},
@@ -393,31 +385,31 @@ Exit cmd_import(Session &s)
                         STORAGE_TYPE_FLASH, "line");
 }
 
-// The entries of the command line's phonebook at its indexes (all when none
-// is given), in that order, and the indexes without an entry.
-int read_chosen(Session &s, Entries *chosen, std::vector<int> *missing)
+// The entries at the command line's indexes (all when none is given), in
+// that order, and the indexes without an entry.
+struct Chosen {
+    Entries entries;
+    std::vector<int> missing;
+};
+
+Chosen choose(const Entries &all, const std::vector<int> &indexes)
 {
-    Entries all;
-    if (int rc = s.read_all(s.args().type, &all); rc != PB_RCODE_OK)
-        return rc;
-    if (s.args().indexes.empty())
-        *chosen = all;
-    for (int i : s.args().indexes) {
+    Chosen c;
+    if (indexes.empty())
+        c.entries = all;
+    for (int i : indexes) {
         if (const pb_flash_info *e = find_entry(all, i))
-            chosen->push_back(*e);
+            c.entries.push_back(*e);
         else
-            missing->push_back(i);
+            c.missing.push_back(i);
     }
-    return PB_RCODE_OK;
+    return c;
 }
 
-Exit cmd_export(Session &s)
+Exit cmd_export(Session &s, const Entries &v)
 {
     const Args &a = s.args();
-    Entries chosen;
-    std::vector<int> missing;
-    if (int rc = read_chosen(s, &chosen, &missing); rc != PB_RCODE_OK)
-        return s.fail(rc, "export");
+    const auto [chosen, missing] = choose(v, a.indexes);
     const pbx::Format f = a.format.value_or(pbx::Format::MODULE);
     bool written;
     if (f == pbx::Format::MODULE) {
@@ -432,28 +424,19 @@ Exit cmd_export(Session &s)
     }
     if (!written)
         return s.fail_text(EXIT_FAILED, "export: cannot write '" + a.file + "'");
-    Exit status = missing.empty() ? EXIT_OK : EXIT_NOT_FOUND;
-    if (a.json) {
-        std::cout << "{\"ok\":" << (status == EXIT_OK ? "true" : "false") << ",\"phonebook\":\"" << s.book()
-                  << "\",\"file\":" << json_string(a.file) << ",\"format\":\"" << pbx::format_name(f)
-                  << "\",\"exported\":" << chosen.size() << ",\"not_found\":" << json_ints(missing) << "}\n";
-    } else {
-        std::cout << "Exported " << chosen.size() << (chosen.size() == 1 ? " entry" : " entries")
-                  << " of the " << (a.type == STORAGE_TYPE_SIM ? "SIM" : "device") << " phonebook to "
-                  << a.file << "\n";
-        if (!missing.empty())
-            std::cerr << "pbcli: no entry at index " << join(missing) << "\n";
-    }
-    return status;
+    return print_done(s,
+                      "\"file\":" + json_string(a.file) + ",\"format\":\"" + pbx::format_name(f) +
+                          "\",\"exported\":" + std::to_string(chosen.size()),
+                      "Exported " + std::to_string(chosen.size()) +
+                          (chosen.size() == 1 ? " entry" : " entries") + " of the " + book_title(a.type) +
+                          " phonebook to " + a.file,
+                      missing);
 }
 
-Exit cmd_copy(Session &s)
+Exit cmd_copy(Session &s, const Entries &v)
 {
     const Args &a = s.args();
-    Entries chosen;
-    std::vector<int> missing;
-    if (int rc = read_chosen(s, &chosen, &missing); rc != PB_RCODE_OK)
-        return s.fail(rc, "copy");
+    const auto [chosen, missing] = choose(v, a.indexes);
     const std::vector<pbx::Contact> contacts = pbx::contacts_of(chosen);
     if (!missing.empty())
         return s.fail_text(EXIT_NOT_FOUND, "copy: no entry at index " + join(missing) + "; nothing copied");
@@ -486,17 +469,24 @@ Exit cmd_copy(Session &s)
 Exit run_command(const Args &args)
 {
     Session s(args);
+    // Every command on a phonebook starts by reading it as it is now (for
+    // the SIM, waiting while the card is being read): a change goes out
+    // only to a phonebook that is ready.
+    Entries v;
+    if (args.type != STORAGE_TYPE_UNKNOWN)
+        if (int rc = s.read_all(args.type, &v); rc != PB_RCODE_OK)
+            return s.fail(rc, command_word(args.cmd));
     switch (args.cmd) {
     case Cmd::HELP: std::cout << usage_text(); return EXIT_OK;
-    case Cmd::LIST: return cmd_list(s);
-    case Cmd::SHOW: return cmd_show(s);
+    case Cmd::LIST: return cmd_list(s, v);
+    case Cmd::SHOW: return cmd_show(s, v);
     case Cmd::ADD: return cmd_add(s);
-    case Cmd::EDIT: return cmd_edit(s);
-    case Cmd::DELETE: return cmd_delete(s);
-    case Cmd::DELETE_ALL: return cmd_delete_all(s);
+    case Cmd::EDIT: return cmd_edit(s, v);
+    case Cmd::DELETE: return cmd_delete(s, v);
+    case Cmd::DELETE_ALL: return cmd_delete_all(s, v);
     case Cmd::IMPORT: return cmd_import(s);
-    case Cmd::EXPORT: return cmd_export(s);
-    case Cmd::COPY: return cmd_copy(s);
+    case Cmd::EXPORT: return cmd_export(s, v);
+    case Cmd::COPY: return cmd_copy(s, v);
     }
     return EXIT_USAGE;
 }

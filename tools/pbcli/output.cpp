@@ -130,10 +130,7 @@ Exit rcode_exit(int rc)
     return r ? r->exit : EXIT_FAILED;
 }
 
-bool rcode_busy(int rc)
-{
-    return rc == PB_RCODE_READED_ERR || rc == PB_RCODE_READING_ERR || rc == PB_RCODE_INIT_ERR;
-}
+bool rcode_busy(int rc) { return rcode_exit(rc) == EXIT_NOT_READY; }
 
 const char *storage_name(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "sim" : "device"; }
 

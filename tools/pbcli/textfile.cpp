@@ -7,27 +7,13 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "unique_fd.h"
+
 namespace pbcli {
 
 namespace {
 
 constexpr off_t kMaxFile = 16 << 20;  // far more than 1000 contacts take
-
-class Fd {
-public:
-    explicit Fd(int fd) : fd_(fd) {}
-    ~Fd()
-    {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 bool write_all(int fd, const std::string &text)
 {
@@ -46,7 +32,7 @@ bool write_all(int fd, const std::string &text)
 
 bool read_text_file(const std::string &path, std::string *out)
 {
-    Fd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const zp_host::UniqueFd fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat st {};
     if (fd.get() < 0 || fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > kMaxFile)
         return false;
@@ -76,14 +62,11 @@ bool write_text_file(const std::string &path, const std::string &text)
         mode = st.st_mode & 0777;
     }
     std::string tmp = path + ".XXXXXX";
-    const int raw = mkstemp(&tmp[0]);
-    if (raw < 0)
+    zp_host::UniqueFd fd(mkstemp(&tmp[0]));
+    if (!fd.valid())
         return false;
-    bool ok;
-    {
-        Fd fd(raw);
-        ok = fchmod(fd.get(), mode) == 0 && write_all(fd.get(), text) && fsync(fd.get()) == 0;
-    }
+    bool ok = fchmod(fd.get(), mode) == 0 && write_all(fd.get(), text) && fsync(fd.get()) == 0;
+    fd.reset();
     ok = ok && std::rename(tmp.c_str(), path.c_str()) == 0;
     if (!ok)
         std::remove(tmp.c_str());

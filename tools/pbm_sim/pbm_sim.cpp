@@ -7,14 +7,16 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <type_traits>
+#include <utility>
 
+#include "make_dirs.h"
 #include "pbm_transport.h"
 #include "pbm_wire.h"
 
@@ -23,13 +25,6 @@ namespace {
 
 constexpr int SESSION = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
 constexpr uint16_t ADN = PBM_PB_TYPE_ADN_V01;
-
-void mkdir_parents(const std::string &path)
-{
-    for (size_t i = 1; i < path.size(); ++i)
-        if (path[i] == '/')
-            mkdir(path.substr(0, i).c_str(), 0770);
-}
 
 template <typename T> std::vector<uint8_t> encode_resp(uint16_t msg_id, const T &m)
 {
@@ -96,6 +91,15 @@ void fill_instance(uint16_t id, const Record &r, pbm_record_instance_type_v01 *i
     }
 }
 
+// The request and response structures of a request function.
+template <typename F> struct RequestFunction;
+template <typename Request, typename Response>
+struct RequestFunction<qmi_error_type_v01 (Simulator::*)(const Request &, Response *,
+                                                         std::vector<pbm_record_read_ind_msg_v01> *)> {
+    using Req = Request;
+    using Resp = Response;
+};
+
 }  // namespace
 
 Simulator::Simulator(Card card, std::string socket_path)
@@ -110,8 +114,11 @@ Simulator::~Simulator() { stop(); }
 bool Simulator::start(unsigned delay_ms)
 {
     stop();
-    if (pipe2(wake_, O_CLOEXEC | O_NONBLOCK) != 0)
+    int wake[2];
+    if (pipe2(wake, O_CLOEXEC | O_NONBLOCK) != 0)
         return false;
+    wake_read_.reset(wake[0]);
+    wake_write_.reset(wake[1]);
     {
         std::lock_guard<std::mutex> lk(mu_);
         stop_ = false;
@@ -132,11 +139,10 @@ void Simulator::stop()
     }
     cv_.notify_all();
     const char b = 0;
-    (void)!write(wake_[1], &b, 1);
+    (void)!write(wake_write_.get(), &b, 1);
     thread_.join();
-    close(wake_[0]);
-    close(wake_[1]);
-    wake_[0] = wake_[1] = -1;
+    wake_read_.reset();
+    wake_write_.reset();
 }
 
 bool Simulator::sleep_ms(unsigned ms)
@@ -151,20 +157,16 @@ bool Simulator::bind_socket()
     sockaddr_un addr{};
     if (path_.size() >= sizeof addr.sun_path)
         return false;
-    mkdir_parents(path_);
+    if (const size_t slash = path_.rfind('/'); slash != 0 && slash != std::string::npos)
+        zp_host::make_dirs(path_.substr(0, slash).c_str(), 0770);  // a failure shows in bind
     addr.sun_family = AF_UNIX;
     std::memcpy(addr.sun_path, path_.c_str(), path_.size() + 1);
     unlink(path_.c_str());
-    listen_fd_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    if (listen_fd_ < 0)
-        return false;
-    if (bind(listen_fd_, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
-        listen(listen_fd_, 16) != 0) {
-        close(listen_fd_);
-        listen_fd_ = -1;
-        return false;
-    }
-    return true;
+    listen_.reset(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    if (listen_.valid() && (bind(listen_.get(), reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
+                            listen(listen_.get(), 16) != 0))
+        listen_.reset();
+    return listen_.valid();
 }
 
 void Simulator::run(unsigned delay_ms)
@@ -173,9 +175,9 @@ void Simulator::run(unsigned delay_ms)
         return;
     std::vector<uint8_t> buf(qmi_wire::FRAME_MAX);
     for (;;) {
-        std::vector<pollfd> fds{{wake_[0], POLLIN, 0}, {listen_fd_, POLLIN, 0}};
-        for (int c : conns_)
-            fds.push_back({c, POLLIN, 0});
+        std::vector<pollfd> fds{{wake_read_.get(), POLLIN, 0}, {listen_.get(), POLLIN, 0}};
+        for (const zp_host::UniqueFd &c : conns_)
+            fds.push_back({c.get(), POLLIN, 0});
         if (poll(fds.data(), fds.size(), -1) < 0 && errno != EINTR)
             break;
         std::vector<std::pair<uint16_t, std::vector<uint8_t>>> raw;
@@ -186,56 +188,53 @@ void Simulator::run(unsigned delay_ms)
             raw.swap(raw_inds_);
         }
         char drain[16];
-        while (read(wake_[0], drain, sizeof drain) > 0) {
+        while (read(wake_read_.get(), drain, sizeof drain) > 0) {
         }
         for (const auto &[id, tlv] : raw)
-            for (int c : conns_)
-                qmi_wire::send_frame(c, qmi_wire::KIND_INDICATION, 0, id, tlv);
+            for (const zp_host::UniqueFd &c : conns_)
+                qmi_wire::send_frame(c.get(), qmi_wire::KIND_INDICATION, 0, id, tlv);
         if (fds[1].revents & POLLIN) {
-            const int c = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
-            if (c >= 0)
-                conns_.push_back(c);
+            zp_host::UniqueFd c(accept4(listen_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            if (c.valid())
+                conns_.push_back(std::move(c));
         }
         for (size_t i = 2; i < fds.size(); ++i) {
             if (!(fds[i].revents & (POLLIN | POLLHUP | POLLERR)))
                 continue;
             const ssize_t n = recv(fds[i].fd, buf.data(), buf.size(), MSG_DONTWAIT);
             if (n == 0 || (n < 0 && errno != EAGAIN && errno != EINTR)) {
-                close(fds[i].fd);
-                conns_.erase(std::find(conns_.begin(), conns_.end(), fds[i].fd));
+                conns_.erase(std::find_if(conns_.begin(), conns_.end(),
+                                          [&](const zp_host::UniqueFd &c) { return c.get() == fds[i].fd; }));
                 continue;
             }
             qmi_wire::FrameHead head{};
             if (n > 0 && qmi_wire::get_head(buf.data(), static_cast<size_t>(n), &head) &&
                 head.kind == qmi_wire::KIND_REQUEST)
-                serve_one(fds[i].fd, head.txn, head.msg_id, buf.data() + qmi_wire::FRAME_HEAD_LEN,
-                          head.tlv_len);
+                serve_one(fds[i].fd, head.txn,
+                          {head.msg_id, buf.data() + qmi_wire::FRAME_HEAD_LEN, head.tlv_len});
         }
     }
-    for (int c : conns_)
-        close(c);
     conns_.clear();
-    close(listen_fd_);
-    listen_fd_ = -1;
+    listen_.reset();
     unlink(path_.c_str());
 }
 
-void Simulator::serve_one(int fd, uint16_t txn, uint16_t msg_id, const uint8_t *tlv, size_t len)
+void Simulator::serve_one(int fd, uint16_t txn, const Request &in)
 {
-    std::vector<pbm_record_read_ind_msg_v01> inds;
+    Indications inds;
     std::vector<uint8_t> out;
     unsigned delay;
     bool silent;
     {
         std::lock_guard<std::mutex> lk(mu_);
-        ++requests_[msg_id];
+        ++requests_[in.msg_id];
         delay = reply_delay_;
         silent = silent_;
-        out = handle(msg_id, tlv, len, &inds);
+        out = handle(in, &inds);
     }
     if ((delay && !sleep_ms(delay)) || silent)
         return;
-    qmi_wire::send_frame(fd, qmi_wire::KIND_RESPONSE, txn, msg_id, out);
+    qmi_wire::send_frame(fd, qmi_wire::KIND_RESPONSE, txn, in.msg_id, out);
     for (const pbm_record_read_ind_msg_v01 &ind : inds) {
         {
             std::lock_guard<std::mutex> lk(mu_);
@@ -257,165 +256,173 @@ void Simulator::serve_one(int fd, uint16_t txn, uint16_t msg_id, const uint8_t *
     }
 }
 
-std::vector<uint8_t> Simulator::handle(uint16_t msg_id, const uint8_t *tlv, size_t len,
-                                       std::vector<pbm_record_read_ind_msg_v01> *inds)
+std::vector<uint8_t> Simulator::handle(const Request &in, Indications *inds)
 {
-    auto decode = [&](auto *req) {
-        return qmi_wire::decode(qmi_wire::KIND_REQUEST, msg_id, tlv, len, req, sizeof *req) == 0;
+    using Answer = std::vector<uint8_t> (Simulator::*)(const Request &, Indications *);
+    static constexpr struct {
+        uint16_t msg_id;
+        Answer answer;
+    } kRequests[] = {
+        {QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, &Simulator::answer<&Simulator::get_capabilities>},
+        {QMI_PBM_READ_RECORDS_REQ_V01, &Simulator::answer<&Simulator::read_records>},
+        {QMI_PBM_WRITE_RECORD_REQ_V01, &Simulator::answer<&Simulator::write_record>},
+        {QMI_PBM_DELETE_RECORD_REQ_V01, &Simulator::answer<&Simulator::delete_record>},
+        {QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, &Simulator::answer<&Simulator::delete_all>},
     };
-    auto refused = [&] {
-        if (refuse_writes_ == 0)
-            return false;
-        --refuse_writes_;
-        return true;
-    };
-    switch (msg_id) {
-    case QMI_PBM_GET_PB_CAPABILITIES_REQ_V01: {
-        pbm_get_pb_capabilities_req_msg_v01 req;
-        pbm_get_pb_capabilities_resp_msg_v01 rsp{};
-        qmi_error_type_v01 e = QMI_ERR_MALFORMED_MSG_V01;
-        if (decode(&req))
-            e = check_book(req.phonebook_info.session_type, req.phonebook_info.pb_type);
-        if (e != QMI_ERR_NONE_V01) {
-            rsp.resp = failure(e);
-        } else {
-            rsp.capability_basic_info_valid = 1;
-            pbm_capability_basic_info_type_v01 &b = rsp.capability_basic_info;
+    for (const auto &r : kRequests)
+        if (r.msg_id == in.msg_id)
+            return (this->*r.answer)(in, inds);
+    // An unknown request: a response of the result alone, which is what the
+    // delete-all response holds.
+    pbm_delete_all_pb_records_resp_msg_v01 rsp{};
+    rsp.resp = failure(QMI_ERR_INVALID_QMI_CMD_V01);
+    return encode_resp(QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01, rsp);
+}
+
+template <auto On> std::vector<uint8_t> Simulator::answer(const Request &in, Indications *inds)
+{
+    using Req = typename RequestFunction<decltype(On)>::Req;
+    using Resp = typename RequestFunction<decltype(On)>::Resp;
+    Req req;
+    const bool decoded =
+        qmi_wire::decode(qmi_wire::KIND_REQUEST, in.msg_id, in.tlv, in.len, &req, sizeof req) == 0;
+    if (!decoded)
+        std::memset(&req, 0, sizeof req);
+    if constexpr (std::is_same_v<Req, pbm_write_record_req_msg_v01>)
+        last_write_ = req;  // for last_write(): as received, zero when malformed
+    Resp rsp{};
+    const qmi_error_type_v01 e = decoded ? (this->*On)(req, &rsp, inds) : QMI_ERR_MALFORMED_MSG_V01;
+    if (e != QMI_ERR_NONE_V01) {
+        rsp = Resp{};
+        rsp.resp = failure(e);
+    }
+    return encode_resp(in.msg_id, rsp);
+}
+
+qmi_error_type_v01 Simulator::check_change(int session, uint16_t pb_type)
+{
+    if (const qmi_error_type_v01 e = check_book(session, pb_type); e != QMI_ERR_NONE_V01)
+        return e;
+    if (refuse_writes_ == 0)
+        return QMI_ERR_NONE_V01;
+    --refuse_writes_;
+    return QMI_ERR_DEVICE_MEMORY_ERROR_V01;
+}
+
+qmi_error_type_v01 Simulator::get_capabilities(const pbm_get_pb_capabilities_req_msg_v01 &req,
+                                               pbm_get_pb_capabilities_resp_msg_v01 *rsp, Indications *)
+{
+    if (const qmi_error_type_v01 e = check_book(req.phonebook_info.session_type, req.phonebook_info.pb_type);
+        e != QMI_ERR_NONE_V01)
+        return e;
+    rsp->capability_basic_info_valid = 1;
+    pbm_capability_basic_info_type_v01 &b = rsp->capability_basic_info;
+    b.session_type = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
+    b.pb_type = ADN;
+    b.used_records = static_cast<uint16_t>(card_.records.size());
+    b.max_records = card_.max_records;
+    b.max_num_len = card_.max_num_len;
+    b.max_name_len = card_.max_name_len;
+    rsp->num_pb_sets_valid = 1;
+    rsp->num_pb_sets = 1;
+    return QMI_ERR_NONE_V01;
+}
+
+qmi_error_type_v01 Simulator::read_records(const pbm_read_records_req_msg_v01 &req,
+                                           pbm_read_records_resp_msg_v01 *rsp, Indications *inds)
+{
+    const pbm_record_info_type_v01 &ri = req.record_info;
+    if (const qmi_error_type_v01 e = check_book(ri.session_type, ri.pb_type); e != QMI_ERR_NONE_V01)
+        return e;
+    if (ri.record_start_id < 1 || ri.record_start_id > ri.record_end_id ||
+        ri.record_end_id > card_.max_records)
+        return QMI_ERR_INVALID_INDEX_V01;
+    uint16_t seq = 0;
+    for (auto it = card_.records.lower_bound(ri.record_start_id);
+         it != card_.records.end() && it->first <= ri.record_end_id; ++it) {
+        if (inds->empty() || inds->back().basic_record_data.record_instances_len >= per_ind_) {
+            inds->emplace_back();
+            std::memset(&inds->back(), 0, sizeof inds->back());
+            pbm_basic_record_data_type_v01 &b = inds->back().basic_record_data;
+            b.seq_num = ++seq;
             b.session_type = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
             b.pb_type = ADN;
-            b.used_records = static_cast<uint16_t>(card_.records.size());
-            b.max_records = card_.max_records;
-            b.max_num_len = card_.max_num_len;
-            b.max_name_len = card_.max_name_len;
-            rsp.num_pb_sets_valid = 1;
-            rsp.num_pb_sets = 1;
         }
-        return encode_resp(msg_id, rsp);
+        pbm_basic_record_data_type_v01 &b = inds->back().basic_record_data;
+        fill_instance(it->first, it->second, &b.record_instances[b.record_instances_len++]);
+        ++rsp->num_of_recs;
     }
-    case QMI_PBM_READ_RECORDS_REQ_V01: {
-        pbm_read_records_req_msg_v01 req;
-        pbm_read_records_resp_msg_v01 rsp{};
-        qmi_error_type_v01 e = QMI_ERR_MALFORMED_MSG_V01;
-        if (decode(&req))
-            e = check_book(req.record_info.session_type, req.record_info.pb_type);
-        const pbm_record_info_type_v01 &ri = req.record_info;
-        if (e == QMI_ERR_NONE_V01 && (ri.record_start_id < 1 || ri.record_start_id > ri.record_end_id ||
-                                      ri.record_end_id > card_.max_records))
-            e = QMI_ERR_INVALID_INDEX_V01;
-        if (e != QMI_ERR_NONE_V01) {
-            rsp.resp = failure(e);
-            return encode_resp(msg_id, rsp);
-        }
-        uint16_t seq = 0;
-        for (auto it = card_.records.lower_bound(ri.record_start_id);
-             it != card_.records.end() && it->first <= ri.record_end_id; ++it) {
-            if (inds->empty() || inds->back().basic_record_data.record_instances_len >= per_ind_) {
-                inds->emplace_back();
-                std::memset(&inds->back(), 0, sizeof inds->back());
-                pbm_basic_record_data_type_v01 &b = inds->back().basic_record_data;
-                b.seq_num = ++seq;
-                b.session_type = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
-                b.pb_type = ADN;
-            }
-            pbm_basic_record_data_type_v01 &b = inds->back().basic_record_data;
-            fill_instance(it->first, it->second, &b.record_instances[b.record_instances_len++]);
-            ++rsp.num_of_recs;
-        }
-        rsp.num_of_recs_valid = 1;
-        return encode_resp(msg_id, rsp);
-    }
-    case QMI_PBM_WRITE_RECORD_REQ_V01: {
-        auto *req = &last_write_;
-        pbm_write_record_resp_msg_v01 rsp{};
-        if (!decode(req)) {
-            std::memset(req, 0, sizeof *req);
-            rsp.resp = failure(QMI_ERR_MALFORMED_MSG_V01);
-            return encode_resp(msg_id, rsp);
-        }
-        const pbm_record_information_type_v01 &ri = req->record_information;
-        qmi_error_type_v01 e = check_book(ri.session_type, ri.phonebook_type);
-        Record r;
-        uint16_t id = ri.record_id;
-        if (e == QMI_ERR_NONE_V01 && refused())
-            e = QMI_ERR_DEVICE_MEMORY_ERROR_V01;
-        if (e == QMI_ERR_NONE_V01 && ri.name_len % 2)
-            e = QMI_ERR_ENCODING_V01;
-        if (e == QMI_ERR_NONE_V01 && ri.name_len / 2 > card_.max_name_len)
-            e = QMI_ERR_PB_TEXT_TOO_LONG_V01;
-        if (e == QMI_ERR_NONE_V01 && !number_from_pbm(ri.number, ri.number_len, ri.num_type, &r.number))
-            e = QMI_ERR_INVALID_ARG_V01;
-        const size_t digits = r.number.size() - (!r.number.empty() && r.number[0] == '+');
-        if (e == QMI_ERR_NONE_V01 && digits > card_.max_num_len)
-            e = QMI_ERR_PB_NUMBER_TOO_LONG_V01;
-        if (e == QMI_ERR_NONE_V01 && id > card_.max_records)
-            e = QMI_ERR_INVALID_INDEX_V01;
-        if (e == QMI_ERR_NONE_V01 && id == 0) {
-            for (uint16_t k = 1; k <= card_.max_records && id == 0; ++k)
-                if (!card_.records.count(k))
-                    id = k;
-            if (id == 0)
-                e = QMI_ERR_DEVICE_STORAGE_FULL_V01;
-        }
-        if (e != QMI_ERR_NONE_V01) {
-            rsp.resp = failure(e);
-            return encode_resp(msg_id, rsp);
-        }
-        for (uint32_t i = 0; i + 1 < ri.name_len; i += 2)
-            r.name.push_back(static_cast<char16_t>(static_cast<uint8_t>(ri.name[i]) |
-                                                   static_cast<uint8_t>(ri.name[i + 1]) << 8));
-        card_.records[id] = r;
-        changed();
-        rsp.record_id_valid = omit_record_id_ ? 0 : 1;
-        rsp.record_id = omit_record_id_ ? 0 : id;
-        omit_record_id_ = false;
-        return encode_resp(msg_id, rsp);
-    }
-    case QMI_PBM_DELETE_RECORD_REQ_V01: {
-        pbm_delete_record_req_msg_v01 req;
-        pbm_delete_record_resp_msg_v01 rsp{};
-        qmi_error_type_v01 e = QMI_ERR_MALFORMED_MSG_V01;
-        if (decode(&req))
-            e = check_book(req.record_info.session_type, req.record_info.pb_type);
-        const uint16_t id = req.record_info.record_id;
-        if (e == QMI_ERR_NONE_V01 && refused())
-            e = QMI_ERR_DEVICE_MEMORY_ERROR_V01;
-        if (e == QMI_ERR_NONE_V01 && (id < 1 || id > card_.max_records))
-            e = QMI_ERR_INVALID_INDEX_V01;
-        if (e == QMI_ERR_NONE_V01 && !card_.records.count(id))
-            e = QMI_ERR_NO_ENTRY_V01;
-        if (e != QMI_ERR_NONE_V01) {
-            rsp.resp = failure(e);
-        } else {
-            card_.records.erase(id);
-            changed();
-            rsp.record_id_valid = 1;
-            rsp.record_id = id;
-        }
-        return encode_resp(msg_id, rsp);
-    }
-    case QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01: {
-        pbm_delete_all_pb_records_req_msg_v01 req;
-        pbm_delete_all_pb_records_resp_msg_v01 rsp{};
-        qmi_error_type_v01 e = QMI_ERR_MALFORMED_MSG_V01;
-        if (decode(&req))
-            e = check_book(req.phonebook_info.session_type, req.phonebook_info.pb_type);
-        if (e == QMI_ERR_NONE_V01 && refused())
-            e = QMI_ERR_DEVICE_MEMORY_ERROR_V01;
-        if (e != QMI_ERR_NONE_V01) {
-            rsp.resp = failure(e);
-        } else {
-            card_.records.clear();
-            changed();
-        }
-        return encode_resp(msg_id, rsp);
-    }
-    default: {
-        // Unknown request: a bare failure result.
-        pbm_delete_all_pb_records_resp_msg_v01 rsp{};
-        rsp.resp = failure(QMI_ERR_INVALID_QMI_CMD_V01);
-        return encode_resp(QMI_PBM_DELETE_ALL_PB_RECORDS_RESP_V01, rsp);
-    }
-    }
+    rsp->num_of_recs_valid = 1;
+    return QMI_ERR_NONE_V01;
+}
+
+qmi_error_type_v01 Simulator::write_record(const pbm_write_record_req_msg_v01 &req,
+                                           pbm_write_record_resp_msg_v01 *rsp, Indications *)
+{
+    const pbm_record_information_type_v01 &ri = req.record_information;
+    if (const qmi_error_type_v01 e = check_change(ri.session_type, ri.phonebook_type); e != QMI_ERR_NONE_V01)
+        return e;
+    if (ri.name_len % 2)
+        return QMI_ERR_ENCODING_V01;
+    if (ri.name_len / 2 > card_.max_name_len)
+        return QMI_ERR_PB_TEXT_TOO_LONG_V01;
+    Record r;
+    if (!number_from_pbm(ri.number, ri.number_len, ri.num_type, &r.number))
+        return QMI_ERR_INVALID_ARG_V01;
+    const size_t digits = r.number.size() - (!r.number.empty() && r.number[0] == '+');
+    if (digits > card_.max_num_len)
+        return QMI_ERR_PB_NUMBER_TOO_LONG_V01;
+    uint16_t id = ri.record_id;
+    if (id > card_.max_records)
+        return QMI_ERR_INVALID_INDEX_V01;
+    for (uint16_t k = 1; id == 0 && k <= card_.max_records; ++k)
+        if (!card_.records.count(k))
+            id = k;
+    if (id == 0)
+        return QMI_ERR_DEVICE_STORAGE_FULL_V01;
+    for (uint32_t i = 0; i + 1 < ri.name_len; i += 2)
+        r.name.push_back(static_cast<char16_t>(static_cast<uint8_t>(ri.name[i]) |
+                                               static_cast<uint8_t>(ri.name[i + 1]) << 8));
+    card_.records[id] = r;
+    changed();
+    rsp->record_id_valid = omit_record_id_ ? 0 : 1;
+    rsp->record_id = omit_record_id_ ? 0 : id;
+    omit_record_id_ = false;
+    return QMI_ERR_NONE_V01;
+}
+
+qmi_error_type_v01 Simulator::delete_record(const pbm_delete_record_req_msg_v01 &req,
+                                            pbm_delete_record_resp_msg_v01 *rsp, Indications *)
+{
+    const pbm_record_id_type_v01 &ri = req.record_info;
+    if (const qmi_error_type_v01 e = check_change(ri.session_type, ri.pb_type); e != QMI_ERR_NONE_V01)
+        return e;
+    if (ri.record_id < 1 || ri.record_id > card_.max_records)
+        return QMI_ERR_INVALID_INDEX_V01;
+    if (card_.records.erase(ri.record_id) == 0)
+        return QMI_ERR_NO_ENTRY_V01;
+    changed();
+    rsp->record_id_valid = 1;
+    rsp->record_id = ri.record_id;
+    return QMI_ERR_NONE_V01;
+}
+
+qmi_error_type_v01 Simulator::delete_all(const pbm_delete_all_pb_records_req_msg_v01 &req,
+                                         pbm_delete_all_pb_records_resp_msg_v01 *, Indications *)
+{
+    if (const qmi_error_type_v01 e =
+            check_change(req.phonebook_info.session_type, req.phonebook_info.pb_type);
+        e != QMI_ERR_NONE_V01)
+        return e;
+    card_.records.clear();
+    changed();
+    return QMI_ERR_NONE_V01;
+}
+
+template <typename T> void Simulator::set_locked(T &field, T value)
+{
+    std::lock_guard<std::mutex> lk(mu_);
+    field = std::move(value);
 }
 
 void Simulator::changed()
@@ -424,35 +431,15 @@ void Simulator::changed()
         save_card(save_path_, card_);
 }
 
-void Simulator::set_reply_delay(unsigned ms)
-{
-    std::lock_guard<std::mutex> lk(mu_);
-    reply_delay_ = ms;
-}
+void Simulator::set_reply_delay(unsigned ms) { set_locked(reply_delay_, ms); }
 
-void Simulator::set_silent(bool silent)
-{
-    std::lock_guard<std::mutex> lk(mu_);
-    silent_ = silent;
-}
+void Simulator::set_silent(bool silent) { set_locked(silent_, silent); }
 
-void Simulator::refuse_next_writes(unsigned n)
-{
-    std::lock_guard<std::mutex> lk(mu_);
-    refuse_writes_ = n;
-}
+void Simulator::refuse_next_writes(unsigned n) { set_locked(refuse_writes_, n); }
 
-void Simulator::drop_next_indications(unsigned n)
-{
-    std::lock_guard<std::mutex> lk(mu_);
-    drop_inds_ = n;
-}
+void Simulator::drop_next_indications(unsigned n) { set_locked(drop_inds_, n); }
 
-void Simulator::omit_next_record_id()
-{
-    std::lock_guard<std::mutex> lk(mu_);
-    omit_record_id_ = true;
-}
+void Simulator::omit_next_record_id() { set_locked(omit_record_id_, true); }
 
 void Simulator::set_records_per_indication(unsigned n)
 {
@@ -460,11 +447,7 @@ void Simulator::set_records_per_indication(unsigned n)
     per_ind_ = std::min<unsigned>(std::max<unsigned>(n, 1), QMI_PBM_MAX_NUM_BASIC_RECORD_INSTANCE_V01);
 }
 
-void Simulator::hang_up_after_indications(unsigned n)
-{
-    std::lock_guard<std::mutex> lk(mu_);
-    hang_up_after_ = static_cast<int>(n);
-}
+void Simulator::hang_up_after_indications(unsigned n) { set_locked(hang_up_after_, static_cast<int>(n)); }
 
 void Simulator::send_raw_indication(uint16_t msg_id, const std::vector<uint8_t> &tlv)
 {
@@ -473,14 +456,10 @@ void Simulator::send_raw_indication(uint16_t msg_id, const std::vector<uint8_t> 
         raw_inds_.emplace_back(msg_id, tlv);
     }
     const char b = 0;
-    (void)!write(wake_[1], &b, 1);
+    (void)!write(wake_write_.get(), &b, 1);
 }
 
-void Simulator::set_save_path(const std::string &path)
-{
-    std::lock_guard<std::mutex> lk(mu_);
-    save_path_ = path;
-}
+void Simulator::set_save_path(const std::string &path) { set_locked(save_path_, path); }
 
 Card Simulator::card() const
 {
@@ -488,11 +467,7 @@ Card Simulator::card() const
     return card_;
 }
 
-void Simulator::set_card(const Card &card)
-{
-    std::lock_guard<std::mutex> lk(mu_);
-    card_ = card;
-}
+void Simulator::set_card(const Card &card) { set_locked(card_, card); }
 
 unsigned Simulator::requests(uint16_t msg_id) const
 {

@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "phonebook_manager_service_v01.h"
+#include "unique_fd.h"
 
 namespace pbm_sim {
 
@@ -89,12 +90,40 @@ public:
     pbm_write_record_req_msg_v01 last_write() const;
 
 private:
+    using Indications = std::vector<pbm_record_read_ind_msg_v01>;
+    /* One request as received: its id and its TLVs. */
+    struct Request {
+        uint16_t msg_id;
+        const uint8_t *tlv;
+        size_t len;
+    };
+
     void run(unsigned delay_ms);
     bool bind_socket();
-    void serve_one(int fd, uint16_t txn, uint16_t msg_id, const uint8_t *tlv, size_t len);
-    /* Applies one request to the card (mu_ held); the response TLVs. */
-    std::vector<uint8_t> handle(uint16_t msg_id, const uint8_t *tlv, size_t len,
-                                std::vector<pbm_record_read_ind_msg_v01> *inds);
+    void serve_one(int fd, uint16_t txn, const Request &in);
+    /* Applies one request to the card (mu_ held); the response TLVs. A read
+     * also leaves the indications to send after the response in *inds. */
+    std::vector<uint8_t> handle(const Request &in, Indications *inds);
+    /* Decodes the request into the request structure of On, lets On answer
+     * it in its response structure and encodes that; a request that does
+     * not decode is answered as malformed. */
+    template <auto On> std::vector<uint8_t> answer(const Request &in, Indications *inds);
+    /* One function per request (mu_ held): QMI_ERR_NONE_V01 with *rsp
+     * filled, or the error the request fails with (nothing changed). */
+    qmi_error_type_v01 get_capabilities(const pbm_get_pb_capabilities_req_msg_v01 &req,
+                                        pbm_get_pb_capabilities_resp_msg_v01 *rsp, Indications *inds);
+    qmi_error_type_v01 read_records(const pbm_read_records_req_msg_v01 &req,
+                                    pbm_read_records_resp_msg_v01 *rsp, Indications *inds);
+    qmi_error_type_v01 write_record(const pbm_write_record_req_msg_v01 &req,
+                                    pbm_write_record_resp_msg_v01 *rsp, Indications *inds);
+    qmi_error_type_v01 delete_record(const pbm_delete_record_req_msg_v01 &req,
+                                     pbm_delete_record_resp_msg_v01 *rsp, Indications *inds);
+    qmi_error_type_v01 delete_all(const pbm_delete_all_pb_records_req_msg_v01 &req,
+                                  pbm_delete_all_pb_records_resp_msg_v01 *rsp, Indications *inds);
+    /* A change to the card (mu_ held): the phonebook checked, then refused
+     * while refuse_next_writes() lasts. */
+    qmi_error_type_v01 check_change(int session, uint16_t pb_type);
+    template <typename T> void set_locked(T &field, T value);
     bool sleep_ms(unsigned ms); /* false when stopped meanwhile */
     void changed();             /* mu_ held */
 
@@ -104,9 +133,9 @@ private:
     Card card_;
     bool stop_ = false;
     bool running_ = false;
-    int wake_[2] = {-1, -1};
-    int listen_fd_ = -1;
-    std::vector<int> conns_;
+    zp_host::UniqueFd wake_read_, wake_write_; /* wakes the service thread */
+    zp_host::UniqueFd listen_;
+    std::vector<zp_host::UniqueFd> conns_;
     std::thread thread_;
 
     unsigned reply_delay_ = 0;

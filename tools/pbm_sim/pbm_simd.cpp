@@ -6,20 +6,52 @@
 // the path the QMI client library uses, $ZP_QMI_SOCKET or qmi_pbm in
 // $ZP_IPC_DIR), saves every change back to the file, and stops on SIGINT or
 // SIGTERM.
+#include <getopt.h>
+
+#include <cctype>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 
 #include "pbm_sim.h"
 
 namespace {
 
-void usage()
+constexpr unsigned long kMaxDelayMs = 3600000;  // an hour: more is a typo
+
+const option kOptions[] = {
+    {"card", required_argument, nullptr, 'c'},
+    {"socket", required_argument, nullptr, 's'},
+    {"start-delay", required_argument, nullptr, 'd'},
+    {"reply-delay", required_argument, nullptr, 'r'},
+    {nullptr, 0, nullptr, 0},
+};
+
+// Says what is wrong and how the command line goes; returns the usage
+// exit status.
+int usage(const std::string &what)
 {
     std::fprintf(stderr,
-                 "usage: pbm_simd --card FILE [--socket PATH] [--start-delay MS] [--reply-delay MS]\n");
+                 "pbm_simd: %s\n"
+                 "usage: pbm_simd --card FILE [--socket PATH] [--start-delay MS] [--reply-delay MS]\n",
+                 what.c_str());
+    return 2;
+}
+
+// Milliseconds: digits only (strtoul would take a sign and blanks in front).
+bool parse_ms(const char *s, unsigned *out)
+{
+    if (!std::isdigit(static_cast<unsigned char>(s[0])))
+        return false;
+    char *end = nullptr;
+    errno = 0;
+    const unsigned long v = std::strtoul(s, &end, 10);
+    if (*end != '\0' || errno != 0 || v > kMaxDelayMs)
+        return false;
+    *out = static_cast<unsigned>(v);
+    return true;
 }
 
 }  // namespace
@@ -28,31 +60,29 @@ int main(int argc, char **argv)
 {
     std::string card_path, socket_path;
     unsigned start_delay = 0, reply_delay = 0;
-    // Options come in pairs: a name and its value.
-    for (int i = 1; i < argc; i += 2) {
-        const std::string a = argv[i];
-        const char *v = i + 1 < argc ? argv[i + 1] : nullptr;
-        if (!v) {
-            usage();
-            return 2;
-        }
-        if (a == "--card")
-            card_path = v;
-        else if (a == "--socket")
-            socket_path = v;
-        else if (a == "--start-delay")
-            start_delay = static_cast<unsigned>(std::strtoul(v, nullptr, 10));
-        else if (a == "--reply-delay")
-            reply_delay = static_cast<unsigned>(std::strtoul(v, nullptr, 10));
-        else {
-            usage();
-            return 2;
+    // Long options only; '+' stops at the first other word, ':' tells a
+    // missing value apart and keeps getopt_long quiet.
+    for (int opt; (opt = getopt_long(argc, argv, "+:", kOptions, nullptr)) != -1;) {
+        switch (opt) {
+        case 'c': card_path = optarg; break;
+        case 's': socket_path = optarg; break;
+        case 'd':
+        case 'r':
+            if (!parse_ms(optarg, opt == 'd' ? &start_delay : &reply_delay))
+                return usage(std::string(opt == 'd' ? "--start-delay" : "--reply-delay") +
+                             " takes milliseconds from 0 to " + std::to_string(kMaxDelayMs) + ", not '" +
+                             optarg + "'");
+            break;
+        case ':': return usage(std::string(argv[optind - 1]) + " needs a value");
+        default:
+            return usage(optopt != 0 ? std::string("unknown option '-") + static_cast<char>(optopt) + "'"
+                                     : std::string("unknown or ambiguous option '") + argv[optind - 1] + "'");
         }
     }
-    if (card_path.empty()) {
-        usage();
-        return 2;
-    }
+    if (optind < argc)
+        return usage(std::string("unexpected argument '") + argv[optind] + "'");
+    if (card_path.empty())
+        return usage("--card is needed");
     pbm_sim::Card card;
     std::string error;
     if (!pbm_sim::load_card(card_path, &card, &error)) {

@@ -21,6 +21,7 @@
 
 #include "pbx.h"
 #include "text.h"
+#include "unique_fd.h"
 #include "zpt_ui_pb_func.h"
 
 namespace pbx {
@@ -41,24 +42,15 @@ public:
     explicit FileLock(const char *path) : fd_(open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0640))
     {
         int rc = 0;
-        while (fd_ >= 0 && (rc = flock(fd_, LOCK_EX)) != 0 && errno == EINTR) {
+        while (fd_.valid() && (rc = flock(fd_.get(), LOCK_EX)) != 0 && errno == EINTR) {
         }
-        if (fd_ >= 0 && rc != 0) {
-            close(fd_);
-            fd_ = -1;
-        }
+        if (rc != 0)
+            fd_.reset();
     }
-    ~FileLock()
-    {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    FileLock(const FileLock &) = delete;
-    FileLock &operator=(const FileLock &) = delete;
-    bool held() const { return fd_ >= 0; }
+    bool held() const { return fd_.valid(); }
 
 private:
-    int fd_;
+    zp_host::UniqueFd fd_;
 };
 
 // A working copy of a whole table, zero-filled (an all-zero lock is a valid

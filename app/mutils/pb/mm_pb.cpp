@@ -286,25 +286,18 @@ int pb_send_response(const zp_uint8 *req_msg, zp_uint32 msg_id, const void *data
     ipc_addr_t addr;
     std::memcpy(&addr, src, sizeof addr);
 
-    auto *rsp = static_cast<ipc_msg_head_t *>(ipc_memory_assign(static_cast<zp_uint32>(len), 0));
-    if (rsp == nullptr) {
+    pb_ipc_msg rsp(msg_id, data, len, SITE_RESPONSE);
+    if (rsp.get() == nullptr) {
         PB_LOG("alloc IPC memory failed\n");
         return -1;
     }
-    std::memset(rsp, 0, IPC_MSG_HEAD_LEN);
-    rsp->msg_id = msg_id;
-    rsp->length = static_cast<zp_uint32>(len);
-    rsp->session_id = req_head->session_id;
-    rsp->msg_type = req_head->msg_type == IPC_SYN_REQ ? IPC_SYN_RSP : IPC_ASY_MSG;
-    if (data != nullptr)
-        std::memcpy(pb_msg_payload(rsp), data, len);
+    rsp.head()->session_id = req_head->session_id;
+    rsp.head()->msg_type = req_head->msg_type == IPC_SYN_REQ ? IPC_SYN_RSP : IPC_ASY_MSG;
 
-    int ret = 0;
-    zp_sdk_ipc_ret_value err = ipc_msg_send_asy(&addr, rsp, static_cast<zp_uint32>(len));
+    const zp_sdk_ipc_ret_value err = ipc_msg_send_asy(&addr, rsp.get(), static_cast<zp_uint32>(len));
     if (err != IPC_OK) {
         PB_LOG("IPC send response failed, err = %lu\n", static_cast<unsigned long>(err));
-        ret = -1;
+        return -1;
     }
-    mem_free_ex(pb_tid16(), SITE_RESPONSE, 0, rsp);
-    return ret;
+    return 0;
 }

@@ -5,7 +5,8 @@
  * sender's ipc_addr_t at 16 + length rounded up to a multiple of 4. The
  * payload sits at offset 16, or at 8 when msg_type is IPC_INNER_MQ, which
  * also carries no sender address. Every reader and writer of phonebook
- * messages goes through these helpers.
+ * messages goes through these helpers, and every sender builds its message
+ * in a pb_ipc_msg.
  */
 #ifndef PB_MSG_H
 #define PB_MSG_H
@@ -54,6 +55,29 @@ inline size_t pb_msg_delivered_size(const ipc_msg_head_t *head)
 
 /* The calling thread's kernel id cut to 16 bits, as the memory library wants. */
 inline zp_uint16 pb_tid16() { return static_cast<zp_uint16>(syscall(SYS_gettid)); }
+
+/* An outgoing message in a buffer of the IPC library, given back (under the
+ * call site `site`) when the owner goes. The head is zero but for msg_id
+ * and length = len; the payload is a copy of the len bytes at data, or
+ * zero bytes when data is null. get() is null when memory is out. */
+class pb_ipc_msg {
+public:
+    pb_ipc_msg(zp_uint32 msg_id, const void *data, size_t len, zp_uint16 site);
+    ~pb_ipc_msg();
+    pb_ipc_msg(const pb_ipc_msg &) = delete;
+    pb_ipc_msg &operator=(const pb_ipc_msg &) = delete;
+
+    void *get() const { return p_; }
+    ipc_msg_head_t *head() const { return static_cast<ipc_msg_head_t *>(p_); }
+
+private:
+    void *p_;
+    zp_uint16 site_;
+};
+
+/* Zeroes *addr and fills it with the socket address of module dest_id;
+ * false, logged for `caller`, when the library gives none. */
+bool pb_ipc_addr_of(zp_uint32 dest_id, ipc_addr_t *addr, const char *caller);
 
 /* Call-site numbers for the memory library, one range per source file. */
 enum : zp_uint16 {

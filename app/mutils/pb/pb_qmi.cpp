@@ -14,18 +14,19 @@
 #include <pthread.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "nvmanager.h"
 #include "pb_book.h"
+#include "pb_conv.h"
+#include "pb_heap.h"
 #include "pb_log.h"
 #include "pb_msg.h"
 #include "pb_qmi_link.h"
 #include "zp_ipc.h"
-#include "zp_mem.h"
 #include "zpt_ui_conv.h"
 #include "zpt_ui_pb_func.h"
 
@@ -108,32 +109,19 @@ void pb_qmi_unsol_ind_handle(qmi_client_type user_handle, unsigned long msg_id, 
     uint32_t decoded_len = 0;
     (void)qmi_idl_get_message_c_struct_len(pbm_service_obj, QMI_IDL_INDICATION, static_cast<uint16_t>(msg_id),
                                            &decoded_len);
-    void *decoded = std::malloc(decoded_len);
+    pb_heap_ptr<unsigned char[]> decoded = pb_heap_alloc<unsigned char>(decoded_len);
     if (!decoded) {
         PB_LOG("Error: Unable to allocate memory\n\n");
         return;
     }
     const qmi_client_error_type rc = qmi_client_message_decode(
         user_handle, QMI_IDL_INDICATION, static_cast<unsigned int>(msg_id), ind_buf,
-        ind_buf_len > 0 ? static_cast<unsigned int>(ind_buf_len) : 0, decoded, decoded_len);
+        ind_buf_len > 0 ? static_cast<unsigned int>(ind_buf_len) : 0, decoded.get(), decoded_len);
     if (rc != QMI_NO_ERR)
         PB_LOG("Error: Decoding unsolicited indication with id = %ld, returned in error = %d\n\n",
                static_cast<long>(msg_id), rc);
     else if (msg_id == QMI_PBM_RECORD_READ_IND_V01)
-        pb_qmi_read_ind_handle(decoded, static_cast<int>(decoded_len));
-    std::free(decoded);
-}
-
-// Length of the longest prefix of `s` (len bytes of well-formed UTF-8) that
-// fits in `room` bytes without splitting a character.
-size_t utf8_cut(const char *s, size_t len, size_t room)
-{
-    if (len <= room)
-        return len;
-    size_t cut = room;
-    while (cut > 0 && (static_cast<unsigned char>(s[cut]) & 0xC0) == 0x80)
-        --cut;
-    return cut;
+        pb_qmi_read_ind_handle(decoded.get(), static_cast<int>(decoded_len));
 }
 
 // The record of a write request from an entry: number cut to 39 characters
@@ -164,20 +152,52 @@ size_t pb_qmi_fill_record(pb_flash_info *info, uint16_t record_id, pbm_record_in
     return utf8_len;
 }
 
-int pb_qmi_send_write(pbm_write_record_req_msg_v01 *req, pbm_write_record_resp_msg_v01 *rsp)
+// The response of each change opens with PBM's result.
+static_assert(offsetof(pbm_write_record_resp_msg_v01, resp) == 0, "result first");
+static_assert(offsetof(pbm_delete_record_resp_msg_v01, resp) == 0, "result first");
+static_assert(offsetof(pbm_delete_all_pb_records_resp_msg_v01, resp) == 0, "result first");
+
+// Sends one change to the card (write, delete or delete-all) with *rsp
+// zeroed first, and checks PBM's result: 0, or -1. Logged for `caller` with
+// the texts of the change: send_failed when the transport failed, refused
+// when PBM answered with an error (each followed by the error code), done.
+int pb_qmi_change(unsigned int msg_id, void *req, unsigned int req_len, void *rsp, unsigned int rsp_len,
+                  unsigned int timeout_ms, const char *caller, const char *send_failed, const char *refused,
+                  const char *done)
 {
-    const qmi_client_error_type rc = pb_qmi_send(QMI_PBM_WRITE_RECORD_REQ_V01, req, sizeof *req, rsp,
-                                                 sizeof *rsp, PB_QMI_WRITE_TIMEOUT_MS);
+    std::memset(rsp, 0, rsp_len);
+    const qmi_client_error_type rc = pb_qmi_send(msg_id, req, req_len, rsp, rsp_len, timeout_ms);
     if (rc != QMI_NO_ERR) {
-        PB_LOG("Error: Sending asynchronous request for writing record failed with error code %d\n\n", rc);
+        PB_LOG_FOR(caller, "%s%d\n\n", send_failed, rc);
         return -1;
     }
-    if (rsp->resp.result != QMI_RESULT_SUCCESS_V01) {
-        PB_LOG("Writing a record using PBM failed with error code %d\n\n", rsp->resp.error);
+    const auto *result = static_cast<const qmi_response_type_v01 *>(rsp);
+    if (result->result != QMI_RESULT_SUCCESS_V01) {
+        PB_LOG_FOR(caller, "%s%d\n\n", refused, result->error);
         return -1;
     }
-    PB_LOG("Writing a record using PBM was successful\n\n");
+    PB_LOG_FOR(caller, "%s", done);
     return 0;
+}
+
+int pb_qmi_send_write(pbm_write_record_req_msg_v01 *req, pbm_write_record_resp_msg_v01 *rsp,
+                      const char *caller)
+{
+    return pb_qmi_change(QMI_PBM_WRITE_RECORD_REQ_V01, req, sizeof *req, rsp, sizeof *rsp,
+                         PB_QMI_WRITE_TIMEOUT_MS, caller,
+                         "Error: Sending asynchronous request for writing record failed with error code ",
+                         "Writing a record using PBM failed with error code ",
+                         "Writing a record using PBM was successful\n\n");
+}
+
+// An entry that a write or delete can be made for: there is one, and for a
+// change of a stored record (on_card) it has a record number.
+bool pb_qmi_entry_ok(const pb_flash_info *info, bool on_card, const char *caller)
+{
+    if (info != nullptr && (!on_card || info->sim_index != 0))
+        return true;
+    PB_LOG_FOR(caller, "bad entry\n");
+    return false;
 }
 
 // Asks for the capabilities of the phonebook of every request into *rsp,
@@ -420,27 +440,15 @@ int pb_qmi_get_all(void)
 pb_return_code_enum_t pb_send_request_asyn(zp_uint32 dest_id, zp_uint32 msg_id, const void *data, size_t len)
 {
     ipc_addr_t addr;
-    std::memset(&addr, 0, sizeof addr);
-    zp_sdk_ipc_ret_value ret = ipc_get_addr_by_id(dest_id, 0, &addr);
-    if (ret != IPC_OK) {
-        PB_LOG("IPC get addr failed, dest_id = %lu, ret = %lu\n", static_cast<unsigned long>(dest_id),
-               static_cast<unsigned long>(ret));
+    if (!pb_ipc_addr_of(dest_id, &addr, __func__))
         return PB_RCODE_ERROR;
-    }
-    void *msg = ipc_memory_assign(static_cast<zp_uint32>(len), 0);
-    if (!msg) {
+    pb_ipc_msg msg(msg_id, data, len, PB_SITE_QMI_READ_IND);
+    if (msg.get() == nullptr) {
         PB_LOG("alloc IPC memory failed.\n");
         return PB_RCODE_ERROR;
     }
-    auto *head = static_cast<ipc_msg_head_t *>(msg);
-    std::memset(head, 0, sizeof *head);
-    head->msg_id = msg_id;
-    head->length = static_cast<zp_uint32>(len);
-    (void)ipc_gen_seesion_id(head);
-    if (data && len)
-        std::memcpy(pb_msg_payload(msg), data, len);
-    ret = ipc_msg_send_asy(&addr, msg, static_cast<zp_uint32>(len));
-    mem_free_ex(pb_tid16(), PB_SITE_QMI_READ_IND, 0, msg);
+    (void)ipc_gen_seesion_id(msg.head());
+    const zp_sdk_ipc_ret_value ret = ipc_msg_send_asy(&addr, msg.get(), static_cast<zp_uint32>(len));
     if (ret != IPC_OK) {
         PB_LOG("IPC send asyn request failed, ret = %lu\n", static_cast<unsigned long>(ret));
         return PB_RCODE_ERROR;
@@ -484,7 +492,7 @@ pb_return_code_enum_t pb_qmi_read_cb(pbm_record_read_ind_msg_v01 *pbm_read_ind)
         if (conv != 0) {
             PB_LOG("decode record 's name error, error code=%d\n", conv);
         } else if (utf8_len > 0) {
-            const size_t n = utf8_cut(utf8, static_cast<size_t>(utf8_len), PB_TEXT_MAX);
+            const size_t n = pb_utf8_cut(utf8, static_cast<size_t>(utf8_len), PB_TEXT_MAX);
             std::memcpy(info.name, utf8, n);
         }
 
@@ -516,16 +524,13 @@ pb_return_code_enum_t pb_qmi_read_cb(pbm_record_read_ind_msg_v01 *pbm_read_ind)
 
 int pb_qmi_add_entry(pb_flash_info *info)
 {
-    if (!info) {
-        PB_LOG("bad entry\n");
+    if (!pb_qmi_entry_ok(info, false, __func__))
         return -1;
-    }
     pbm_write_record_req_msg_v01 req;
     pbm_write_record_resp_msg_v01 rsp;
     std::memset(&req, 0, sizeof req);
-    std::memset(&rsp, 0, sizeof rsp);
     (void)pb_qmi_fill_record(info, 0, &req.record_information);
-    if (pb_qmi_send_write(&req, &rsp) != 0)
+    if (pb_qmi_send_write(&req, &rsp, __func__) != 0)
         return -1;
     if (rsp.record_id_valid) {
         info->sim_index = rsp.record_id;
@@ -536,66 +541,43 @@ int pb_qmi_add_entry(pb_flash_info *info)
 
 int pb_qmi_edit_entry(pb_flash_info *info)
 {
-    if (!info || info->sim_index == 0) {
-        PB_LOG("bad entry\n");
+    if (!pb_qmi_entry_ok(info, true, __func__))
         return -1;
-    }
     pbm_write_record_req_msg_v01 req;
-    pbm_write_record_resp_msg_v01 rsp;
     std::memset(&req, 0, sizeof req);
-    std::memset(&rsp, 0, sizeof rsp);
     const size_t utf8_len =
         pb_qmi_fill_record(info, static_cast<uint16_t>(info->sim_index), &req.record_information);
     PB_LOG("edit len before = %d, after = %d\n", static_cast<int>(utf8_len),
            static_cast<int>(req.record_information.name_len));
-    return pb_qmi_send_write(&req, &rsp);
+    pbm_write_record_resp_msg_v01 rsp;
+    return pb_qmi_send_write(&req, &rsp, __func__);
 }
 
 int pb_qmi_del_entry(pb_flash_info *info)
 {
-    if (!info || info->sim_index == 0) {
-        PB_LOG("bad entry\n");
+    if (!pb_qmi_entry_ok(info, true, __func__))
         return -1;
-    }
     pbm_delete_record_req_msg_v01 req;
-    pbm_delete_record_resp_msg_v01 rsp;
     std::memset(&req, 0, sizeof req);
-    std::memset(&rsp, 0, sizeof rsp);
     req.record_info.session_type = PB_QMI_SESSION;
     req.record_info.pb_type = PB_QMI_ADN;
     req.record_info.record_id = static_cast<uint16_t>(info->sim_index);
-    const qmi_client_error_type rc = pb_qmi_send(QMI_PBM_DELETE_RECORD_REQ_V01, &req, sizeof req, &rsp,
-                                                 sizeof rsp, PB_QMI_WRITE_TIMEOUT_MS);
-    if (rc != QMI_NO_ERR) {
-        PB_LOG("Error: Sending synchronous request for delete record failed with error code %d\n\n", rc);
-        return -1;
-    }
-    if (rsp.resp.result != QMI_RESULT_SUCCESS_V01) {
-        PB_LOG("Writing a record using PBM failed with error code %d\n\n", rsp.resp.error);
-        return -1;
-    }
-    PB_LOG("Delete a record using PBM was successful\n");
-    return 0;
+    pbm_delete_record_resp_msg_v01 rsp;
+    return pb_qmi_change(
+        QMI_PBM_DELETE_RECORD_REQ_V01, &req, sizeof req, &rsp, sizeof rsp, PB_QMI_WRITE_TIMEOUT_MS, __func__,
+        "Error: Sending synchronous request for delete record failed with error code ",
+        "Writing a record using PBM failed with error code ", "Delete a record using PBM was successful\n");
 }
 
 int pb_qmi_del_all(void)
 {
     pbm_delete_all_pb_records_req_msg_v01 req;
-    pbm_delete_all_pb_records_resp_msg_v01 rsp;
     std::memset(&req, 0, sizeof req);
-    std::memset(&rsp, 0, sizeof rsp);
     req.phonebook_info.session_type = PB_QMI_SESSION;
     req.phonebook_info.pb_type = PB_QMI_ADN;
-    const qmi_client_error_type rc = pb_qmi_send(QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, &req, sizeof req,
-                                                 &rsp, sizeof rsp, PB_QMI_DEL_ALL_TIMEOUT_MS);
-    if (rc != QMI_NO_ERR) {
-        PB_LOG("Error: Sending synchronous request for delete record failed with error code %d\n\n", rc);
-        return -1;
-    }
-    if (rsp.resp.result != QMI_RESULT_SUCCESS_V01) {
-        PB_LOG("delete all pb failed with error code %d\n\n", rsp.resp.error);
-        return -1;
-    }
-    PB_LOG("Delete all pb successful\n");
-    return 0;
+    pbm_delete_all_pb_records_resp_msg_v01 rsp;
+    return pb_qmi_change(QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, &req, sizeof req, &rsp, sizeof rsp,
+                         PB_QMI_DEL_ALL_TIMEOUT_MS, __func__,
+                         "Error: Sending synchronous request for delete record failed with error code ",
+                         "delete all pb failed with error code ", "Delete all pb successful\n");
 }

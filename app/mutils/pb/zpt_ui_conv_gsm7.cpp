@@ -2,15 +2,16 @@
 // packed form (septets laid end to end, least significant bit first). Names
 // are kept to ASCII; the two tables substitute the nearest ASCII character
 // (or a dot) where the alphabets differ. No state.
-#include <cstdlib>
-#include <memory>
-
+#include "pb_conv.h"
+#include "pb_heap.h"
 #include "pb_log.h"
 #include "zpt_ui_conv.h"
 
 namespace {
 
-const unsigned char ascii_to_def_alpha_table[128] = {
+using CharTable = unsigned char[128];
+
+const CharTable ascii_to_def_alpha_table = {
     0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x0A, 0x2E, 0x2E, 0x0D, 0x2E, 0x2E,
     0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E,
     0x20, 0x21, 0x22, 0x23, 0x02, 0x25, 0x26, 0x27, 0x28, 0x29, 0x2A, 0x2B, 0x2C, 0x2D, 0x2E, 0x2F,
@@ -21,7 +22,7 @@ const unsigned char ascii_to_def_alpha_table[128] = {
     0x70, 0x71, 0x72, 0x73, 0x74, 0x75, 0x76, 0x77, 0x78, 0x79, 0x7A, 0x21, 0x2F, 0x29, 0x2D, 0x2E,
 };
 
-const unsigned char def_alpha_to_ascii_table[128] = {
+const CharTable def_alpha_to_ascii_table = {
     0x40, 0x23, 0x24, 0x59, 0x65, 0x65, 0x75, 0x69, 0x6F, 0x43, 0x0A, 0x4F, 0x6F, 0x0D, 0x41, 0x61,
     0x44, 0x20, 0x3F, 0x3F, 0x4C, 0x4F, 0x50, 0x3F, 0x53, 0x54, 0x3F, 0x20, 0x41, 0x61, 0x73, 0x45,
     0x20, 0x21, 0x22, 0x23, 0x3F, 0x25, 0x26, 0x27, 0x28, 0x29, 0x2A, 0x2B, 0x2C, 0x2D, 0x2E, 0x2F,
@@ -36,21 +37,11 @@ const unsigned char def_alpha_to_ascii_table[128] = {
 // has the code 0x3F in both alphabets.
 constexpr unsigned char kNoEntry = 0x3F;
 
-inline char to_gsm7(char c)
+inline char map_char(const CharTable &table, char c)
 {
     const auto b = static_cast<unsigned char>(c);
-    return static_cast<char>(b < 0x80 ? ascii_to_def_alpha_table[b] : kNoEntry);
+    return static_cast<char>(b < 0x80 ? table[b] : kNoEntry);
 }
-
-inline char to_ascii(char c)
-{
-    const auto b = static_cast<unsigned char>(c);
-    return static_cast<char>(b < 0x80 ? def_alpha_to_ascii_table[b] : kNoEntry);
-}
-
-struct heap_free {
-    void operator()(void *p) const { std::free(p); }
-};
 
 // Packs in_len septets behind shift % 7 fill bits. The fill bits of the first
 // octet keep what the caller put there. No octet at or past out_len_max is
@@ -109,23 +100,36 @@ int unpack_7bit_code(char *in, int in_len, int shift, int out_len_max, char *out
     return n;
 }
 
+// Maps each of the src_len bytes at src_data through `table` into des_data
+// (which may be src_data), ends the text with a NUL and sets *des_len.
+void map_text(char *des_data, int *des_len, const char *src_data, int src_len, const CharTable &table)
+{
+    for (int k = 0; k < src_len; ++k)
+        des_data[k] = map_char(table, src_data[k]);
+    des_data[src_len] = '\0';
+    *des_len = src_len;
+}
+
+// The unpacked conversions: map_text() once the arguments pass
+// pb_conv_args_ok(); 0, or -1 when they do not.
+int map_checked(char *des_data, int *des_len, const char *src_data, int src_len, const CharTable &table,
+                const char *null_text, const char *bad_length_text, const char *caller)
+{
+    if (!pb_conv_args_ok(des_data, des_len, src_data, src_len, null_text, bad_length_text, caller))
+        return -1;
+    map_text(des_data, des_len, src_data, src_len, table);
+    return 0;
+}
+
 }  // namespace
 
 extern "C" int conv_ascii_to_gsm7(char *des_data, int *des_len, char *src_data, int src_len)
 {
     PB_LOG("src_len = %d\n\n", src_len);
-    if (des_data == nullptr || des_len == nullptr || src_data == nullptr) {
-        PB_LOG("dest or source data is NULL\n");
+    if (map_checked(des_data, des_len, src_data, src_len, ascii_to_def_alpha_table,
+                    "dest or source data is NULL\n", "the length of source data is invalid\n\n",
+                    __func__) != 0)
         return -1;
-    }
-    if (src_len < 0) {
-        PB_LOG("the length of source data is invalid\n\n");
-        return -1;
-    }
-    for (int k = 0; k < src_len; ++k)
-        des_data[k] = to_gsm7(src_data[k]);
-    des_data[src_len] = '\0';
-    *des_len = src_len;
     PB_LOG("des_len = %d\n\n", *des_len);
     return 0;
 }
@@ -133,19 +137,9 @@ extern "C" int conv_ascii_to_gsm7(char *des_data, int *des_len, char *src_data, 
 extern "C" int conv_gsm7_to_ascii(char *des_data, int *des_len, char *src_data, int src_len)
 {
     PB_LOG("src_len=%d\n\n", src_len);
-    if (des_data == nullptr || des_len == nullptr || src_data == nullptr) {
-        PB_LOG("dest and source data is NULL\n\n");
-        return -1;
-    }
-    if (src_len < 0) {
-        PB_LOG("the length of source data is validate\n\n");
-        return -1;
-    }
-    for (int k = 0; k < src_len; ++k)
-        des_data[k] = to_ascii(src_data[k]);
-    des_data[src_len] = '\0';
-    *des_len = src_len;
-    return 0;
+    return map_checked(des_data, des_len, src_data, src_len, def_alpha_to_ascii_table,
+                       "dest and source data is NULL\n\n", "the length of source data is validate\n\n",
+                       __func__);
 }
 
 extern "C" int conv_ascii_to_gsm_alphabet(char *des_data, int *des_len, int shift, int outlenmax,
@@ -157,14 +151,13 @@ extern "C" int conv_ascii_to_gsm_alphabet(char *des_data, int *des_len, int shif
         PB_LOG("error\n\n");
         return -1;
     }
-    std::unique_ptr<char[], heap_free> septets(
-        static_cast<char *>(std::malloc(static_cast<size_t>(src_len) + 1)));
+    pb_heap_ptr<char[]> septets = pb_heap_alloc<char>(static_cast<size_t>(src_len) + 1);
     if (!septets) {
         PB_LOG("error\n\n");
         return -1;
     }
     for (int k = 0; k < src_len; ++k)
-        septets[k] = to_gsm7(src_data[k]);
+        septets[k] = map_char(ascii_to_def_alpha_table, src_data[k]);
     PB_LOG("src_len = %d\n\n", src_len);
     pack_7bit_code(septets.get(), src_len, shift, outlenmax, des_data);
     *des_len = static_cast<int>((7LL * src_len + 7) / 8);
@@ -189,10 +182,7 @@ extern "C" int conv_gsm_to_ascii_alphabet(char *des_data, int *des_len, int shif
     // Positions the unpacking did not reach (outlenmax below src_len) hold '?'.
     for (int k = got; k < src_len; ++k)
         des_data[k] = static_cast<char>(kNoEntry);
-    for (int k = 0; k < src_len; ++k)
-        des_data[k] = to_ascii(des_data[k]);
-    des_data[src_len] = '\0';
-    *des_len = src_len;
+    map_text(des_data, des_len, des_data, src_len, def_alpha_to_ascii_table);
     PB_LOG("ok\n\n");
     return 0;
 }

@@ -1,24 +1,14 @@
 // UCS-2 (big-endian byte strings, lengths in bytes) and UTF-8 (one to three
 // bytes per 16-bit character). No state; scratch buffers come from the heap
 // and are owned by the call that allocates them.
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 
+#include "pb_conv.h"
+#include "pb_heap.h"
 #include "pb_log.h"
 #include "zpt_ui_conv.h"
 
 namespace {
-
-struct heap_free {
-    void operator()(void *p) const { std::free(p); }
-};
-template <typename T> using heap_ptr = std::unique_ptr<T[], heap_free>;
-
-template <typename T> heap_ptr<T> heap_alloc(size_t count)
-{
-    return heap_ptr<T>(static_cast<T *>(std::malloc(count * sizeof(T))));
-}
 
 // Number of leading one bits of b, from bit 7 downward.
 int get_cnt_bits(unsigned char b)
@@ -39,7 +29,23 @@ unsigned short utf2uni(const unsigned char *utf, int sptr, int cnt_bits)
     return static_cast<unsigned short>(v & 0xFFFF);
 }
 
+constexpr const char *kNullBuffer = "convert buffer is NULL\n\n";
+
 }  // namespace
+
+bool pb_conv_args_ok(const char *des_data, const int *des_len, const char *src_data, int src_len,
+                     const char *null_text, const char *bad_length_text, const char *caller)
+{
+    if (des_data == nullptr || des_len == nullptr || src_data == nullptr) {
+        PB_LOG_FOR(caller, "%s", null_text);
+        return false;
+    }
+    if (src_len < 0) {
+        PB_LOG_FOR(caller, "%s", bad_length_text);
+        return false;
+    }
+    return true;
+}
 
 extern "C" int char2short(const char *src, int srclen, unsigned short *des)
 {
@@ -93,17 +99,12 @@ extern "C" int conv_utf8_to_ucs2(char *des_data, int *des_len, char *src_data, i
 {
     PB_LOG("enter\n\n");
     int ret = -1;
-    heap_ptr<unsigned short> unis;
+    pb_heap_ptr<unsigned short[]> unis;
     do {
-        if (des_data == nullptr || des_len == nullptr || src_data == nullptr) {
-            PB_LOG("convert buffer is NULL\n\n");
+        if (!pb_conv_args_ok(des_data, des_len, src_data, src_len, kNullBuffer, "source length is error\n\n",
+                             __func__))
             break;
-        }
-        if (src_len < 0) {
-            PB_LOG("source length is error\n\n");
-            break;
-        }
-        unis = heap_alloc<unsigned short>(src_len > 0 ? static_cast<size_t>(src_len) : 1u);
+        unis = pb_heap_alloc<unsigned short>(src_len > 0 ? static_cast<size_t>(src_len) : 1u);
         if (!unis) {
             PB_LOG("malloc outfbuf error\n\n");
             break;
@@ -138,23 +139,18 @@ extern "C" int conv_ucs2_to_utf8(char *des_data, int *des_len, char *src_data, i
 {
     PB_LOG("enter\n\n");
     int ret = -1;
-    heap_ptr<unsigned short> unis;
-    heap_ptr<char> utfa;
+    pb_heap_ptr<unsigned short[]> unis;
+    pb_heap_ptr<char[]> utfa;
     do {
-        if (des_data == nullptr || des_len == nullptr || src_data == nullptr) {
-            PB_LOG("convert buffer is NULL\n\n");
+        if (!pb_conv_args_ok(des_data, des_len, src_data, src_len, kNullBuffer, "source length error\n\n",
+                             __func__))
             break;
-        }
-        if (src_len < 0) {
-            PB_LOG("source length error\n\n");
-            break;
-        }
-        unis = heap_alloc<unsigned short>(static_cast<size_t>(src_len) / 2 + 1);
+        unis = pb_heap_alloc<unsigned short>(static_cast<size_t>(src_len) / 2 + 1);
         if (!unis) {
             PB_LOG("malloc unisigned short buffer error\n\n");
             break;
         }
-        utfa = heap_alloc<char>(4 * static_cast<size_t>(src_len) + 1);
+        utfa = pb_heap_alloc<char>(4 * static_cast<size_t>(src_len) + 1);
         if (!utfa) {
             PB_LOG("malloc char buffer error\n\n");
             unis.reset();

@@ -15,7 +15,6 @@
 #include "pb_msg.h"
 #include "pb_tables.h"
 #include "zp_ipc.h"
-#include "zp_mem.h"
 #include "zpt_ui_pb_api.h"
 
 namespace {
@@ -38,22 +37,6 @@ const char *storage_name(storage_type_t type)
     default: return "unknown";
     }
 }
-
-// Gives a buffer of the IPC library back when the scope ends.
-class ipc_buffer {
-public:
-    ipc_buffer(zp_uint32 len, zp_uint16 site) : site_(site), p_(ipc_memory_assign(len, 0)) {}
-    ~ipc_buffer() { mem_free_ex(pb_tid16(), site_, 0, p_); }
-    ipc_buffer(const ipc_buffer &) = delete;
-    ipc_buffer &operator=(const ipc_buffer &) = delete;
-
-    void *get() const { return p_; }
-    ipc_msg_head_t *head() const { return static_cast<ipc_msg_head_t *>(p_); }
-
-private:
-    zp_uint16 site_;
-    void *p_;
-};
 
 pb_return_code_enum_t pb_event_notify(sim_pb_handle_t event, storage_type_t type, pb_flash_info *pvalue)
 {
@@ -84,33 +67,24 @@ int simlib_send_request_sync(zp_uint32 dest_id, zp_uint32 req_msg_id, const void
         return -1;
     }
     ipc_addr_t addr;
-    std::memset(&addr, 0, sizeof addr);
-    zp_sdk_ipc_ret_value ret = ipc_get_addr_by_id(dest_id, 0, &addr);
-    if (ret != IPC_OK) {
-        PB_LOG("IPC get addr failed, dest_id = %lu, ret = %lu\n", static_cast<unsigned long>(dest_id),
-               static_cast<unsigned long>(ret));
+    if (!pb_ipc_addr_of(dest_id, &addr, __func__))
         return -1;
-    }
-    ipc_buffer req(static_cast<zp_uint32>(in_len), SITE_REQUEST);
+    pb_ipc_msg req(req_msg_id, in_buf, in_len, SITE_REQUEST);
     if (req.get() == nullptr) {
         PB_LOG("alloc IPC memory failed\n");
         return -1;
     }
+    // The answer is written over this buffer, head included.
     const size_t asked = *out_len;
-    ipc_buffer rsp(static_cast<zp_uint32>(asked), SITE_RESPONSE);
+    pb_ipc_msg rsp(0, nullptr, asked, SITE_RESPONSE);
     if (rsp.get() == nullptr) {
         PB_LOG("alloc IPC memory failed\n");
         return -1;
     }
+    (void)ipc_gen_seesion_id(req.head());
 
-    std::memset(req.head(), 0, IPC_MSG_HEAD_LEN);
-    req.head()->msg_id = req_msg_id;
-    req.head()->length = static_cast<zp_uint32>(in_len);
-    ipc_gen_seesion_id(req.head());
-    if (in_buf != nullptr)
-        std::memcpy(pb_msg_payload(req.get()), in_buf, in_len);
-
-    ret = ipc_msg_send_syn(&addr, req.get(), static_cast<zp_uint32>(in_len), timeout, rsp.get(), out_len);
+    const zp_sdk_ipc_ret_value ret =
+        ipc_msg_send_syn(&addr, req.get(), static_cast<zp_uint32>(in_len), timeout, rsp.get(), out_len);
     if (ret != IPC_OK) {
         PB_LOG("IPC send sync message failed, ret = %lu\n", static_cast<unsigned long>(ret));
         return -1;

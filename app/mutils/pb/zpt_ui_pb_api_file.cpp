@@ -36,8 +36,6 @@
 
 namespace {
 
-using FilePtr = pb_file;
-
 // Whole-file stream buffer: a phonebook file is at most 161,000 bytes, so a
 // load is a handful of system calls.
 constexpr size_t kStreamBuffer = size_t{64} * 1024;
@@ -198,9 +196,9 @@ int simlib_pb_backup_file(const char *backup, const char *book)
 
 // Readers take the backup while there is one: the phonebook file beside it
 // may be what the cut-short write left.
-FilePtr open_book(const BookPaths &p)
+pb_file open_book(const BookPaths &p)
 {
-    FilePtr f(std::fopen(p.backup, "re"));
+    pb_file f(std::fopen(p.backup, "re"));
     if (!f)
         f.reset(std::fopen(p.book, "re"));
     return f;
@@ -208,11 +206,11 @@ FilePtr open_book(const BookPaths &p)
 
 // Zeroes the table's contents (not its lock) and opens the phonebook file;
 // null when there is no file, which loads as an empty phonebook.
-FilePtr open_for_load(const BookPaths &p, pb_mem_info *p_pb_mem)
+pb_file open_for_load(const BookPaths &p, pb_mem_info *p_pb_mem)
 {
     std::memset(&p_pb_mem->mem, 0, sizeof p_pb_mem->mem);
     p_pb_mem->mem.pb_count = 0;
-    FilePtr f = open_book(p);
+    pb_file f = open_book(p);
     if (!f)
         PB_LOG("empty \n\n");
     else
@@ -278,75 +276,87 @@ int simlib_clear_flash(storage_type_t type)
     return result;
 }
 
-// The dense loader: the k-th record of the file goes to slot k with index
-// k + 1, whatever index it was stored with.
-int simlib_pb_add_from_flash(storage_type_t type, pb_mem_info *p_pb_mem)
+namespace {
+
+// The dense loader's records: the k-th record of the file goes to slot k
+// with index k + 1, whatever index it was stored with.
+void place_dense(FILE *f, pb_flash_info_v &mem, const char *caller)
 {
-    PB_LOG("enter \n\n");
-    const BookPaths *p = checked_paths(type, p_pb_mem);
-    if (p == nullptr)
-        return -1;
-    FilePtr f = open_for_load(*p, p_pb_mem);
-    if (!f)
-        return 0;
-    pb_flash_info_v &mem = p_pb_mem->mem;
     for (zp_uint32 k = 0; k < PB_MAX_ENTRIES; ++k) {
         // Read into a scratch record so that a record cut short leaves its
         // slot free.
         pb_flash_info rec{};
-        if (!read_u32(f.get(), &rec.index))
+        if (!read_u32(f, &rec.index))
             break;
-        PB_LOG("index is [%d] k [%d]\n\n", rec.index, k);
+        PB_LOG_FOR(caller, "index is [%d] k [%d]\n\n", rec.index, k);
         rec.index = k + 1;
-        if (!read_record_tail(f.get(), &rec, true, __func__))
+        if (!read_record_tail(f, &rec, true, caller))
             break;
         mem.pb[k] = rec;
         ++mem.pb_count;
     }
-    PB_LOG("ok \n\n");
-    return 0;
 }
 
-// The record-by-index loader: a record with index i goes to slot i - 1, so
-// the gaps of the file stay free slots. A record whose index is 0, above
-// 1000 or not above the one loaded before it cannot take its slot without
-// breaking the table; it is logged and skipped.
-int simlib_pb_from_flash(storage_type_t type, pb_mem_info *p_pb_mem)
+// The record-by-index loader's records: a record with index i goes to slot
+// i - 1, so the gaps of the file stay free slots. A record whose index is 0,
+// above 1000 or not above the one loaded before it cannot take its slot
+// without breaking the table; it is logged and skipped.
+void place_by_index(FILE *f, pb_flash_info_v &mem, const char *caller)
 {
-    PB_LOG("enter \n\n");
-    const BookPaths *p = checked_paths(type, p_pb_mem);
-    if (p == nullptr)
-        return -1;
-    FilePtr f = open_for_load(*p, p_pb_mem);
-    if (!f)
-        return 0;
-    pb_flash_info_v &mem = p_pb_mem->mem;
     zp_uint32 k = 0;  // next slot that may be filled
     while (k < PB_MAX_ENTRIES) {
         pb_flash_info rec{};
-        if (!read_u32(f.get(), &rec.index)) {
-            PB_LOG("no data to read \n\n");
+        if (!read_u32(f, &rec.index)) {
+            PB_LOG_FOR(caller, "no data to read \n\n");
             break;
         }
         // The slots passed over stay free, and are logged before the rest
         // of the record is read.
         const bool fits = rec.index > k && rec.index <= PB_MAX_ENTRIES;
         for (; fits && k < rec.index - 1; ++k)
-            PB_LOG("read SIM record index==>[%d] tmp_num [%d]\n\n", rec.index, k);
-        if (!read_record_tail(f.get(), &rec, false, __func__))
+            PB_LOG_FOR(caller, "read SIM record index==>[%d] tmp_num [%d]\n\n", rec.index, k);
+        if (!read_record_tail(f, &rec, false, caller))
             break;
         if (!fits) {
-            PB_LOG("skip record index [%d] at slot [%d]\n\n", rec.index, k);
+            PB_LOG_FOR(caller, "skip record index [%d] at slot [%d]\n\n", rec.index, k);
             continue;
         }
         mem.pb[k] = rec;
-        PB_LOG("pb_array[%d]: index = %d, sim_index = %d, number = %s, name = %s, email = %s\n", k, rec.index,
-               rec.sim_index, rec.num, rec.name, rec.email);
+        PB_LOG_FOR(caller, "pb_array[%d]: index = %d, sim_index = %d, number = %s, name = %s, email = %s\n",
+                   k, rec.index, rec.sim_index, rec.num, rec.name, rec.email);
         ++k;
         ++mem.pb_count;
     }
-    PB_LOG("ok \n\n");
+}
+
+// A loader, logged for `caller`: empties the table and, when there is a
+// phonebook file, has `place` read its records into it. -1 on bad
+// arguments; no file loads as an empty phonebook.
+int load_book(storage_type_t type, pb_mem_info *p_pb_mem,
+              void (*place)(FILE *f, pb_flash_info_v &mem, const char *caller), const char *caller)
+{
+    PB_LOG_FOR(caller, "enter \n\n");
+    const BookPaths *p = checked_paths(type, p_pb_mem);
+    if (p == nullptr)
+        return -1;
+    pb_file f = open_for_load(*p, p_pb_mem);
+    if (!f)
+        return 0;
+    place(f.get(), p_pb_mem->mem, caller);
+    PB_LOG_FOR(caller, "ok \n\n");
     return 0;
+}
+
+}  // namespace
+
+int simlib_pb_add_from_flash(storage_type_t type, pb_mem_info *p_pb_mem)
+{
+    return load_book(type, p_pb_mem, place_dense, __func__);
+}
+
+int simlib_pb_from_flash(storage_type_t type, pb_mem_info *p_pb_mem)
+{
+    return load_book(type, p_pb_mem, place_by_index, __func__);
 }
 
 // The records go after the last whole record, with one write for up to 64

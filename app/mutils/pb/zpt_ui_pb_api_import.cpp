@@ -18,14 +18,15 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "pb_book.h"
+#include "pb_conv.h"
 #include "pb_fs.h"
+#include "pb_heap.h"
 #include "pb_log.h"
 #include "pb_stdio.h"
+#include "pb_work.h"
 #include "zpt_ui_pb_api.h"
 #include "zpt_ui_pb_func.h"
 
@@ -35,29 +36,12 @@ namespace {
 // parsed as a line of its own.
 constexpr size_t kLineBuf = 512;
 
-using File = pb_file;
-
-struct HeapFree {
-    void operator()(void *p) const { std::free(p); }
-};
-using Table = std::unique_ptr<pb_mem_info, HeapFree>;
-
-// A zero-filled working copy: an empty table with an unlocked lock.
-Table new_working_copy() { return Table(static_cast<pb_mem_info *>(std::calloc(1, sizeof(pb_mem_info)))); }
-
 // Copies the n bytes at src into a 51-byte field. Text longer than the field
 // holds is cut at the last whole UTF-8 character that fits, so a name never
 // ends in half a character.
 void put_field(char (&dst)[PB_TEXT_LEN], const char *src, size_t n)
 {
-    if (n > PB_TEXT_LEN - 1) {
-        n = PB_TEXT_LEN - 1;
-        // src[n] is the first byte left out; while it continues a character,
-        // that character started inside the kept part: leave it out whole.
-        // A UTF-8 character is at most 4 bytes, so look back at most 3.
-        for (int back = 0; back < 3 && n > 0 && (static_cast<unsigned char>(src[n]) & 0xC0) == 0x80; ++back)
-            --n;
-    }
+    n = pb_utf8_cut(src, n, PB_TEXT_LEN - 1);
     std::memcpy(dst, src, n);
     dst[n] = '\0';
 }
@@ -101,17 +85,17 @@ int parse_line(const char *line, pb_flash_info *e)
 // Opens the text file to import, refusing what is not a regular file: a
 // folder reads as nothing, and a device or a FIFO may never end. Opened
 // without blocking, so that a FIFO without a writer cannot hold the call.
-File open_import(const char *path)
+pb_file open_import(const char *path)
 {
     pb_fd fd(pb_fs_open(path, O_RDONLY | O_NONBLOCK));
     struct stat st {};
     if (!fd || fstat(fd.get(), &st) != 0)
-        return File();
+        return pb_file();
     if (!S_ISREG(st.st_mode)) {
         errno = EINVAL;
-        return File();
+        return pb_file();
     }
-    File f(fdopen(fd.get(), "rb"));
+    pb_file f(fdopen(fd.get(), "rb"));
     if (f)
         (void)fd.release();
     return f;
@@ -133,7 +117,7 @@ int read_import(FILE *in, pb_flash_info *out)
             PB_LOG_FOR("simlib_pb_import", "Invalied entry string: %s\n", line);
             continue;
         }
-        entry.sim_index = 0xFFFFFFFFu;
+        entry.sim_index = PB_SIM_INDEX_NONE;
         ++n;
     }
     return n;
@@ -153,7 +137,7 @@ pb_return_code_enum_t write_export(const char *path, pb_mem_info *pb_mem, const 
         mode = st.st_mode & 0777;
     }
     const size_t len = std::strlen(path);
-    std::unique_ptr<char, HeapFree> tmp(static_cast<char *>(std::malloc(len + 8)));
+    pb_heap_ptr<char[]> tmp = pb_heap_alloc<char>(len + 8);
     if (!tmp)
         return PB_RCODE_ERROR;
     std::memcpy(tmp.get(), path, len);
@@ -195,14 +179,13 @@ extern "C" pb_return_code_enum_t simlib_pb_import(const char *path, storage_type
         PB_LOG("simlib_pb_from_flash failed, type = %d\n", static_cast<int>(type));
         return PB_RCODE_ERROR;
     }
-    File in = open_import(path);
+    pb_file in = open_import(path);
     if (!in) {
         PB_LOG("open file %s failed, errno = %d\n", path, errno);
         return PB_RCODE_INVALID_ERR;
     }
-    std::unique_ptr<pb_flash_info, HeapFree> lines(
-        static_cast<pb_flash_info *>(std::calloc(PB_MAX_ENTRIES, sizeof(pb_flash_info))));
-    Table pb_mem = new_working_copy();
+    pb_heap_ptr<pb_flash_info[]> lines = pb_heap_alloc<pb_flash_info>(PB_MAX_ENTRIES);
+    pb_working_copy_ptr pb_mem = pb_working_copy_new();
     if (!lines || !pb_mem) {
         PB_LOG("out of memory\n");
         return PB_RCODE_ERROR;
@@ -216,13 +199,13 @@ extern "C" pb_return_code_enum_t simlib_pb_import(const char *path, storage_type
     pb_book_lock lock(type);
     if (!lock.ok())
         return PB_RCODE_WRITE_ERR;
-    if (simlib_pb_from_flash(type, pb_mem.get()) != 0) {
+    if (simlib_pb_from_flash(type, pb_mem->get()) != 0) {
         PB_LOG("simlib_pb_from_flash failed, type = %d\n", static_cast<int>(type));
         return PB_RCODE_ERROR;
     }
     for (int i = 0; i < count; ++i) {
-        pb_flash_info &entry = lines.get()[i];
-        pb_return_code_enum_t rc = simlib_pb_add(pb_mem.get(), &entry);
+        pb_flash_info &entry = lines[i];
+        pb_return_code_enum_t rc = simlib_pb_add(pb_mem->get(), &entry);
         if (rc != PB_RCODE_OK) {
             PB_LOG("PB ADD ENTRY: simlib_pb_add failed, ret = %d\n", static_cast<int>(rc));
             continue;
@@ -232,7 +215,7 @@ extern "C" pb_return_code_enum_t simlib_pb_import(const char *path, storage_type
     }
     // One rewrite for the whole file; when it fails, the phonebook file is
     // as it was before the import.
-    if (simlib_pb_to_flash(type, pb_mem.get()) != 0) {
+    if (simlib_pb_to_flash(type, pb_mem->get()) != 0) {
         PB_LOG("write pb info from memory into file failure\n");
         return PB_RCODE_WRITE_ERR;
     }
@@ -250,12 +233,12 @@ extern "C" pb_return_code_enum_t simlib_pb_export(const char *path, storage_type
         PB_LOG("null of index array, count = %d\n", count);
         return PB_RCODE_ARGSERR;
     }
-    Table pb_mem = new_working_copy();
-    if (!pb_mem || simlib_pb_from_flash(type, pb_mem.get()) != 0) {
+    pb_working_copy_ptr pb_mem = pb_working_copy_new();
+    if (!pb_mem || simlib_pb_from_flash(type, pb_mem->get()) != 0) {
         PB_LOG("simlib_pb_from_flash failed, type = %d\n", static_cast<int>(type));
         return PB_RCODE_ERROR;
     }
-    if (write_export(path, pb_mem.get(), array, count) != PB_RCODE_OK) {
+    if (write_export(path, pb_mem->get(), array, count) != PB_RCODE_OK) {
         PB_LOG("open file %s failed\n", path);
         return PB_RCODE_ERROR;
     }

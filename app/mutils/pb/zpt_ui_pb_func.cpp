@@ -12,6 +12,7 @@
 // Only the service thread calls these; they keep no state between calls.
 // g_sim_module changes only on that thread.
 #include <cstring>
+#include <optional>
 
 #include "pb_book.h"
 #include "pb_log.h"
@@ -40,35 +41,83 @@ pb_return_code_enum_t pb_sim_ready(storage_type_t type)
 // change, and the client is told to ask again.
 pb_return_code_enum_t pb_card_failure() { return pb_qmi_lost() ? PB_RCODE_READED_ERR : PB_RCODE_SWAP_ERR; }
 
+bool pb_req_ok(const pb_event_req_t *req, const char *caller)
+{
+    if (req != nullptr)
+        return true;
+    PB_LOG_FOR(caller, "NULL pointer of req\n");
+    return false;
+}
+
+// What an entry operation works in: a request (checked for `caller`), the
+// SIM phonebook read to the end, the phonebook file's lock (held until the
+// operation returns) and, when asked for, a working copy. While !ok(),
+// status() is the operation's answer.
+class EntryWork {
+public:
+    EntryWork(const pb_event_req_t *req, bool with_copy, const char *caller)
+    {
+        if (!pb_req_ok(req, caller))
+            return;
+        type_ = static_cast<storage_type_t>(req->storage_type);
+        status_ = pb_sim_ready(type_);
+        if (status_ != PB_RCODE_OK)
+            return;
+        lock_.emplace(type_);
+        if (!lock_->ok()) {
+            status_ = PB_RCODE_WRITE_ERR;
+        } else if (with_copy) {
+            copy_.emplace();
+        }
+    }
+
+    bool ok() const { return status_ == PB_RCODE_OK; }
+    pb_return_code_enum_t status() const { return status_; }
+    storage_type_t type() const { return type_; }
+    pb_mem_info *table() { return copy_->get(); }
+
+    // Writes the working copy back whole; `failed` is logged for `caller`
+    // when that fails.
+    pb_return_code_enum_t save(const char *failed, const char *caller)
+    {
+        if (simlib_pb_to_flash(type_, table()) < 0) {
+            PB_LOG_FOR(caller, "%s", failed);
+            return PB_RCODE_WRITE_ERR;
+        }
+        return PB_RCODE_OK;
+    }
+
+private:
+    storage_type_t type_ = STORAGE_TYPE_SIM;
+    pb_return_code_enum_t status_ = PB_RCODE_ARGSERR;
+    std::optional<pb_book_lock> lock_;
+    std::optional<pb_working_copy> copy_;
+};
+
+constexpr const char *kSaveFailed = "simlib_pb_to_flash failed\n";
+
 }  // namespace
 
 pb_return_code_enum_t pb_func_add_entry(pb_event_req_t *req)
 {
-    pb_working_copy pb_mem;
-    pb_flash_info pb_entry;
-    std::memset(&pb_entry, 0, sizeof pb_entry);
-
-    if (req == nullptr) {
-        PB_LOG("NULL pointer of req\n");
+    if (!pb_req_ok(req, __func__))
         return PB_RCODE_ARGSERR;
-    }
     PB_LOG("PB ADD: name = %s, num = %s\n", req->value.name, req->value.num);
 
-    const auto type = static_cast<storage_type_t>(req->storage_type);
-    if (pb_return_code_enum_t ready = pb_sim_ready(type); ready != PB_RCODE_OK)
-        return ready;
-    pb_book_lock lock(type);
-    if (!lock.ok())
-        return PB_RCODE_WRITE_ERR;
+    EntryWork work(req, true, __func__);
+    if (!work.ok())
+        return work.status();
     // The dense loader renumbers the stored entries 1..n in file order; the
     // save below writes them back so, keeping device indices without gaps.
-    if (simlib_pb_add_from_flash(type, pb_mem.get()) != 0) {
+    if (simlib_pb_add_from_flash(work.type(), work.table()) != 0) {
         PB_LOG("simlib_pb_add_from_flash failed\n");
         return PB_RCODE_READ_ERR;
     }
 
-    if (type == STORAGE_TYPE_SIM) {
-        int free_idx = pb_func_get_pb_free_index(pb_mem.get(), &pb_entry);
+    if (work.type() == STORAGE_TYPE_SIM) {
+        pb_flash_info pb_entry;
+        std::memset(&pb_entry, 0, sizeof pb_entry);
+        int free_idx = pb_func_get_pb_free_index(work.table(), &pb_entry);
         if (free_idx < 0) {
             PB_LOG("Coundn't find a free position for new entry.\n");
             return PB_RCODE_NOTFREE_ERR;
@@ -84,16 +133,12 @@ pb_return_code_enum_t pb_func_add_entry(pb_event_req_t *req)
         req->value.sim_index = PB_SIM_INDEX_NONE;
     }
 
-    pb_return_code_enum_t ret = simlib_pb_add(pb_mem.get(), &req->value);
+    pb_return_code_enum_t ret = simlib_pb_add(work.table(), &req->value);
     if (ret != PB_RCODE_OK) {
         PB_LOG("PB ADD ENTRY: simlib_pb_add failed, ret = %d\n", ret);
         return PB_RCODE_NOTFREE_ERR;
     }
-    if (simlib_pb_to_flash(type, pb_mem.get()) < 0) {
-        PB_LOG("write pb info from memory into file failure\n");
-        return PB_RCODE_WRITE_ERR;
-    }
-    return PB_RCODE_OK;
+    return work.save("write pb info from memory into file failure\n", __func__);
 }
 
 namespace {
@@ -110,14 +155,8 @@ struct pb_change_op {
 
 pb_return_code_enum_t pb_func_change_entry(pb_event_req_t *req, const pb_change_op &op)
 {
-    pb_working_copy pb_mem;
-    pb_flash_info pb_entry;
-    std::memset(&pb_entry, 0, sizeof pb_entry);
-
-    if (req == nullptr) {
-        PB_LOG("NULL pointer of req\n");
+    if (!pb_req_ok(req, __func__))
         return PB_RCODE_ARGSERR;
-    }
     if (op.edit)
         PB_LOG("PB EDIT ENTRY: index = %d, num = %s, name = %s\n", req->value.index, req->value.num,
                req->value.name);
@@ -129,21 +168,20 @@ pb_return_code_enum_t pb_func_change_entry(pb_event_req_t *req, const pb_change_
         return PB_RCODE_INVALID_ERR;
     }
 
-    const auto type = static_cast<storage_type_t>(req->storage_type);
-    if (pb_return_code_enum_t ready = pb_sim_ready(type); ready != PB_RCODE_OK)
-        return ready;
-    pb_book_lock lock(type);
-    if (!lock.ok())
-        return PB_RCODE_WRITE_ERR;
+    EntryWork work(req, true, __func__);
+    if (!work.ok())
+        return work.status();
     // A missing or unreadable file leaves the table empty; the lookup fails.
-    (void)simlib_pb_from_flash(type, pb_mem.get());
+    (void)simlib_pb_from_flash(work.type(), work.table());
 
-    if (simlib_pb_getbyidx(pb_mem.get(), req->value.index, &pb_entry, INDEX_TYPE_FLASH) != 0) {
+    pb_flash_info pb_entry;
+    std::memset(&pb_entry, 0, sizeof pb_entry);
+    if (simlib_pb_getbyidx(work.table(), req->value.index, &pb_entry, INDEX_TYPE_FLASH) != 0) {
         PB_LOG("PB %s ENTRY: index = %d not exist\n", op.name, req->value.index);
         return PB_RCODE_INVALID_ERR;
     }
 
-    if (type == STORAGE_TYPE_SIM) {
+    if (work.type() == STORAGE_TYPE_SIM) {
         if (pb_entry.sim_index == 0) {
             PB_LOG("PB %s ENTRY: bad sim_index = %d in entry index = %d\n", op.name, pb_entry.sim_index,
                    req->value.index);
@@ -158,19 +196,13 @@ pb_return_code_enum_t pb_func_change_entry(pb_event_req_t *req, const pb_change_
         }
     }
 
-    pb_return_code_enum_t ret = op.table(pb_mem.get(), &req->value);
+    pb_return_code_enum_t ret = op.table(work.table(), &req->value);
     if (ret != PB_RCODE_OK) {
-        if (op.edit)
-            PB_LOG("PB EDIT ENTRY: simlib_pb_edit failed, ret = %d\n", ret);
-        else
-            PB_LOG("PB DEL ENTRY: simlib_pb_del failed, ret = %d\n", ret);
+        PB_LOG("PB %s ENTRY: %s failed, ret = %d\n", op.name, op.edit ? "simlib_pb_edit" : "simlib_pb_del",
+               ret);
         return PB_RCODE_NOTFREE_ERR;
     }
-    if (simlib_pb_to_flash(type, pb_mem.get()) < 0) {
-        PB_LOG("simlib_pb_to_flash failed\n");
-        return PB_RCODE_WRITE_ERR;
-    }
-    return PB_RCODE_OK;
+    return work.save(kSaveFailed, __func__);
 }
 
 }  // namespace
@@ -190,22 +222,10 @@ pb_return_code_enum_t pb_func_del_entry(pb_event_req_t *req)
 
 pb_return_code_enum_t pb_func_del_any(pb_event_req_t *req)
 {
-    pb_working_copy pb_mem;
-    pb_flash_info pb_entry;
-    std::memset(&pb_entry, 0, sizeof pb_entry);
-
-    if (req == nullptr) {
-        PB_LOG("NULL pointer of req\n");
-        return PB_RCODE_ARGSERR;
-    }
-
-    const auto type = static_cast<storage_type_t>(req->storage_type);
-    if (pb_return_code_enum_t ready = pb_sim_ready(type); ready != PB_RCODE_OK)
-        return ready;
-    pb_book_lock lock(type);
-    if (!lock.ok())
-        return PB_RCODE_WRITE_ERR;
-    (void)simlib_pb_from_flash(type, pb_mem.get());
+    EntryWork work(req, true, __func__);
+    if (!work.ok())
+        return work.status();
+    (void)simlib_pb_from_flash(work.type(), work.table());
 
     // Every slot is looked at: a value below 1 is skipped and does not end
     // the list. A failed element leaves its entry in card and file.
@@ -213,13 +233,14 @@ pb_return_code_enum_t pb_func_del_any(pb_event_req_t *req)
         const zp_int32 idx = req->any_idx[k];
         if (idx < 1)
             continue;
+        pb_flash_info pb_entry;
         std::memset(&pb_entry, 0, sizeof pb_entry);
-        if (simlib_pb_getbyidx(pb_mem.get(), static_cast<unsigned int>(idx), &pb_entry, INDEX_TYPE_FLASH) !=
+        if (simlib_pb_getbyidx(work.table(), static_cast<unsigned int>(idx), &pb_entry, INDEX_TYPE_FLASH) !=
             0) {
             PB_LOG("PB DEL ENTRY: index = %d not exist\n", idx);
             continue;
         }
-        if (type == STORAGE_TYPE_SIM) {
+        if (work.type() == STORAGE_TYPE_SIM) {
             if (pb_entry.sim_index == 0) {
                 PB_LOG("PB DEL ENTRY: bad sim_index = %d in entry index = %d\n", pb_entry.sim_index, idx);
                 continue;
@@ -229,37 +250,26 @@ pb_return_code_enum_t pb_func_del_any(pb_event_req_t *req)
                 continue;
             }
         }
-        pb_return_code_enum_t ret = simlib_pb_del(pb_mem.get(), &pb_entry);
+        pb_return_code_enum_t ret = simlib_pb_del(work.table(), &pb_entry);
         if (ret != PB_RCODE_OK)
             PB_LOG("PB DEL ENTRY: simlib_pb_del failed, ret = %d\n", ret);
     }
 
     // One save for the whole list.
-    if (simlib_pb_to_flash(type, pb_mem.get()) < 0) {
-        PB_LOG("simlib_pb_to_flash failed\n");
-        return PB_RCODE_WRITE_ERR;
-    }
-    return PB_RCODE_OK;
+    return work.save(kSaveFailed, __func__);
 }
 
 pb_return_code_enum_t pb_func_del_all(pb_event_req_t *req)
 {
-    if (req == nullptr) {
-        PB_LOG("NULL pointer of req\n");
-        return PB_RCODE_ARGSERR;
-    }
-    const auto type = static_cast<storage_type_t>(req->storage_type);
-    if (pb_return_code_enum_t ready = pb_sim_ready(type); ready != PB_RCODE_OK)
-        return ready;
-    pb_book_lock lock(type);
-    if (!lock.ok())
-        return PB_RCODE_WRITE_ERR;
-    if (type == STORAGE_TYPE_SIM && pb_qmi_del_all() != 0) {
+    EntryWork work(req, false, __func__);
+    if (!work.ok())
+        return work.status();
+    if (work.type() == STORAGE_TYPE_SIM && pb_qmi_del_all() != 0) {
         PB_LOG("pb_qmi_del_all failed\n");
         return pb_card_failure();
     }
     // An empty phonebook is simply a missing file.
-    if (simlib_clear_flash(type) < 0) {
+    if (simlib_clear_flash(work.type()) < 0) {
         PB_LOG("simlib_clear_flash failed\n");
         return PB_RCODE_WRITE_ERR;
     }

@@ -31,6 +31,24 @@ int expand_compressed(unsigned short *des, int *des_len, const unsigned char *re
     return expand(des, des_len, copy);
 }
 
+// What decode_compressed() returns when the expansion failed.
+constexpr int kExpandFailed = -2;
+
+// A 0x81 or 0x82 name (header_len bytes of header): expanded to UCS-2 by
+// `expand`, then converted to UTF-8 at out. kExpandFailed, with `failed`
+// logged, when the expansion fails; else the UTF-8 conversion's result.
+int decode_compressed(char *out, int *out_len, const unsigned char *read_buffer, int read_len, int header_len,
+                      int (*expand)(unsigned short *, int *, unsigned char *), const char *failed)
+{
+    unsigned short ucs2[kMaxExpanded + 1] = {};
+    int ucs2_len = 0;
+    if (expand_compressed(ucs2, &ucs2_len, read_buffer, read_len, header_len, expand) != 0) {
+        PB_LOG_FOR("pb_func_decode_name", "%s", failed);
+        return kExpandFailed;
+    }
+    return conv_ucs2_to_utf8(out, out_len, reinterpret_cast<char *>(ucs2), ucs2_len);
+}
+
 }  // namespace
 
 extern "C" pb_return_code_enum_t pb_func_decode_name(unsigned char *ptrname, unsigned char *read_buffer,
@@ -60,28 +78,16 @@ extern "C" pb_return_code_enum_t pb_func_decode_name(unsigned char *ptrname, uns
         PB_LOG("pb encode type is 80\n");
         rc = conv_ucs2_to_utf8(out, &out_len, reinterpret_cast<char *>(read_buffer + 1), in_len - 1);
         break;
-    case 0x81: {
+    case 0x81:
         PB_LOG("pb encode type is 81\n");
-        unsigned short m81280str[kMaxExpanded + 1] = {};
-        int m81280len = 0;
-        if (expand_compressed(m81280str, &m81280len, read_buffer, read_len, 3, ucs2_81_to_80) != 0) {
-            PB_LOG("convert from 81 to 80 failure\n");
-            return PB_RCODE_UTF_ERR;
-        }
-        rc = conv_ucs2_to_utf8(out, &out_len, reinterpret_cast<char *>(m81280str), m81280len);
+        rc = decode_compressed(out, &out_len, read_buffer, read_len, 3, ucs2_81_to_80,
+                               "convert from 81 to 80 failure\n");
         break;
-    }
-    case 0x82: {
+    case 0x82:
         PB_LOG("pb encode type is 82\n");
-        unsigned short m82280str[kMaxExpanded + 1] = {};
-        int m82280len = 0;
-        if (expand_compressed(m82280str, &m82280len, read_buffer, read_len, 4, ucs2_82_to_80) != 0) {
-            PB_LOG("convert from 82 to 80 failure\n");
-            return PB_RCODE_UTF_ERR;
-        }
-        rc = conv_ucs2_to_utf8(out, &out_len, reinterpret_cast<char *>(m82280str), m82280len);
+        rc = decode_compressed(out, &out_len, read_buffer, read_len, 4, ucs2_82_to_80,
+                               "convert from 82 to 80 failure\n");
         break;
-    }
     default:
         PB_LOG("gsm7 encode type\n");
         if (conv_gsm7_to_ascii(out, &out_len, reinterpret_cast<char *>(read_buffer), in_len) != 0) {
@@ -90,6 +96,8 @@ extern "C" pb_return_code_enum_t pb_func_decode_name(unsigned char *ptrname, uns
         }
         break;
     }
+    if (rc == kExpandFailed)
+        return PB_RCODE_UTF_ERR;
     if (rc != 0) {
         PB_LOG("SIM ERROR pb's name could not convert to utf8 \n");
         return PB_RCODE_UTF_ERR;

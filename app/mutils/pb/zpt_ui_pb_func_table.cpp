@@ -15,6 +15,32 @@ namespace {
 // Device index 1..1000; 0 and anything above wrap past the bound.
 bool device_index_ok(zp_uint32 index) { return index - 1 < PB_MAX_ENTRIES; }
 
+// The start of an edit or delete, logged for `caller`: checks the arguments
+// and takes the table's write lock. The slot of info->index, or null (no
+// lock taken) on bad arguments.
+pb_flash_info *lock_slot(pb_mem_info *pb_mem, const pb_flash_info *info, const char *caller)
+{
+    PB_LOG_FOR(caller, "enter");
+    if (pb_mem == nullptr || info == nullptr || !device_index_ok(info->index)) {
+        PB_LOG_FOR(caller, "pb memory is null or pb index is error");
+        return nullptr;
+    }
+    my_shm_write_lock(&pb_mem->pb_rwlock);
+    return &pb_mem->mem.pb[info->index - 1];
+}
+
+// The end of a change: releases the table's write lock. PB_RCODE_OK when
+// the change was made, PB_RCODE_ERROR when not, PB_RCODE_RWLOCK_ERR when
+// the lock would not go.
+pb_return_code_enum_t unlock_table(pb_mem_info *pb_mem, bool done, const char *caller)
+{
+    if (my_shm_unlock(&pb_mem->pb_rwlock) != 0) {
+        PB_LOG_FOR(caller, "pb memory unlock failure");
+        return PB_RCODE_RWLOCK_ERR;
+    }
+    return done ? PB_RCODE_OK : PB_RCODE_ERROR;
+}
+
 }  // namespace
 
 pb_return_code_enum_t simlib_pb_add(pb_mem_info *pb_mem, pb_flash_info *info)
@@ -36,62 +62,42 @@ pb_return_code_enum_t simlib_pb_add(pb_mem_info *pb_mem, pb_flash_info *info)
         break;
     }
     PB_LOG("find empty position for add record match:%d", match);
-    if (my_shm_unlock(&pb_mem->pb_rwlock) != 0) {
-        PB_LOG("pb memory unlock failure");
-        return PB_RCODE_RWLOCK_ERR;
-    }
-    if (!match)
-        return PB_RCODE_ERROR;
-    PB_LOG("ok");
-    return PB_RCODE_OK;
+    const pb_return_code_enum_t ret = unlock_table(pb_mem, match != 0, __func__);
+    if (ret == PB_RCODE_OK)
+        PB_LOG("ok");
+    return ret;
 }
 
 pb_return_code_enum_t simlib_pb_edit(pb_mem_info *pb_mem, pb_flash_info *info)
 {
-    PB_LOG("enter");
-    if (pb_mem == nullptr || info == nullptr || !device_index_ok(info->index)) {
-        PB_LOG("pb memory is null or pb index is error");
+    pb_flash_info *slot = lock_slot(pb_mem, info, __func__);
+    if (slot == nullptr)
         return PB_RCODE_BUFFNULL_ERR;
-    }
-    my_shm_write_lock(&pb_mem->pb_rwlock);
-    pb_flash_info &slot = pb_mem->mem.pb[info->index - 1];
-    bool found = slot.index != 0;
+    const bool found = slot->index != 0;
     if (found) {
         // The entry keeps its place on the card, whatever the caller sent.
         PB_LOG("find right pb record and replace");
-        zp_uint32 sim_index = slot.sim_index;
-        slot = *info;
+        const zp_uint32 sim_index = slot->sim_index;
+        *slot = *info;
         PB_LOG("write back pb's postion in sim card");
-        slot.sim_index = sim_index;
+        slot->sim_index = sim_index;
     }
-    if (my_shm_unlock(&pb_mem->pb_rwlock) != 0) {
-        PB_LOG("pb memory unlock failure");
-        return PB_RCODE_RWLOCK_ERR;
-    }
-    return found ? PB_RCODE_OK : PB_RCODE_ERROR;
+    return unlock_table(pb_mem, found, __func__);
 }
 
 pb_return_code_enum_t simlib_pb_del(pb_mem_info *pb_mem, pb_flash_info *info)
 {
-    PB_LOG("enter");
-    if (pb_mem == nullptr || info == nullptr || !device_index_ok(info->index)) {
-        PB_LOG("pb memory is null or pb index is error");
+    pb_flash_info *slot = lock_slot(pb_mem, info, __func__);
+    if (slot == nullptr)
         return PB_RCODE_BUFFNULL_ERR;
-    }
-    my_shm_write_lock(&pb_mem->pb_rwlock);
     PB_LOG("info->index [%d]", info->index);
-    pb_flash_info &slot = pb_mem->mem.pb[info->index - 1];
-    bool found = slot.index != 0;
+    const bool found = slot->index != 0;
     if (found) {
-        PB_LOG("find right pb record and delete [%d]", slot.index);
-        std::memset(&slot, 0, sizeof slot);
+        PB_LOG("find right pb record and delete [%d]", slot->index);
+        std::memset(slot, 0, sizeof *slot);
         --pb_mem->mem.pb_count;
     }
-    if (my_shm_unlock(&pb_mem->pb_rwlock) != 0) {
-        PB_LOG("pb memory unlock failure");
-        return PB_RCODE_RWLOCK_ERR;
-    }
-    return found ? PB_RCODE_OK : PB_RCODE_ERROR;
+    return unlock_table(pb_mem, found, __func__);
 }
 
 int simlib_pb_searchname(pb_mem_info *pb_mem, char *name, pb_flash_info *info)

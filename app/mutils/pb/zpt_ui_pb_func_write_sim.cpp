@@ -76,14 +76,22 @@ pb_return_code_enum_t write_sim_find(pb_mem_info *pb_mem, pb_flash_info *mpb, pb
     return PB_RCODE_OK;
 }
 
+// Edit and delete refuse an entry without an index before they load the
+// file.
+bool write_sim_index_ok(const pb_flash_info *info, const char *what)
+{
+    if (info->index != 0)
+        return true;
+    PB_LOG_FOR("pb_func_write_sim", "PB %s ENTRY: bad index = %d\n", what, info->index);
+    return false;
+}
+
 pb_return_code_enum_t write_sim_edit(pb_mem_info *pb_mem, pb_flash_info *mpb, pb_flash_info *info,
                                      storage_type_t type)
 {
     PB_LOG("PB EDIT ENTRY: index = %d, num = %s, name = %s\n", info->index, info->num, info->name);
-    if (info->index == 0) {
-        PB_LOG("PB EDIT ENTRY: bad index = %d\n", info->index);
+    if (!write_sim_index_ok(info, "EDIT"))
         return PB_RCODE_INVALID_ERR;
-    }
     (void)simlib_pb_from_flash(type, pb_mem);
 
     // Comes before the existence test: an edit of a missing index to a name
@@ -110,10 +118,8 @@ pb_return_code_enum_t write_sim_del(pb_mem_info *pb_mem, pb_flash_info *mpb, pb_
                                     storage_type_t type)
 {
     PB_LOG("PB DEL ENTRY: index = %d\n", info->index);
-    if (info->index == 0) {
-        PB_LOG("PB DEL ENTRY: bad index = %d\n", info->index);
+    if (!write_sim_index_ok(info, "DEL"))
         return PB_RCODE_INVALID_ERR;
-    }
     (void)simlib_pb_from_flash(type, pb_mem);
 
     pb_return_code_enum_t ret = write_sim_find(pb_mem, mpb, info, type, "DEL");
