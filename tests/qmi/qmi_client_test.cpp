@@ -137,15 +137,9 @@ TEST_F(QmiClient, CardRefusesWhatItCannotStoreAndReadsBackInPbmForm)
     };
     for (const Case &c : cases) {
         pbm_write_record_req_msg_v01 req{};
-        req.record_information = {SLOT1,
-                                  1,
-                                  c.id,
-                                  PBM_NUM_TYPE_UNKNOWN_V01,
-                                  PBM_NUM_PLAN_UNKNOWN_V01,
-                                  static_cast<uint32_t>(std::strlen(c.number)),
-                                  "",
-                                  c.name_len,
-                                  "A\0B\0C\0D\0E"};
+        req.record_information = {SLOT1, 1,  c.id,       PBM_NUM_TYPE_UNKNOWN_V01, PBM_NUM_PLAN_UNKNOWN_V01,
+                                  0,     "", c.name_len, "A\0B\0C\0D\0E"};
+        req.record_information.number_len = static_cast<uint32_t>(std::strlen(c.number));
         std::memcpy(req.record_information.number, c.number, std::strlen(c.number));
         pbm_write_record_resp_msg_v01 rsp{};
         ASSERT_EQ(QMI_NO_ERR, send(0x0005, req, &rsp)) << c.what;
@@ -160,14 +154,12 @@ TEST_F(QmiClient, CardRefusesWhatItCannotStoreAndReadsBackInPbmForm)
     pbm_read_records_resp_msg_v01 rsp{};
     ASSERT_EQ(QMI_NO_ERR, send(0x0004, pbm_read_records_req_msg_v01{{SLOT1, 1, 1, 3}}, &rsp));
     EXPECT_EQ(3, rsp.num_of_recs);
-    for (int i = 0; i < 500 &&
-                    [&] {
-                        std::lock_guard<std::mutex> lk(inds.mu);
-                        return inds.decoded.empty();
-                    }();
-         ++i)
+    std::unique_lock<std::mutex> lk(inds.mu);
+    for (int i = 0; i < 500 && inds.decoded.empty(); ++i) {
+        lk.unlock();
         std::this_thread::sleep_for(milliseconds(10));
-    std::lock_guard<std::mutex> lk(inds.mu);
+        lk.lock();
+    }
     ASSERT_EQ(1u, inds.decoded.size());
     EXPECT_NE(std::this_thread::get_id(), inds.thread);
     const pbm_record_instance_type_v01 *r = inds.decoded[0].basic_record_data.record_instances;
