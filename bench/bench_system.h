@@ -1,6 +1,6 @@
 // What the end-to-end benchmarks share: starting and stopping the daemons
-// (simulator, host process, pbweb) and a device phonebook file of numbered
-// entries written straight through the store.
+// (simulator, host process), a device phonebook file of numbered entries
+// written straight through the store, and percentiles of the samples.
 #ifndef BENCH_SYSTEM_H
 #define BENCH_SYSTEM_H
 
@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -26,29 +27,15 @@ extern char **environ;
 
 namespace bench {
 
-// Starts a program; with out_fd, its standard output is a pipe read there.
-inline pid_t spawn(std::vector<std::string> argv, int *out_fd = nullptr)
+// Starts a program.
+inline pid_t spawn(std::vector<std::string> argv)
 {
     std::vector<char *> args;
     for (std::string &a : argv)
         args.push_back(a.data());
     args.push_back(nullptr);
-    posix_spawn_file_actions_t fa;
-    posix_spawn_file_actions_init(&fa);
-    int fds[2] = {-1, -1};
-    if (out_fd && pipe(fds) == 0) {
-        posix_spawn_file_actions_adddup2(&fa, fds[1], 1);
-        posix_spawn_file_actions_addclose(&fa, fds[0]);
-    }
     pid_t pid = -1;
-    if (posix_spawn(&pid, args[0], &fa, nullptr, args.data(), environ) != 0)
-        pid = -1;
-    posix_spawn_file_actions_destroy(&fa);
-    if (out_fd) {
-        close(fds[1]);
-        *out_fd = fds[0];
-    }
-    return pid;
+    return posix_spawn(&pid, args[0], nullptr, nullptr, args.data(), environ) == 0 ? pid : -1;
 }
 
 // SIGTERM, five seconds to end, then SIGKILL.
@@ -77,25 +64,46 @@ inline bool wait_for(const std::string &path)
     return false;
 }
 
-// Writes the card file (text of the simulator's card format) into the IPC
-// folder, starts the simulator on it and then the host process, and waits
-// until both listen. False when one of them did not come up.
-inline bool start_modem_and_host(const std::string &card_text, const char *simd, const char *host,
-                                 pid_t *sim_pid, pid_t *host_pid)
+// The simulator daemon on a card file (the text of the simulator's card
+// format, written into the IPC folder) and then the host process, each
+// waited for until it listens; both stopped at the end. up() is false when
+// one of them did not come up.
+class modem_and_host {
+public:
+    modem_and_host(const std::string &card_text, const char *simd, const char *host)
+    {
+        const char *dir_env = std::getenv("ZP_IPC_DIR");
+        const std::string dir = dir_env ? dir_env : IPC_DEFAULT_DIR;
+        mkdir(dir.c_str(), 0770);
+        const std::string card = dir + "/bench_card.txt";
+        if (!(std::ofstream(card) << card_text))
+            return;
+        sim_ = spawn({simd, "--card", card});
+        if (!wait_for(dir + "/qmi_pbm"))
+            return;
+        host_ = spawn({host});
+        ipc_addr_t mu{};
+        ipc_get_addr_by_id(MU_ID, 0, &mu);
+        up_ = wait_for(mu.addr.sun_path);
+    }
+    ~modem_and_host()
+    {
+        stop(host_);
+        stop(sim_);
+    }
+    modem_and_host(const modem_and_host &) = delete;
+    bool up() const { return up_; }
+
+private:
+    pid_t sim_ = -1, host_ = -1;
+    bool up_ = false;
+};
+
+// The value below which a share p (0 to 1) of the samples lie.
+inline double percentile(std::vector<double> v, double p)
 {
-    const char *dir_env = std::getenv("ZP_IPC_DIR");
-    const std::string dir = dir_env ? dir_env : IPC_DEFAULT_DIR;
-    mkdir(dir.c_str(), 0770);
-    const std::string card = dir + "/bench_card.txt";
-    if (!(std::ofstream(card) << card_text))
-        return false;
-    *sim_pid = spawn({simd, "--card", card});
-    if (!wait_for(dir + "/qmi_pbm"))
-        return false;
-    *host_pid = spawn({host});
-    ipc_addr_t mu{};
-    ipc_get_addr_by_id(MU_ID, 0, &mu);
-    return wait_for(mu.addr.sun_path);
+    std::sort(v.begin(), v.end());
+    return v.empty() ? 0 : v[std::min(v.size() - 1, static_cast<size_t>(static_cast<double>(v.size()) * p))];
 }
 
 inline pb_flash_info make_entry(int k)

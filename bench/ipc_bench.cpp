@@ -168,43 +168,29 @@ struct Bare {
     }
 };
 
-void BM_IpcSyncRoundTrip(benchmark::State &state)
+// One kind alone: the library's synchronous exchange, or the bare
+// datagram ping-pong.
+void BM_RoundTrip(benchmark::State &state, bool through_ipc)
 {
     ipc_addr_t to;
     ipc_get_addr_by_id(MU_ID, 0, &to);
     const std::vector<zp_uint8> body(kReq, 0x5A);
-    std::vector<double> us;
-    for (auto _ : state) {
-        const auto t0 = std::chrono::steady_clock::now();
-        const bool ok = ipc_round_trip(&to, body);
-        us.push_back(elapsed_us(t0));
-        if (!ok) {
-            state.SkipWithError("exchange failed");
-            break;
-        }
-    }
-    Figures f;
-    report(state, us, f);
-}
-BENCHMARK(BM_IpcSyncRoundTrip)->UseRealTime();
-
-void BM_BareDgramPingPong(benchmark::State &state)
-{
     Bare bare;
     std::vector<double> us;
     for (auto _ : state) {
         const auto t0 = std::chrono::steady_clock::now();
-        const bool ok = bare.round_trip();
+        const bool ok = through_ipc ? ipc_round_trip(&to, body) : bare.round_trip();
         us.push_back(elapsed_us(t0));
         if (!ok) {
-            state.SkipWithError("ping-pong failed");
+            state.SkipWithError("round trip failed");
             break;
         }
     }
     Figures f;
     report(state, us, f);
 }
-BENCHMARK(BM_BareDgramPingPong)->UseRealTime();
+BENCHMARK_CAPTURE(BM_RoundTrip, IpcSync, true)->UseRealTime();
+BENCHMARK_CAPTURE(BM_RoundTrip, BareDgram, false)->UseRealTime();
 
 // Both kinds alternately, so that a change of machine load between two
 // benchmarks does not skew their ratio; the printed ratio comes from here.

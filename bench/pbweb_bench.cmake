@@ -5,5 +5,7 @@ target_compile_definitions(${_name} PRIVATE
   PB_HOST_BIN="$<TARGET_FILE:pb_host>"
   PBM_SIMD_BIN="$<TARGET_FILE:pbm_simd>"
   PBWEB_BIN="$<TARGET_FILE:pbweb>")
+# pbweb is started and asked as its API test does it.
+target_include_directories(${_name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/web)
 target_include_directories(${_name} PRIVATE "${MHD_INCLUDE_DIR}")
 target_link_libraries(${_name} PRIVATE "${MHD_LIBRARY}")

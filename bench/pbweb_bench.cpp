@@ -9,16 +9,8 @@
 // for the list also rtt_body_us, a round trip with an answer of the list's
 // size. The goal for an operation: web median <= 1.3 x direct median +
 // rtt_us (for the list, rtt_body_us is the round trip it cannot do without).
-#include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <microhttpd.h>
-#include <netinet/in.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -32,6 +24,7 @@
 #include <vector>
 
 #include "bench_system.h"
+#include "pbweb_client.h"
 #include "zpt_ui_pb_api.h"
 
 namespace {
@@ -41,40 +34,21 @@ using clock_type = std::chrono::steady_clock;
 constexpr int kEntries = 999;
 constexpr int kClients = 50;
 
-using bench::make_device_book;
-using bench::make_entry;
-using bench::spawn;
-using bench::stop;
-
 // Simulator, host process and pbweb, started once.
-class system_under_test {
+class system_under_test : bench::modem_and_host {
 public:
-    system_under_test()
+    system_under_test() : modem_and_host("card 250 20 20\n1,112,Emergency\n", PBM_SIMD_BIN, PB_HOST_BIN)
     {
-        if (!bench::start_modem_and_host("card 250 20 20\n1,112,Emergency\n", PBM_SIMD_BIN, PB_HOST_BIN,
-                                         &sim_, &host_))
+        if (!up())
             return;
-        int fd = -1;
-        web_ = spawn({PBWEB_BIN, "--listen", "127.0.0.1:0"}, &fd);
-        std::string line;
-        char ch;
-        while (read(fd, &ch, 1) == 1 && ch != '\n')
-            line += ch;
-        close(fd);
-        const size_t colon = line.rfind(':');
-        port_ = colon == std::string::npos ? 0 : std::atoi(line.c_str() + colon + 1);
+        web_ = pbweb_client::start({PBWEB_BIN, "--listen", "127.0.0.1:0"}, &port_);
         simlib_pb_init(STORAGE_TYPE_FLASH);
     }
-    ~system_under_test()
-    {
-        stop(web_);
-        stop(host_);
-        stop(sim_);
-    }
+    ~system_under_test() { bench::stop(web_); }
     int port() const { return port_; }
 
 private:
-    pid_t sim_ = -1, host_ = -1, web_ = -1;
+    pid_t web_ = -1;
     int port_ = 0;
 };
 
@@ -84,35 +58,15 @@ system_under_test &sut()
     return s;
 }
 
-// One request on a new connection (to pbweb, or to `port`); the HTTP
-// status, or 0 when it failed. *answer: the body of the answer.
-int http(const std::string &method, const std::string &path, const std::string &body = "",
-         std::string *answer = nullptr, int port = 0)
+// One request on a new connection, as the page sends it; the HTTP status,
+// 0 when none came.
+int http(const std::string &method, const std::string &path, const std::string &body = "")
 {
-    port = port ? port : sut().port();
-    const std::string host = "127.0.0.1:" + std::to_string(port);
-    std::string req = method + " " + path + " HTTP/1.1\r\nHost: " + host + "\r\nConnection: close\r\n";
+    pbweb_client::Headers h;
     if (method != "GET")
-        req += "Origin: http://" + host + "\r\nContent-Type: application/json\r\n";
-    req += "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_port = htons(static_cast<uint16_t>(port));
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    std::string raw;
-    if (connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0 &&
-        send(fd, req.data(), req.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(req.size())) {
-        char buf[65536];
-        for (ssize_t n; (n = recv(fd, buf, sizeof buf, 0)) > 0;)
-            raw.append(buf, static_cast<size_t>(n));
-    }
-    close(fd);
-    if (answer) {
-        const size_t head = raw.find("\r\n\r\n");
-        *answer = head == std::string::npos ? "" : raw.substr(head + 4);
-    }
-    return raw.size() > 12 && raw.compare(0, 9, "HTTP/1.1 ") == 0 ? std::atoi(raw.c_str() + 9) : 0;
+        h = {{"Origin", "http://127.0.0.1:" + std::to_string(sut().port())},
+             {"Content-Type", "application/json"}};
+    return pbweb_client::request(sut().port(), method, path, body, h).status;
 }
 
 // One fixed answer served by libmicrohttpd as pbweb runs it, with nothing
@@ -154,22 +108,16 @@ private:
     int port_ = 0;
 };
 
-double percentile(std::vector<double> v, double p)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[std::min(v.size() - 1, static_cast<size_t>(static_cast<double>(v.size()) * p))];
-}
-
 // Times each call; for web operations also one bare HTTP round trip after it.
 class samples {
 public:
     samples(benchmark::State &state, bool web) : state_(state), web_(web) {}
     ~samples()
     {
-        state_.counters["median_us"] = percentile(op_, 0.5);
-        state_.counters["p99_us"] = percentile(op_, 0.99);
+        state_.counters["median_us"] = bench::percentile(op_, 0.5);
+        state_.counters["p99_us"] = bench::percentile(op_, 0.99);
         if (web_)
-            state_.counters["rtt_us"] = percentile(rtt_, 0.5);
+            state_.counters["rtt_us"] = bench::percentile(rtt_, 0.5);
     }
     template <typename F> void time(F &&f)
     {
@@ -199,7 +147,7 @@ bool setup(benchmark::State &state, int entries = kEntries)
         state.SkipWithError("simulator, host process or pbweb did not come up");
         return false;
     }
-    make_device_book(entries);
+    bench::make_device_book(entries);
     return true;
 }
 
@@ -221,8 +169,7 @@ void BM_List(benchmark::State &state)
     const bool web = state.range(0) != 0;
     if (!setup(state))
         return;
-    std::string list;
-    http("GET", "/api/device/entries", "", &list);
+    const std::string list = pbweb_client::request(sut().port(), "GET", "/api/device/entries").body;
     fixed_answer_server same_size(list);
     std::vector<double> rtt_body;
     {
@@ -237,14 +184,14 @@ void BM_List(benchmark::State &state)
             });
             if (web) {
                 const auto t0 = clock_type::now();
-                if (http("GET", "/", "", nullptr, same_size.port()) != 200)
+                if (pbweb_client::request(same_size.port(), "GET", "/").status != 200)
                     state.SkipWithError("the fixed answer failed");
                 rtt_body.push_back(std::chrono::duration<double, std::micro>(clock_type::now() - t0).count());
             }
         }
     }
     if (web) {
-        state.counters["rtt_body_us"] = percentile(rtt_body, 0.5);
+        state.counters["rtt_body_us"] = bench::percentile(rtt_body, 0.5);
         state.counters["body_bytes"] = static_cast<double>(list.size());
     }
 }
@@ -257,7 +204,7 @@ void BM_Add(benchmark::State &state)
     samples s(state, web);
     int k = 0;
     for (auto _ : state) {
-        pb_flash_info e = make_entry(5000 + k++);
+        pb_flash_info e = bench::make_entry(5000 + k++);
         s.time([&] {
             return web ? http("POST", "/api/device/entries", entry_json(e) + "}") == 201
                        : direct(SIM_PB_HANDLE_TYPE_ADD, &e);
@@ -274,9 +221,9 @@ void BM_Edit(benchmark::State &state)
     if (!setup(state))
         return;
     samples s(state, web);
-    pb_flash_info shown = make_entry(499);
+    pb_flash_info shown = bench::make_entry(499);
     for (int k = 0; state.KeepRunning(); ++k) {
-        pb_flash_info e = make_entry(7000 + k);
+        pb_flash_info e = bench::make_entry(7000 + k);
         e.index = 500;
         s.time([&] {
             // As the page sends it: the new fields and the entry as shown.
@@ -295,7 +242,7 @@ void BM_Delete(benchmark::State &state)
         return;
     samples s(state, web);
     for (auto _ : state) {
-        const pb_flash_info last = make_entry(kEntries - 1);
+        const pb_flash_info last = bench::make_entry(kEntries - 1);
         s.time([&] {
             if (web)
                 return http("POST", "/api/device/delete",
@@ -339,8 +286,8 @@ void BM_ConcurrentList(benchmark::State &state)
         errors += failed;
     }
     state.counters["errors"] = static_cast<double>(errors);
-    state.counters["median_us"] = percentile(all, 0.5);
-    state.counters["p99_us"] = percentile(all, 0.99);
+    state.counters["median_us"] = bench::percentile(all, 0.5);
+    state.counters["p99_us"] = bench::percentile(all, 0.99);
 }
 
 // Argument 0: the client-API call made directly; 1: through pbweb.

@@ -9,53 +9,21 @@
 #include <benchmark/benchmark.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
-#include <deque>
 #include <fstream>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include <sys/stat.h>
 
-#include "pb_msg.h"
+#include "forwarded_indications.h"
 #include "pb_qmi.h"
 #include "pbm_sim.h"
 #include "zp_ipc_host.h"
 #include "zpt_ui_pb_func.h"
 
 namespace {
-
-// The service's queue, reduced to what the read needs.
-struct Forwarded {
-    std::mutex mu;
-    std::condition_variable cv;
-    std::deque<std::vector<uint8_t>> queue;
-
-    static void on_message(void *msg, void *ctx)
-    {
-        auto *self = static_cast<Forwarded *>(ctx);
-        const auto *head = static_cast<const ipc_msg_head_t *>(msg);
-        if (head->msg_id != MSG_ID_PB_READ_IND || head->length != sizeof(pbm_record_read_ind_msg_v01))
-            return;
-        const uint8_t *p = pb_msg_payload(msg);
-        std::lock_guard<std::mutex> lk(self->mu);
-        self->queue.emplace_back(p, p + head->length);
-        self->cv.notify_one();
-    }
-
-    bool pop(std::vector<uint8_t> *out)
-    {
-        std::unique_lock<std::mutex> lk(mu);
-        if (!cv.wait_for(lk, std::chrono::seconds(10), [&] { return !queue.empty(); }))
-            return false;
-        *out = std::move(queue.front());
-        queue.pop_front();
-        return true;
-    }
-};
 
 // Bytes written by the calling thread through write(2) and friends.
 long long thread_wchar()
@@ -91,7 +59,8 @@ class Rig {
 public:
     Rig(benchmark::State &state, unsigned records) : sim_(full_card(records))
     {
-        up_ = sim_.start() && ipc_server_start(MU_ID, Forwarded::on_message, &forwarded, &server_) == IPC_OK;
+        up_ = sim_.start() &&
+              ipc_server_start(MU_ID, ForwardedIndications::on_message, &forwarded, &server_) == IPC_OK;
         if (up_)
             pb_qmi_init();
         else
@@ -107,7 +76,7 @@ public:
     }
     bool up() const { return up_; }
 
-    Forwarded forwarded;
+    ForwardedIndications forwarded;
 
 private:
     pbm_sim::Simulator sim_;
@@ -136,7 +105,7 @@ void BM_ReadWholeSim(benchmark::State &state)
             break;
         }
         const long long before = thread_wchar();
-        while (g_sim_module.pb_sim_read_flag == 2 && rig.forwarded.pop(&payload))
+        while (g_sim_module.pb_sim_read_flag == 2 && rig.forwarded.pop(&payload, std::chrono::seconds(10)))
             pb_qmi_read_cb(reinterpret_cast<pbm_record_read_ind_msg_v01 *>(payload.data()));
         written += thread_wchar() - before;
         if (g_sim_module.pb_sim_read_flag != 1) {
@@ -172,7 +141,7 @@ void BM_ReadWholeSimTransportOnly(benchmark::State &state)
             break;
         }
         unsigned got = 0;
-        while (got < records && rig.forwarded.pop(&payload))
+        while (got < records && rig.forwarded.pop(&payload, std::chrono::seconds(10)))
             got += reinterpret_cast<pbm_record_read_ind_msg_v01 *>(payload.data())
                        ->basic_record_data.record_instances_len;
         if (got != records) {

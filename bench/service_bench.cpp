@@ -36,27 +36,27 @@ using clock_type = std::chrono::steady_clock;
 constexpr int kDeviceEntries = 999;
 constexpr int kSimEntries = 1000;
 
-using bench::make_device_book;
-using bench::make_entry;
-using bench::stop;
+// The simulator's card: 1000 records.
+std::string full_card()
+{
+    std::string card = "card " + std::to_string(kSimEntries) + " 20 20\n";
+    for (int k = 1; k <= kSimEntries; ++k) {
+        char line[48];
+        std::snprintf(line, sizeof line, "%d,+4930%06d,Card %04d\n", k, k, k);
+        card += line;
+    }
+    return card;
+}
 
-// The simulator with a full 1000-record card, and the host process; the
-// SIM phonebook read once before any figure is taken.
-class system_under_test {
+// The simulator with a full card, and the host process; the SIM phonebook
+// read once before any figure is taken.
+class system_under_test : bench::modem_and_host {
 public:
-    system_under_test()
+    system_under_test() : modem_and_host(full_card(), PBM_SIMD_BIN, PB_HOST_BIN)
     {
-        std::string card = "card " + std::to_string(kSimEntries) + " 20 20\n";
-        for (int k = 1; k <= kSimEntries; ++k) {
-            char line[48];
-            std::snprintf(line, sizeof line, "%d,+4930%06d,Card %04d\n", k, k, k);
-            card += line;
-        }
-        if (!bench::start_modem_and_host(card, PBM_SIMD_BIN, PB_HOST_BIN, &sim_, &host_))
-            return;
         simlib_pb_init(STORAGE_TYPE_SIM);
         simlib_pb_init(STORAGE_TYPE_FLASH);
-        for (int k = 0; k < 6000 && !ready_; ++k) {
+        for (int k = 0; up() && k < 6000 && !ready_; ++k) {
             int num = 0;
             ready_ = simlib_pb_read_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_GETALL, &num) != nullptr &&
                      num == kSimEntries;
@@ -64,16 +64,9 @@ public:
                 std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
     }
-    ~system_under_test()
-    {
-        stop(host_);
-        stop(sim_);
-    }
     bool ready() const { return ready_; }
 
 private:
-    pid_t sim_ = -1;
-    pid_t host_ = -1;
     bool ready_ = false;
 };
 
@@ -81,18 +74,6 @@ system_under_test &sut()
 {
     static system_under_test s;
     return s;
-}
-
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[v.size() / 2];
-}
-
-double p99(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[std::min(v.size() - 1, v.size() * 99 / 100)];
 }
 
 // The floor: one IPC round trip through the service (a request it answers
@@ -133,10 +114,10 @@ public:
     {
         if (op_.empty())
             return;
-        state_.counters["median_us"] = median(op_);
-        state_.counters["p99_us"] = p99(op_);
-        state_.counters["floor_us"] = median(floor_);
-        state_.counters["x_floor"] = median(op_) / median(floor_);
+        state_.counters["median_us"] = bench::percentile(op_, 0.5);
+        state_.counters["p99_us"] = bench::percentile(op_, 0.99);
+        state_.counters["floor_us"] = bench::percentile(floor_, 0.5);
+        state_.counters["x_floor"] = bench::percentile(op_, 0.5) / bench::percentile(floor_, 0.5);
     }
     template <typename F> auto time(F &&f)
     {
@@ -163,7 +144,7 @@ bool setup(benchmark::State &state)
         state.SkipWithError("simulator or host process did not come up");
         return false;
     }
-    make_device_book(kDeviceEntries);
+    bench::make_device_book(kDeviceEntries);
     return true;
 }
 
@@ -176,7 +157,7 @@ void BM_Floor(benchmark::State &state)
 {
     if (!setup(state))
         return;
-    make_device_book(PB_MAX_ENTRIES);
+    bench::make_device_book(PB_MAX_ENTRIES);
     std::vector<char> buf;
     samples s(state);
     for (auto _ : state) {
@@ -185,48 +166,24 @@ void BM_Floor(benchmark::State &state)
     }
 }
 
-void BM_DeviceAdd(benchmark::State &state)
+// One device write per iteration on 999 entries; what an add or a delete
+// changed is put back untimed.
+void BM_DeviceWrite(benchmark::State &state, sim_pb_handle_t what)
 {
     if (!setup(state))
         return;
     samples s(state);
-    int k = 0;
-    for (auto _ : state) {
-        pb_flash_info e = make_entry(5000 + k++);
-        if (s.time([&] { return write(SIM_PB_HANDLE_TYPE_ADD, &e); }) != PB_RCODE_OK)
-            state.SkipWithError("add failed");
-        pb_flash_info del{};
-        del.index = PB_MAX_ENTRIES;  // back to 999 entries, untimed
-        write(SIM_PB_HANDLE_TYPE_DEL, &del);
-    }
-}
-
-void BM_DeviceEdit(benchmark::State &state)
-{
-    if (!setup(state))
-        return;
-    samples s(state);
-    int k = 0;
-    for (auto _ : state) {
-        pb_flash_info e = make_entry(7000 + k++);
-        e.index = 500;
-        if (s.time([&] { return write(SIM_PB_HANDLE_TYPE_EDIT, &e); }) != PB_RCODE_OK)
-            state.SkipWithError("edit failed");
-    }
-}
-
-void BM_DeviceDelete(benchmark::State &state)
-{
-    if (!setup(state))
-        return;
-    samples s(state);
-    for (auto _ : state) {
-        pb_flash_info del{};
-        del.index = kDeviceEntries;
-        if (s.time([&] { return write(SIM_PB_HANDLE_TYPE_DEL, &del); }) != PB_RCODE_OK)
-            state.SkipWithError("delete failed");
-        pb_flash_info e = make_entry(9000);  // back to 999 entries, untimed
-        write(SIM_PB_HANDLE_TYPE_ADD, &e);
+    for (int k = 0; state.KeepRunning(); ++k) {
+        pb_flash_info e{};
+        if (what != SIM_PB_HANDLE_TYPE_DEL)
+            e = bench::make_entry(5000 + k);
+        e.index = what == SIM_PB_HANDLE_TYPE_EDIT ? 500 : what == SIM_PB_HANDLE_TYPE_DEL ? kDeviceEntries : 0;
+        if (s.time([&] { return write(what, &e); }) != PB_RCODE_OK)
+            state.SkipWithError("write failed");
+        pb_flash_info back = bench::make_entry(9000);
+        back.index = PB_MAX_ENTRIES;
+        if (what != SIM_PB_HANDLE_TYPE_EDIT)
+            write(what == SIM_PB_HANDLE_TYPE_ADD ? SIM_PB_HANDLE_TYPE_DEL : SIM_PB_HANDLE_TYPE_ADD, &back);
     }
 }
 
@@ -246,9 +203,15 @@ void BM_SimGetAllAndRead(benchmark::State &state)
 }
 
 BENCHMARK(BM_Floor)->UseManualTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_DeviceAdd)->UseManualTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_DeviceEdit)->UseManualTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_DeviceDelete)->UseManualTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_DeviceWrite, Add, SIM_PB_HANDLE_TYPE_ADD)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_DeviceWrite, Edit, SIM_PB_HANDLE_TYPE_EDIT)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(BM_DeviceWrite, Delete, SIM_PB_HANDLE_TYPE_DEL)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_SimGetAllAndRead)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 }  // namespace

@@ -66,23 +66,16 @@ void BM_Floor_ReadWriteFsyncRename(benchmark::State &state)
 }
 BENCHMARK(BM_Floor_ReadWriteFsyncRename);
 
-void BM_LoadByIndex(benchmark::State &state)
+// The full file loaded into a table by index, or densely from the start.
+void BM_Load(benchmark::State &state, int (*load)(storage_type_t, pb_mem_info *))
 {
     make_book(PB_MAX_ENTRIES);
     std::unique_ptr<pb_mem_info> t(new pb_mem_info());
     for (auto _ : state)
-        simlib_pb_from_flash(STORAGE_TYPE_FLASH, t.get());
+        load(STORAGE_TYPE_FLASH, t.get());
 }
-BENCHMARK(BM_LoadByIndex);
-
-void BM_LoadDense(benchmark::State &state)
-{
-    make_book(PB_MAX_ENTRIES);
-    std::unique_ptr<pb_mem_info> t(new pb_mem_info());
-    for (auto _ : state)
-        simlib_pb_add_from_flash(STORAGE_TYPE_FLASH, t.get());
-}
-BENCHMARK(BM_LoadDense);
+BENCHMARK_CAPTURE(BM_Load, ByIndex, simlib_pb_from_flash);
+BENCHMARK_CAPTURE(BM_Load, Dense, simlib_pb_add_from_flash);
 
 // Append one record to a 999-record file: one write, no copy, no fsync.
 void BM_AppendTo999(benchmark::State &state)

@@ -1,15 +1,33 @@
 #!/usr/bin/env bash
-# Builds and runs every test: the host debug build (unit, end-to-end and
-# benchmark smoke tests), the address+undefined and thread sanitizer builds,
-# the 32-bit ARM build with its unit tests under qemu-arm, the ARM target
-# build, the module alone against an SDK made of it, and a short run of every
-# fuzz target.
+# Checks that every tracked C and C++ file is formatted as .clang-format
+# says, then builds and runs every test: the host debug build (unit,
+# end-to-end and benchmark smoke tests), the address+undefined and thread
+# sanitizer builds, the 32-bit ARM build with its unit tests under qemu-arm,
+# the ARM target build, the module alone against an SDK made of it, and a
+# short run of every fuzz target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash tools/setup.sh test
 
 jobs=$(nproc)
 stage() { echo; echo "=== $*"; }
+
+# Formatting first: a file that clang-format would change fails the run
+# before anything is built.
+stage "format: clang-format over the tracked C and C++ files"
+mapfile -t sources < <(git ls-files '*.c' '*.cpp' '*.h')
+[ ${#sources[@]} -gt 0 ] || { echo "format: no tracked C or C++ files (not a git checkout?)"; exit 1; }
+unformatted=()
+for f in "${sources[@]}"; do
+  clang-format --dry-run --Werror "$f" >/dev/null 2>&1 || unformatted+=("$f")
+done
+if [ ${#unformatted[@]} -gt 0 ]; then
+  echo "format: ${#unformatted[@]} files differ from .clang-format; run clang-format -i on them:"
+  printf '  %s\n' "${unformatted[@]}"
+  exit 1
+fi
+echo "format: ${#sources[@]} files as .clang-format has them"
+
 run_preset() {
   local p=$1
   stage "$p: configure, build, test"

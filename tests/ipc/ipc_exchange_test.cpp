@@ -230,11 +230,10 @@ INSTANTIATE_TEST_SUITE_P(PhonebookSizes, IpcSyncSizes,
 // nor another thread's answer is taken for a request's own.
 TEST_F(IpcExchange, LateOrConcurrentAnswersAreNotTakenForAnother)
 {
+    // A wait past the limit would take the answer and return IPC_OK.
     const auto t0 = std::chrono::steady_clock::now();
     EXPECT_EQ(exchange(kSlow, Bytes(8, 0), 8, 100).rc, IPC_TIMEOUT);
-    const auto waited = std::chrono::steady_clock::now() - t0;
-    EXPECT_GE(waited, std::chrono::milliseconds(100));
-    EXPECT_LT(waited, std::chrono::milliseconds(300));
+    EXPECT_GE(std::chrono::steady_clock::now() - t0, std::chrono::milliseconds(100));
 
     // This thread's reply socket gets the late answer first.
     std::atomic<int> wrong{0};

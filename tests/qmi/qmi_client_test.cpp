@@ -2,13 +2,9 @@
 // socket: discovery of a late service, requests and their time limits, the
 // indication thread, and what the simulated card refuses.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -141,15 +137,9 @@ TEST_F(QmiClient, CardRefusesWhatItCannotStoreAndReadsBackInPbmForm)
     };
     for (const Case &c : cases) {
         pbm_write_record_req_msg_v01 req{};
-        req.record_information = {SLOT1,
-                                  1,
-                                  c.id,
-                                  PBM_NUM_TYPE_UNKNOWN_V01,
-                                  PBM_NUM_PLAN_UNKNOWN_V01,
-                                  static_cast<uint32_t>(std::strlen(c.number)),
-                                  "",
-                                  c.name_len,
-                                  "A\0B\0C\0D\0E"};
+        req.record_information = {SLOT1, 1,  c.id,       PBM_NUM_TYPE_UNKNOWN_V01, PBM_NUM_PLAN_UNKNOWN_V01,
+                                  0,     "", c.name_len, "A\0B\0C\0D\0E"};
+        req.record_information.number_len = static_cast<uint32_t>(std::strlen(c.number));
         std::memcpy(req.record_information.number, c.number, std::strlen(c.number));
         pbm_write_record_resp_msg_v01 rsp{};
         ASSERT_EQ(QMI_NO_ERR, send(0x0005, req, &rsp)) << c.what;
@@ -164,14 +154,12 @@ TEST_F(QmiClient, CardRefusesWhatItCannotStoreAndReadsBackInPbmForm)
     pbm_read_records_resp_msg_v01 rsp{};
     ASSERT_EQ(QMI_NO_ERR, send(0x0004, pbm_read_records_req_msg_v01{{SLOT1, 1, 1, 3}}, &rsp));
     EXPECT_EQ(3, rsp.num_of_recs);
-    for (int i = 0; i < 500 &&
-                    [&] {
-                        std::lock_guard<std::mutex> lk(inds.mu);
-                        return inds.decoded.empty();
-                    }();
-         ++i)
+    std::unique_lock<std::mutex> lk(inds.mu);
+    for (int i = 0; i < 500 && inds.decoded.empty(); ++i) {
+        lk.unlock();
         std::this_thread::sleep_for(milliseconds(10));
-    std::lock_guard<std::mutex> lk(inds.mu);
+        lk.lock();
+    }
     ASSERT_EQ(1u, inds.decoded.size());
     EXPECT_NE(std::this_thread::get_id(), inds.thread);
     const pbm_record_instance_type_v01 *r = inds.decoded[0].basic_record_data.record_instances;
@@ -189,10 +177,9 @@ TEST_F(QmiClient, SlowSilentOrVanishingServiceIsAnErrorResult)
     const pbm_get_pb_capabilities_req_msg_v01 req{{SLOT1, 1}};
     pbm_get_pb_capabilities_resp_msg_v01 rsp{};
 
+    // A wait past the limit would take the answer and return QMI_NO_ERR.
     sim.set_reply_delay(400);
-    auto t0 = steady_clock::now();
     EXPECT_EQ(QMI_TIMEOUT_ERR, send(0x0002, req, &rsp, 100));
-    EXPECT_LT(steady_clock::now() - t0, milliseconds(350));
     // The late answer to the first request must not be taken for this one's.
     sim.set_reply_delay(0);
     EXPECT_EQ(QMI_NO_ERR, send(0x0002, req, &rsp, 3000));
@@ -205,9 +192,8 @@ TEST_F(QmiClient, SlowSilentOrVanishingServiceIsAnErrorResult)
         std::this_thread::sleep_for(milliseconds(100));
         sim.stop();
     });
-    t0 = steady_clock::now();
-    EXPECT_EQ(QMI_SERVICE_ERR, send(0x0002, req, &rsp, 10000));
-    EXPECT_LT(steady_clock::now() - t0, seconds(5));
+    // A request that missed the service's end would run out its time: QMI_TIMEOUT_ERR.
+    EXPECT_EQ(QMI_SERVICE_ERR, send(0x0002, req, &rsp, 30000));
     stopper.join();
     EXPECT_EQ(QMI_SERVICE_ERR, send(0x0002, req, &rsp, 100));
     EXPECT_EQ(QMI_IDL_LIB_BUFFER_TOO_SMALL,
@@ -215,88 +201,4 @@ TEST_F(QmiClient, SlowSilentOrVanishingServiceIsAnErrorResult)
                   client, 0x0002, const_cast<pbm_get_pb_capabilities_req_msg_v01 *>(&req), 8, &rsp, 71, 100));
 }
 
-// A card file the daemon refuses: the message names the file and the line
-// at fault, counted with the comments and blank lines it skips.
-TEST(PbmCardFile, BadLinesAreNamed)
-{
-    const std::string path = ::testing::TempDir() + "pbm_card_test.txt";
-    const std::pair<const char *, int> cases[] = {
-        {"1,123,no card line\n", 1},
-        {"card 0 14 20\n", 1},
-        {"card 10 14 20\n11,123,beyond the card\n", 2},
-        {"# a comment\n\ncard 10 14 20\n1,12a,bad digit\n", 4},
-        {"card 10 14 20\n1,123,one\n1,456,repeated\n", 3},
-        {"card 10 14 20\n1,123\n", 2},
-        {"card 10 14 20\n1,123,\xF0\x9F\x98\x80\n", 2},
-    };
-    for (const auto &c : cases) {
-        std::ofstream(path, std::ios::trunc) << c.first;
-        pbm_sim::Card back;
-        std::string error;
-        EXPECT_FALSE(pbm_sim::load_card(path, &back, &error)) << c.first;
-        const std::string where = path + ":" + std::to_string(c.second) + ": ";
-        EXPECT_EQ(0u, error.rfind(where, 0)) << c.first << " gave: " << error;
-    }
-    std::remove(path.c_str());
-}
-
 }  // namespace
-
-#ifdef PBM_SIMD
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-
-extern char **environ;
-
-namespace {
-
-// The daemon serves a card file given on the command line and keeps it up to date.
-TEST(PbmSimd, ServesACardFileAndSavesEveryChange)
-{
-    const char *dir = std::getenv("ZP_IPC_DIR");
-    const std::string base = std::string(dir ? dir : "/tmp") + "/simd";
-    const std::string card = base + "_card.txt", sock = base + ".sock";
-    std::ofstream(card) << "card 5 14 20\n1,+123P4,B\u00fcro, Anna\n";
-    setenv("ZP_QMI_SOCKET", sock.c_str(), 1);
-    std::string a0 = "pbm_simd", a1 = "--card", a2 = card;
-    char *argv[] = {a0.data(), a1.data(), a2.data(), nullptr};
-    pid_t pid = 0;
-    ASSERT_EQ(0, posix_spawn(&pid, PBM_SIMD, nullptr, nullptr, argv, environ));
-
-    qmi_idl_service_object_type svc = pbm_get_service_object_internal_v01(1, 16, 6);
-    qmi_service_info info[1];
-    unsigned entries = 1, services = 0;
-    for (int i = 0; i < 500 && qmi_client_get_service_list(svc, info, &entries, &services) != 0; ++i) {
-        entries = 1;  // a failed query reports no entry
-        std::this_thread::sleep_for(milliseconds(10));
-    }
-    qmi_client_type client = nullptr;
-    ASSERT_EQ(QMI_NO_ERR, qmi_client_init(&info[0], svc, nullptr, nullptr, nullptr, &client));
-    pbm_write_record_req_msg_v01 req{};
-    req.record_information = {SLOT1, 1, 0,  PBM_NUM_TYPE_UNKNOWN_V01, PBM_NUM_PLAN_UNKNOWN_V01, 3,
-                              "4e5", 2, "B"};
-    pbm_write_record_resp_msg_v01 rsp{};
-    ASSERT_EQ(QMI_NO_ERR, qmi_client_send_msg_sync(client, 0x0005, &req, sizeof req, &rsp, sizeof rsp, 2000));
-    EXPECT_EQ(2, rsp.record_id);
-    EXPECT_EQ(QMI_NO_ERR, qmi_client_release(client));
-
-    kill(pid, SIGTERM);
-    int status = -1;
-    waitpid(pid, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    unsetenv("ZP_QMI_SOCKET");
-
-    pbm_sim::Card back;
-    std::string error;
-    ASSERT_TRUE(pbm_sim::load_card(card, &back, &error)) << error;
-    ASSERT_EQ(2u, back.records.size());
-    EXPECT_EQ("4P5", back.records.at(2).number);
-    EXPECT_EQ(u"B", back.records.at(2).name);
-    EXPECT_EQ(5, back.max_records);
-    EXPECT_EQ(u"B\u00fcro, Anna", back.records.at(1).name) << "a comma and a non-ASCII letter in a name";
-    EXPECT_EQ("+123P4", back.records.at(1).number);
-}
-
-}  // namespace
-#endif

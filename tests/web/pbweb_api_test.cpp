@@ -2,9 +2,8 @@
 // modem simulator, as the page and scripts use it. Every operation, the
 // status of every kind of refusal, the check of an entry changed meanwhile,
 // and the login.
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -17,7 +16,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -25,6 +23,7 @@
 
 #include "json.h"
 #include "pbm_sim.h"
+#include "pbweb_client.h"
 #include "phonebook_manager_service_v01.h"
 #include "zp_ipc_host.h"
 #include "zpt_ui_pb_api.h"
@@ -32,14 +31,11 @@
 namespace {
 
 using namespace std::chrono_literals;
-using Headers = std::map<std::string, std::string>;
+using pbweb_client::Headers;
 
 const std::string kWork = TEST_WORK_DIR;
 
-struct Reply {
-    int status = 0;
-    Headers headers;  // names in lower case
-    std::string body;
+struct Reply : pbweb_client::Answer {
     pbweb::Json js;
 
     // A value of the JSON answer by path: "entry.name", "entries.0.index".
@@ -69,25 +65,11 @@ struct Reply {
     }
 };
 
-pid_t spawn(const std::vector<std::string> &argv, int *out_fd = nullptr)
+pid_t spawn(const char *path)
 {
-    int fds[2];
-    if (out_fd && pipe(fds) != 0)
-        return -1;
-    const pid_t pid = fork();
-    if (pid == 0) {
-        if (out_fd)
-            dup2(fds[1], 1), close(fds[0]), close(fds[1]);
-        std::vector<char *> args;
-        for (const auto &a : argv)
-            args.push_back(const_cast<char *>(a.c_str()));
-        args.push_back(nullptr);
-        execv(args[0], args.data());
-        _exit(127);
-    }
-    if (out_fd)
-        close(fds[1]), *out_fd = fds[0];
-    return pid;
+    char *argv[] = {const_cast<char *>(path), nullptr};
+    pid_t pid = -1;
+    return posix_spawn(&pid, path, nullptr, nullptr, argv, environ) == 0 ? pid : -1;
 }
 
 int stop(pid_t pid)
@@ -113,7 +95,7 @@ protected:
         ASSERT_TRUE(pbm_sim::load_card(card, &c, &error)) << error;
         sim_ = std::make_unique<pbm_sim::Simulator>(c);
         ASSERT_TRUE(sim_->start());
-        host_ = spawn({PB_HOST_BIN});
+        host_ = spawn(PB_HOST_BIN);
         const std::string sock = std::string(std::getenv("ZP_IPC_DIR")) + "/ipc_11";
         for (int i = 0; i < 200 && access(sock.c_str(), F_OK) != 0; ++i)
             std::this_thread::sleep_for(50ms);
@@ -134,72 +116,25 @@ protected:
         stop(web_);
         std::vector<std::string> argv = {PBWEB_BIN, "--listen", "127.0.0.1:0"};
         argv.insert(argv.end(), extra.begin(), extra.end());
-        int fd = -1;
-        web_ = spawn(argv, &fd);
-        std::string line;
-        char ch;
-        while (read(fd, &ch, 1) == 1 && ch != '\n')
-            line += ch;
-        close(fd);
-        const size_t colon = line.rfind(':');
-        ASSERT_NE(colon, std::string::npos) << "pbweb said: " << line;
-        port_ = std::stoi(line.substr(colon + 1));
+        web_ = pbweb_client::start(argv, &port_);
+        ASSERT_NE(port_, 0) << "pbweb printed no address";
         origin_ = "http://127.0.0.1:" + std::to_string(port_);
     }
 
-    // One request on its own connection. A change gets this page's Origin
-    // and a JSON type unless the headers given say otherwise.
+    // A change gets this page's Origin and a JSON type unless the headers
+    // given say otherwise.
     Reply http(const std::string &method, const std::string &path, const std::string &body = "",
                const Headers &extra = {})
     {
-        Headers h = {{"Host", "127.0.0.1:" + std::to_string(port_)}, {"Connection", "close"}};
+        Headers h;
         if (method != "GET")
             h["Origin"] = origin_, h["Content-Type"] = "application/json";
         if (!cookie_.empty())
             h["Cookie"] = cookie_;
         for (const auto &kv : extra)
             h[kv.first] = kv.second;
-        std::string req = method + " " + path + " HTTP/1.1\r\n";
-        for (const auto &kv : h)
-            if (!kv.second.empty())
-                req += kv.first + ": " + kv.second + "\r\n";
-        if (!h.count("Content-Length"))
-            req += "Content-Length: " + std::to_string(body.size()) + "\r\n";
-        req += "\r\n" + body;
-
-        Reply r;
-        const int fd = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(static_cast<uint16_t>(port_));
-        a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (connect(fd, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0) {
-            close(fd);
-            ADD_FAILURE() << "cannot connect to pbweb";
-            return r;
-        }
-        // The server may answer and close before taking a refused body.
-        (void)send(fd, req.data(), req.size(), MSG_NOSIGNAL);
-        std::string raw;
-        char buf[8192];
-        for (ssize_t n; (n = recv(fd, buf, sizeof buf, 0)) > 0;)
-            raw.append(buf, static_cast<size_t>(n));
-        close(fd);
-        const size_t end = raw.find("\r\n\r\n");
-        if (raw.compare(0, 9, "HTTP/1.1 ") != 0 || end == std::string::npos) {
-            ADD_FAILURE() << "not an HTTP answer: " << raw.substr(0, 200);
-            return r;
-        }
-        r.status = std::stoi(raw.substr(9, 3));
-        for (size_t at = raw.find("\r\n") + 2; at < end;) {
-            const size_t eol = raw.find("\r\n", at), colon = raw.find(':', at);
-            std::string name = raw.substr(at, colon - at);
-            for (char &c : name)
-                c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-            r.headers[name] = raw.substr(colon + 2, eol - colon - 2);
-            at = eol + 2;
-        }
-        r.body = raw.substr(end + 4);
+        Reply r{pbweb_client::request(port_, method, path, body, h), {}};
+        EXPECT_NE(r.status, 0) << "no HTTP answer from pbweb";
         if (r.headers["content-type"] == "application/json") {
             std::string err;
             EXPECT_TRUE(pbweb::parse_json(r.body, &r.js, &err)) << err << ": " << r.body;
@@ -458,7 +393,7 @@ TEST_F(PbwebApi, SimBeingReadAnswers503WithRetryAfter)
 {
     stop(host_);
     sim_->drop_next_indications(1);  // the records never arrive: the read never ends
-    host_ = spawn({PB_HOST_BIN});
+    host_ = spawn(PB_HOST_BIN);
     Reply r;
     // Until the new host answers, and then until its service has started
     // (code 20: the socket is taken before the service runs).

@@ -71,12 +71,14 @@ protected:
 const std::string k60(60, 'n'), k50(50, 'n');
 const std::string kZhe = "\xD0\x96", kZhong = "\xE4\xB8\xAD";
 
-TEST_F(ImportExport, LinesParseAsNumberNameEmail)
+// Each case imports its text into the device phonebook holding `before`.
+TEST_F(ImportExport, LinesParseAsNumberNameEmailIntoTheFreePlaces)
 {
     const struct {
         const char *what;
         std::string text;
         std::vector<std::string> expect;
+        std::vector<std::pair<int, std::string>> before = {};
     } cases[] = {
         {"three fields", "123,Alice,home\n", {"1:123|Alice|home"}},
         // The name runs to the next comma, so without one the line feed stays.
@@ -102,24 +104,21 @@ TEST_F(ImportExport, LinesParseAsNumberNameEmail)
         {"long line read in pieces",
          "1," + std::string(509, 'a') + "9,Bob,b\n",
          {"1:1|" + std::string(50, 'a') + "|", "2:9|Bob|b"}},
+        {"new entries fill the gaps from the lowest",
+         "2,Two,\n4,Four,\n",
+         {"1:1|One|", "2:2|Two|", "3:3|Three|", "4:4|Four|"},
+         {{1, "1|One|"}, {3, "3|Three|"}}},
     };
     for (const auto &c : cases) {
         SetUp();
+        if (!c.before.empty())
+            store(STORAGE_TYPE_FLASH, c.before);
         write_text(c.text);
         ASSERT_EQ(simlib_pb_import(kText.c_str(), STORAGE_TYPE_FLASH), PB_RCODE_OK) << c.what;
         EXPECT_EQ(load(STORAGE_TYPE_FLASH), c.expect) << c.what;
+        EXPECT_FALSE(exists(kDevFile + "_tmp")) << c.what;
     }
-}
-
-TEST_F(ImportExport, NewEntriesFillGapsFromTheLowestAndAFullPhonebookSkipsLines)
-{
-    store(STORAGE_TYPE_FLASH, {{1, "1|One|"}, {3, "3|Three|"}});
-    write_text("2,Two,\n4,Four,\n");
-    ASSERT_EQ(simlib_pb_import(kText.c_str(), STORAGE_TYPE_FLASH), PB_RCODE_OK);
-    EXPECT_EQ(load(STORAGE_TYPE_FLASH),
-              (std::vector<std::string>{"1:1|One|", "2:2|Two|", "3:3|Three|", "4:4|Four|"}));
-    EXPECT_FALSE(exists(kDevFile + "_tmp"));
-
+    // A full phonebook skips every line.
     std::vector<std::pair<int, std::string>> all;
     for (int i = 1; i <= PB_MAX_ENTRIES; ++i)
         all.push_back({i, std::to_string(i) + "|n|"});
