@@ -219,9 +219,7 @@ TEST_F(Service, SimChangesWaitUntilTheCardIsRead)
     EXPECT_EQ(ask(SYN, {SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "Dev"), DEV, {}}).rsp.pb_result, PB_RCODE_OK);
     EXPECT_EQ(sim_.card().records.size(), 4u);
 
-    int num = 0;
-    ASSERT_TRUE(pbt::wait_until(
-        [&] { return simlib_pb_read_handler(SIM, SIM_PB_HANDLE_TYPE_GETALL, &num) != nullptr; }, 10000));
+    ASSERT_TRUE(pbt::wait_until(pbt::sim_book_read, 10000));
     EXPECT_EQ(file(SIM), kCardFile);
     EXPECT_EQ(sim_.requests(QMI_PBM_READ_RECORDS_REQ_V01), 2u);
     EXPECT_EQ(ask(SYN, {SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "Late"), SIM, {}}).rsp.pb_result, PB_RCODE_OK);
@@ -246,11 +244,9 @@ TEST_F(Service, ReadIndicationsOnlyFromInsideWhileReading)
     send(empty);  // would end a read that has not begun
     send(forged);
     sim_.set_reply_delay(300);
-    int num = 0;
-    EXPECT_EQ(simlib_pb_read_handler(SIM, SIM_PB_HANDLE_TYPE_GETALL, &num), nullptr);
+    EXPECT_FALSE(pbt::sim_book_read());
     send(forged);  // during the read
-    ASSERT_TRUE(pbt::wait_until(
-        [&] { return simlib_pb_read_handler(SIM, SIM_PB_HANDLE_TYPE_GETALL, &num) != nullptr; }, 10000));
+    ASSERT_TRUE(pbt::wait_until(pbt::sim_book_read, 10000));
     EXPECT_EQ(file(SIM), kCardFile);
     EXPECT_EQ(pb_send_request_asyn(MU_ID, MSG_ID_PB_READ_IND, &forged, sizeof forged), PB_RCODE_OK);
     // Answered after the indication: it has been handled by then.
