@@ -27,7 +27,7 @@ esac
 if [ -n "${PB_DEMO_BUILD_DIR:-}" ]; then
     build=$(cd "$PB_DEMO_BUILD_DIR" && pwd)
 else
-    bash tools/setup.sh
+    bash tools/setup.sh demo
     echo "== building the host tree (build/host)"
     cmake --preset host >/dev/null
     cmake --build --preset host -j"$(nproc)" --target pbcli pb_host pbm_simd pbweb >/dev/null
@@ -200,7 +200,7 @@ fi
 if [ -s "$shot" ]; then
     echo "screenshot of the page: $shot"
 else
-    echo "no screenshot: chromium is missing or failed (bash tools/setup.sh installs it)"
+    echo "no screenshot: chromium is missing or failed (bash tools/setup.sh demo installs it)"
 fi
 
 if [ $keep_web -eq 1 ]; then

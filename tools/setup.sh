@@ -1,49 +1,84 @@
 #!/usr/bin/env bash
-# Installs what the build and the tests need on a fresh Debian machine:
-# compilers, CMake, GoogleTest/GoogleMock, Google Benchmark, clang for the
-# fuzzers, clang-format for the formatting check, the 32-bit ARM cross
-# toolchain with qemu-user for the target tests, libmicrohttpd for the web
-# page (also the armhf one, through Debian's multiarch), and chromium with
-# its driver and selenium for the browser tests, with a font for Chinese
-# names in the screenshots. Does nothing for what is already there.
+# Installs what a README command needs on a fresh Debian machine, and no
+# more; does nothing for what is already there.
+#
+#   bash tools/setup.sh demo   what tools/demo.sh needs: the host build
+#                              (compilers, CMake, the GoogleTest and Google
+#                              Benchmark headers the host preset configures
+#                              with, libmicrohttpd for the web page) and
+#                              chromium with a font for Chinese names, for
+#                              the screenshot of the page
+#   bash tools/setup.sh [test] what tools/test-all.sh needs (the default):
+#                              the demo's packages and clang for the fuzzers,
+#                              clang-format, the 32-bit ARM cross toolchain
+#                              with qemu-user for the target tests, python3
+#                              for the end-to-end tests, chromium's driver
+#                              and selenium for the browser test, and the
+#                              target's libmicrohttpd for the armhf pbweb
 set -euo pipefail
+cd "$(dirname "$0")/.."
 
+what=${1:-test}
+case $what in
+    demo | test) ;;
+    *) echo "usage: bash tools/setup.sh [demo|test]" >&2; exit 2 ;;
+esac
+
+SUDO=""
+[ "$(id -u)" -eq 0 ] || SUDO=sudo
 need=()
 have() { command -v "$1" >/dev/null 2>&1; }
 pkg_installed() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
+# A mirror in the middle of a sync fails some lists; the install after it
+# says whether what we need was among them.
+update_lists() { $SUDO apt-get update -qq || echo "setup: apt-get update reported errors; installing from the lists it has"; }
 
 have cmake || need+=(cmake)
+have make || need+=(make)
 have g++ || need+=(g++)
-have clang++ || need+=(clang)
-have clang-format || need+=(clang-format)
-have arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
-have qemu-arm || need+=(qemu-user)
 have pkg-config || need+=(pkgconf)
-for p in libgtest-dev libgmock-dev googletest libbenchmark-dev libmicrohttpd-dev \
-  chromium chromium-driver python3-selenium fonts-wqy-microhei; do
-  pkg_installed "$p" || need+=("$p")
+pkgs=(libgtest-dev libgmock-dev libbenchmark-dev libmicrohttpd-dev chromium fonts-wqy-microhei)
+if [ "$what" = test ]; then
+    have clang++ || need+=(clang)
+    have clang-format || need+=(clang-format)
+    have arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
+    have qemu-arm || need+=(qemu-user)
+    [ -x /usr/bin/python3 ] || need+=(python3)
+    pkgs+=(googletest chromium-driver python3-selenium)
+fi
+for p in "${pkgs[@]}"; do
+    pkg_installed "$p" || need+=("$p")
 done
 
 if [ ${#need[@]} -gt 0 ]; then
-  echo "setup: installing ${need[*]}"
-  SUDO=""
-  [ "$(id -u)" -eq 0 ] || SUDO=sudo
-  # A mirror in the middle of a sync fails some lists; the install below
-  # says whether what we need was among them.
-  $SUDO apt-get update -qq || echo "setup: apt-get update reported errors; installing from the lists it has"
-  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${need[@]}" >/dev/null
+    echo "setup: installing ${need[*]}"
+    update_lists
+    DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${need[@]}" >/dev/null
 fi
+[ "$what" = test ] || exit 0
 
-# The target's libmicrohttpd for the armhf build of pbweb. Without it (no
-# armhf packages on the mirror, or a version that does not match the host's
-# yet) the armhf build leaves pbweb out; nothing else depends on it.
-if ! pkg_installed libmicrohttpd-dev:armhf; then
-  SUDO=""
-  [ "$(id -u)" -eq 0 ] || SUDO=sudo
-  if ! dpkg --print-foreign-architectures | grep -qx armhf; then
-    $SUDO dpkg --add-architecture armhf
-  fi
-  install_armhf() { DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq libmicrohttpd-dev:armhf >/dev/null 2>&1; }
-  install_armhf || { $SUDO apt-get update -qq >/dev/null 2>&1 || true; install_armhf; } ||
-    echo "setup: libmicrohttpd-dev:armhf could not be installed; the armhf build leaves pbweb out"
+# The target's libmicrohttpd for the armhf build of pbweb: Debian's
+# multiarch package, or when that cannot be installed (the armhf lists of a
+# mirror lag behind the host's, and the C library's packages then do not
+# match), the same package unpacked into build/armhf-debs, where the armhf
+# preset looks (MUTILS_PB_TARGET_ROOT).
+debs=build/armhf-debs
+mhd_unpacked() { [ -e "$debs/usr/lib/arm-linux-gnueabihf/libmicrohttpd.so" ] && [ -e "$debs/usr/include/microhttpd.h" ]; }
+pkg_installed libmicrohttpd-dev:armhf && exit 0
+mhd_unpacked && exit 0
+dpkg --print-foreign-architectures | grep -qx armhf || $SUDO dpkg --add-architecture armhf
+install_armhf() { DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq libmicrohttpd-dev:armhf >/dev/null 2>&1; }
+if install_armhf || { update_lists >/dev/null 2>&1; install_armhf; }; then
+    exit 0
 fi
+echo "setup: libmicrohttpd-dev:armhf cannot be installed here; unpacking its packages into $debs"
+dl=$(mktemp -d)
+trap 'rm -rf "$dl"' EXIT
+# apt-get download, run as root, writes as the user _apt.
+[ -z "$SUDO" ] && chown _apt "$dl" 2>/dev/null || true
+if (cd "$dl" && apt-get download -qq libmicrohttpd-dev:armhf libmicrohttpd12:armhf >/dev/null); then
+    rm -rf "$debs"
+    mkdir -p "$debs"
+    for d in "$dl"/*.deb; do dpkg -x "$d" "$debs"; done
+fi
+mhd_unpacked || echo "setup: libmicrohttpd for armhf could not be fetched; the armhf build leaves pbweb out"

@@ -7,7 +7,7 @@
 # short run of every fuzz target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash tools/setup.sh
+bash tools/setup.sh test
 
 jobs=$(nproc)
 stage() { echo; echo "=== $*"; }
@@ -48,12 +48,13 @@ readelf -h "$lib" | grep -q 'Machine: *ARM' || { echo "armhf: $lib is not an ARM
 grep -qa '/data/pb_sim_file' "$lib" || { echo "armhf: $lib does not use /data"; exit 1; }
 echo "armhf: $lib is a 32-bit ARM library using /data"
 web=build/armhf/tools/pbweb/pbweb
-if [ -x "$web" ]; then
+if grep -q '^MHD_LIBRARY:FILEPATH=.*microhttpd' build/armhf/CMakeCache.txt; then
+    [ -x "$web" ] || { echo "armhf: libmicrohttpd was found, but $web was not built"; exit 1; }
     readelf -h "$web" | grep -q 'Machine: *ARM' || { echo "armhf: $web is not an ARM program"; exit 1; }
     arm-linux-gnueabihf-strip -o build/armhf/pbweb.stripped "$web"
     echo "armhf: pbweb is $(stat -c %s build/armhf/pbweb.stripped) bytes stripped"
 else
-    echo "armhf: pbweb left out (no libmicrohttpd-dev:armhf)"
+    echo "armhf: pbweb left out (no libmicrohttpd for armhf: see tools/setup.sh)"
 fi
 
 # An SDK-shaped folder made of the armhf stand-ins and the device's headers

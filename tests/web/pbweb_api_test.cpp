@@ -4,6 +4,8 @@
 // and the login.
 #include <signal.h>
 #include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +14,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -21,6 +24,9 @@
 #include "json.h"
 #include "pbm_sim.h"
 #include "pbweb_client.h"
+#include "phonebook_manager_service_v01.h"
+#include "zp_ipc_host.h"
+#include "zpt_ui_pb_api.h"
 
 namespace {
 
@@ -399,7 +405,7 @@ TEST_F(PbwebApi, SimBeingReadAnswers503WithRetryAfter)
     }
     EXPECT_EQ(r.status, 503) << r.body;
     EXPECT_EQ(r.headers["retry-after"], "1");
-    EXPECT_EQ(r.at("code"), "7");
+    EXPECT_EQ(r.at("code") + " " + r.at("reading"), "7 true");
     EXPECT_EQ(http("GET", "/api/status").at("sim.state"), "reading");
     EXPECT_EQ(http("POST", "/api/sim/entries", R"({"name":"A","number":"1"})").status, 503);
     EXPECT_EQ(http("POST", "/api/device/entries", R"({"name":"A","number":"1"})").status, 201)
@@ -411,6 +417,42 @@ TEST_F(PbwebApi, SimBeingReadAnswers503WithRetryAfter)
     EXPECT_EQ(gone.status, 500);
     EXPECT_EQ(gone.at("code"), "-1");
     EXPECT_EQ(http("GET", "/api/status").at("sim.state"), "unavailable");
+}
+
+// A full service queue is a 503 as well, but one the page must not show as
+// the SIM being read.
+TEST_F(PbwebApi, FullServiceQueueAnswers503WithoutReading)
+{
+    ASSERT_EQ(sim_list().status, 200);
+    sim_->set_silent(true);                                        // a SIM add holds the service thread
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);  // unbound: answers to it fail
+    sockaddr_un to{AF_UNIX, {}};
+    std::snprintf(to.sun_path, sizeof to.sun_path, "%s/ipc_11", std::getenv("ZP_IPC_DIR"));
+    std::vector<unsigned char> msg(IPC_MSG_HEAD_LEN + sizeof(pb_event_req_t));
+    const ipc_msg_head_t head{IPC_ASY_MSG, MSG_ID_PB_REQ, sizeof(pb_event_req_t), 1};
+    pb_event_req_t req{};
+    req.event = SIM_PB_HANDLE_TYPE_ADD, req.storage_type = STORAGE_TYPE_SIM;
+    std::snprintf(req.value.name, sizeof req.value.name, "Held");
+    std::snprintf(req.value.num, sizeof req.value.num, "1");
+    const auto send = [&] {
+        std::memcpy(msg.data(), &head, sizeof head);
+        std::memcpy(msg.data() + IPC_MSG_HEAD_LEN, &req, sizeof req);
+        return sendto(fd, msg.data(), msg.size(), 0, reinterpret_cast<sockaddr *>(&to), sizeof to) ==
+               static_cast<ssize_t>(msg.size());
+    };
+    const unsigned writes = sim_->requests(QMI_PBM_WRITE_RECORD_REQ_V01);
+    ASSERT_TRUE(send());
+    for (int i = 0; i < 200 && sim_->requests(QMI_PBM_WRITE_RECORD_REQ_V01) == writes; ++i)
+        std::this_thread::sleep_for(50ms);  // until the card holds the service thread
+    req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
+    for (unsigned k = 0; k < IPC_MQ_MAX_DEPTH; ++k)
+        ASSERT_TRUE(send());
+    close(fd);
+    Reply r = http("POST", "/api/device/entries", R"({"name":"A","number":"1"})");
+    EXPECT_EQ(r.status, 503) << r.body;
+    EXPECT_EQ(r.headers["retry-after"], "1");
+    EXPECT_EQ(r.at("code") + " " + r.at("reading"), "16 <none>");
+    sim_->stop();  // the held add fails and the queue drains
 }
 
 TEST_F(PbwebApi, PasswordGuardsEveryApiCallButTheLogin)

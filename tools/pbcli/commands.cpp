@@ -224,9 +224,7 @@ Exit cmd_add(Session &s)
     const Args &a = s.args();
     pb_flash_info e;
     std::memset(&e, 0, sizeof e);
-    set_field(e.name, a.name.value_or(""));
-    set_field(e.num, a.number.value_or(""));
-    set_field(e.email, a.email.value_or(""));
+    set_fields(&e, a.name, a.number, a.email);
     if (int rc = s.write(SIM_PB_HANDLE_TYPE_ADD, &e); rc != PB_RCODE_OK)
         return s.fail(rc, "add");
 
@@ -254,12 +252,7 @@ Exit cmd_edit(Session &s, const Entries &v)
     if (!old)
         return not_found(s, index);
     pb_flash_info e = *old;
-    if (a.name)
-        set_field(e.name, *a.name);
-    if (a.number)
-        set_field(e.num, *a.number);
-    if (a.email)
-        set_field(e.email, *a.email);
+    set_fields(&e, a.name, a.number, a.email);
     const pb_flash_info was = *old;
     if (int rc = s.write(SIM_PB_HANDLE_TYPE_EDIT, &e, &was); rc != PB_RCODE_OK)
         return s.fail(rc, "edit " + std::to_string(index));

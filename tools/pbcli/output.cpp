@@ -1,6 +1,9 @@
 #include "output.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -134,89 +137,184 @@ bool rcode_busy(int rc) { return rcode_exit(rc) == EXIT_NOT_READY; }
 
 const char *storage_name(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "sim" : "device"; }
 
-static void append_json_string(std::string *out, std::string_view s)
+namespace {
+
+// The longest JSON text of an entry: its members around the three text
+// fields, each escaped at worst (six bytes for one).
+constexpr size_t kJsonStringMax(size_t bytes) { return 2 + 6 * bytes; }
+// {"index":N,"sim_index":N,"name":,"number":,"email":} with the quotes
+// of the texts and a comma.
+constexpr size_t kEntryMembers = 72;
+constexpr size_t kEntryJsonMax = kEntryMembers + 3 * kJsonStringMax(PB_TEXT_LEN);
+
+template <size_t N> char *put(char *p, const char (&text)[N])
 {
-    *out += '"';
-    for (size_t i = 0; i < s.size();) {
-        // Printable ASCII but the quote and the backslash goes as it is, a run at a time.
-        size_t plain = i;
-        while (plain < s.size() && s[plain] >= 0x20 && s[plain] < 0x7F && s[plain] != '"' && s[plain] != '\\')
-            ++plain;
-        if (plain > i) {
-            out->append(s, i, plain - i);
-            i = plain;
-            continue;
-        }
-        char32_t cp;
-        size_t len = utf8_char(s, i, &cp);
-        if (len == 0) {
-            *out += "\\ufffd";
-            ++i;
-            continue;
-        }
-        if (cp == '"' || cp == '\\') {
-            *out += '\\';
-            *out += static_cast<char>(cp);
-        } else if (cp == '\n') {
-            *out += "\\n";
-        } else if (cp == '\t') {
-            *out += "\\t";
-        } else if (cp == '\r') {
-            *out += "\\r";
-        } else if (cp < 0x20 || cp == 0x7F) {
-            char buf[8];
-            std::snprintf(buf, sizeof buf, "\\u%04x", static_cast<unsigned>(cp));
-            *out += buf;
-        } else {
-            out->append(s, i, len);
-        }
-        i += len;
-    }
-    *out += '"';
+    std::memcpy(p, text, N - 1);
+    return p + N - 1;
 }
+
+constexpr uint64_t kOnes = 0x0101010101010101u, kHigh = 0x8080808080808080u;
+
+// The high bit of each byte of w that is 0; exact up to the first one,
+// which is all that is used of it.
+uint64_t zero_bytes(uint64_t w) { return (w - kOnes) & ~w & kHigh; }
+
+// The high bit of each byte of w that needs a look before it goes into a
+// JSON string: a control character (below 0x20, 0x7F), '"', '\\', or part
+// of a UTF-8 sequence (0x80 and above). Exact up to the first one.
+uint64_t bytes_to_look_at(uint64_t w)
+{
+    const uint64_t below = (w - kOnes * 0x20) & ~w;
+    const uint64_t above = (w + kOnes) | w;
+    return ((below | above) & kHigh) | zero_bytes(w ^ (kOnes * '"')) | zero_bytes(w ^ (kOnes * '\\'));
+}
+
+// Eight bytes with the first in memory lowest, as the masks above need
+// (a borrow or carry runs from the low bytes up).
+uint64_t load_word(const char *s)
+{
+    uint64_t w;
+    std::memcpy(&w, s, 8);
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    w = __builtin_bswap64(w);
+#endif
+    return w;
+}
+
+// The place of the first byte a mask marks.
+size_t first_byte(uint64_t mask) { return static_cast<size_t>(__builtin_ctzll(mask)) / 8; }
+
+// Bytes of the text of an entry's field: up to its NUL, eight at a time.
+size_t text_length(const char (&f)[PB_TEXT_LEN])
+{
+    size_t i = 0;
+    for (; i + 8 <= sizeof f; i += 8)
+        if (const uint64_t z = zero_bytes(load_word(f + i)))
+            return i + first_byte(z);
+    while (i < sizeof f && f[i] != '\0')
+        ++i;
+    return i;
+}
+
+// Writes the n bytes at s as a JSON string literal at p, at most
+// kJsonStringMax(n) bytes, and returns its end; a text field of an entry
+// (kField) ends at its NUL. Printable ASCII but the quote and the
+// backslash, and whole UTF-8 characters, go as they are; control
+// characters are escaped; a byte that is not UTF-8 becomes \ufffd. Words
+// of eight bytes are copied whole and kept up to the first byte that needs
+// a look (writing at most seven bytes past what is kept, which the bound
+// leaves room for).
+template <bool kField> char *put_json_text(char *p, const char *s, size_t n)
+{
+    static constexpr auto kPlain = [] {
+        std::array<bool, 256> t{};
+        for (int c = 0x20; c < 0x7F; ++c)
+            t[c] = c != '"' && c != '\\';
+        return t;
+    }();
+    static const char kHex[] = "0123456789abcdef";
+    *p++ = '"';
+    for (size_t i = 0;;) {
+        size_t kept = 8;
+        for (; kept == 8 && i + 8 <= n; p += kept, i += kept) {
+            std::memcpy(p, s + i, 8);
+            const uint64_t look = bytes_to_look_at(load_word(s + i));
+            kept = look ? first_byte(look) : 8;
+        }
+        if (kept == 8)  // the last few bytes
+            while (i < n && kPlain[static_cast<unsigned char>(s[i])])
+                *p++ = s[i++];
+        if (i == n || (kField && s[i] == '\0'))
+            break;
+        const auto c = static_cast<unsigned char>(s[i]);
+        if (c >= 0x80) {
+            char32_t cp;
+            const size_t len = utf8_char(std::string_view(s, n), i, &cp);
+            if (len == 0) {
+                p = put(p, "\\ufffd");
+                ++i;
+            } else {
+                std::memcpy(p, s + i, len);
+                p += len, i += len;
+            }
+            continue;
+        }
+        *p++ = '\\';
+        switch (c) {
+        case '"':
+        case '\\': *p++ = static_cast<char>(c); break;
+        case '\n': *p++ = 'n'; break;
+        case '\t': *p++ = 't'; break;
+        case '\r': *p++ = 'r'; break;
+        default: p = put(p, "u00"), *p++ = kHex[c >> 4], *p++ = kHex[c & 15];
+        }
+        ++i;
+    }
+    *p++ = '"';
+    return p;
+}
+
+char *put_json_field(char *p, const char (&f)[PB_TEXT_LEN]) { return put_json_text<true>(p, f, sizeof f); }
+
+// Writes the entry at p, at most kEntryJsonMax bytes; returns the end.
+char *put_json_entry(char *p, const pb_flash_info &e)
+{
+    p = put(p, "{\"index\":");
+    p = std::to_chars(p, p + 10, e.index).ptr;
+    p = put(p, ",\"sim_index\":");
+    // A device entry holds the SIM record number 0xFFFFFFFF: shown as -1.
+    p = std::to_chars(p, p + 11, static_cast<zp_int32>(e.sim_index)).ptr;
+    p = put_json_field(put(p, ",\"name\":"), e.name);
+    p = put_json_field(put(p, ",\"number\":"), e.num);
+    p = put_json_field(put(p, ",\"email\":"), e.email);
+    *p++ = '}';
+    return p;
+}
+
+void append_json_string(std::string *out, std::string_view s)
+{
+    const size_t at = out->size();
+    out->resize(at + kJsonStringMax(s.size()));
+    out->resize(static_cast<size_t>(put_json_text<false>(&(*out)[at], s.data(), s.size()) - out->data()));
+}
+
+}  // namespace
 
 std::string json_string(const std::string &s)
 {
     std::string out;
-    out.reserve(s.size() + 2);
     append_json_string(&out, s);
     return out;
 }
 
-static void append_json_entry(std::string *out, const pb_flash_info &e)
-{
-    // A device entry holds the SIM record number 0xFFFFFFFF: shown as -1.
-    char head[64];
-    std::snprintf(head, sizeof head,
-                  "{\"index\":%u,\"sim_index\":%d,\"name\":", static_cast<unsigned>(e.index),
-                  static_cast<int>(static_cast<zp_int32>(e.sim_index)));
-    *out += head;
-    append_json_string(out, std::string_view(e.name, strnlen(e.name, sizeof e.name)));
-    *out += ",\"number\":";
-    append_json_string(out, std::string_view(e.num, strnlen(e.num, sizeof e.num)));
-    *out += ",\"email\":";
-    append_json_string(out, std::string_view(e.email, strnlen(e.email, sizeof e.email)));
-    *out += '}';
-}
-
 std::string json_entry(const pb_flash_info &e)
 {
-    std::string out;
-    append_json_entry(&out, e);
-    return out;
+    char buf[kEntryJsonMax];
+    return std::string(buf, put_json_entry(buf, e));
+}
+
+void append_json_entries(std::string *out, const pb_flash_info *v, size_t n)
+{
+    // One allocation: each entry's texts take their own length unless
+    // escaped, its members at most kEntryMembers.
+    size_t size = out->size() + 2;
+    for (size_t i = 0; i < n; ++i)
+        size += kEntryMembers + text_length(v[i].name) + text_length(v[i].num) + text_length(v[i].email);
+    out->reserve(size);
+    char buf[kEntryJsonMax];
+    *out += '[';
+    for (size_t i = 0; i < n; ++i) {
+        if (i)
+            *out += ',';
+        out->append(buf, static_cast<size_t>(put_json_entry(buf, v[i]) - buf));
+    }
+    *out += ']';
 }
 
 std::string json_entries(const std::vector<pb_flash_info> &v)
 {
     std::string out;
-    out.reserve(2 + v.size() * 128);  // a typical entry's length: one allocation for a whole phonebook
-    out += '[';
-    for (size_t i = 0; i < v.size(); ++i) {
-        if (i)
-            out += ',';
-        append_json_entry(&out, v[i]);
-    }
-    out += ']';
+    append_json_entries(&out, v.data(), v.size());
     return out;
 }
 
@@ -248,6 +346,17 @@ const pb_flash_info *find_same(const std::vector<pb_flash_info> &v, const pb_fla
 void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v)
 {
     std::snprintf(dst, sizeof dst, "%s", v.c_str());
+}
+
+void set_fields(pb_flash_info *e, const std::optional<std::string> &name,
+                const std::optional<std::string> &number, const std::optional<std::string> &email)
+{
+    if (name)
+        set_field(e->name, *name);
+    if (number)
+        set_field(e->num, *number);
+    if (email)
+        set_field(e->email, *email);
 }
 
 std::string display_text(const std::string &s)

@@ -3,6 +3,7 @@
 #ifndef PBCLI_OUTPUT_H
 #define PBCLI_OUTPUT_H
 
+#include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -49,6 +50,9 @@ size_t utf8_char(std::string_view s, size_t i, char32_t *cp);
 std::string json_string(const std::string &s);
 std::string json_entry(const pb_flash_info &e);
 std::string json_entries(const std::vector<pb_flash_info> &v);
+// Appends [entry,...] of n entries to *out: the list answer of a whole
+// phonebook, written in one allocation.
+void append_json_entries(std::string *out, const pb_flash_info *v, size_t n);
 std::string json_ints(const std::vector<int> &v);  // [1,2,3]
 // What became of one contact of an import or a copy, and the members
 // "read":N,"added":N,"not_added":N,"contacts":[...] of the whole report.
@@ -63,6 +67,9 @@ const pb_flash_info *find_entry(const std::vector<pb_flash_info> &v, int index);
 const pb_flash_info *find_same(const std::vector<pb_flash_info> &v, const pb_flash_info &e);
 // Copies text into an entry's field, cut to the field's size.
 void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v);
+// An edit: sets the fields given, keeps the others.
+void set_fields(pb_flash_info *e, const std::optional<std::string> &name,
+                const std::optional<std::string> &number, const std::optional<std::string> &email);
 
 // Columns a UTF-8 text takes on a terminal: wide East Asian characters take
 // two, control characters are shown escaped (see display_text).

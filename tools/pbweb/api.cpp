@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "output.h"
 
@@ -10,12 +11,12 @@ namespace pbweb {
 namespace {
 
 using pbcli::find_entry;
-using pbcli::json_entries;
 using pbcli::json_entry;
 using pbcli::json_ints;
 using pbcli::json_string;
 using pbcli::rcode_message;
 using pbcli::set_field;
+using pbcli::set_fields;
 
 // Results of pbweb's own checks, next to the phonebook's result codes.
 constexpr int kChanged = pbcli::RC_CHANGED;  // the entry is not as the page showed it
@@ -51,13 +52,18 @@ Response failure(int rc, const std::string &context, storage_type_t type, int in
     return error_response(http_status(rc), rc, context + ": " + rcode_message(rc));
 }
 
-bool body_object(const std::string &body, Json *out, std::string *error)
+// The operations whose body is a JSON object get it read and checked first.
+using BodyOp = Response (*)(Phonebook &, const ApiRequest &, const Json &);
+
+Response with_body(Phonebook &pb, const ApiRequest &req, BodyOp op)
 {
-    if (!parse_json(body, out, error))
-        return *error = "the body is not JSON: " + *error, false;
-    if (out->type != Json::OBJECT)
-        return *error = "the body must be a JSON object", false;
-    return true;
+    Json body;
+    std::string err;
+    if (!parse_json(req.body, &body, &err))
+        return bad_input("the body is not JSON: " + err);
+    if (body.type != Json::OBJECT)
+        return bad_input("the body must be a JSON object");
+    return op(pb, req, body);
 }
 
 int sim_total(const Phonebook &pb)
@@ -95,22 +101,27 @@ Response status(Phonebook &pb, bool login)
     return ok(s + "},\"login\":" + (login ? "true" : "false"));
 }
 
+// The largest answer there is: written once, into the body itself, from
+// the phonebook as the library holds it.
 Response list(Phonebook &pb, const ApiRequest &req)
 {
     const storage_type_t type = req.route.type;
-    Entries v;
-    if (int rc = pb.read(type, &v); rc != PB_RCODE_OK)
-        return failure(rc, "list", type);
-    const size_t count = v.size();
-    if (!req.search.empty())
-        v.erase(std::remove_if(v.begin(), v.end(),
-                               [&](const pb_flash_info &e) { return !entry_matches_search(e, req.search); }),
-                v.end());
-    std::string body = "\"phonebook\":\"" + std::string(book(type)) +
-                       "\",\"count\":" + std::to_string(count) + ",\"total\":" + total_of(pb, type) +
-                       ",\"entries\":";
-    body += json_entries(v);
-    return ok(body);
+    const std::string total = total_of(pb, type);
+    Response r;
+    const int rc = pb.view(type, [&](const pb_flash_info *all, size_t count) {
+        r.body = "{\"ok\":true,\"phonebook\":\"" + std::string(book(type)) +
+                 "\",\"count\":" + std::to_string(count) + ",\"total\":" + total + ",\"entries\":";
+        if (req.search.empty()) {
+            pbcli::append_json_entries(&r.body, all, count);
+        } else {
+            Entries found;
+            std::copy_if(all, all + count, std::back_inserter(found),
+                         [&](const pb_flash_info &e) { return entry_matches_search(e, req.search); });
+            pbcli::append_json_entries(&r.body, found.data(), found.size());
+        }
+        r.body += '}';
+    });
+    return rc == PB_RCODE_OK ? r : failure(rc, "list", type);
 }
 
 Response entry_answer(storage_type_t type, const pb_flash_info &e, int status = 200)
@@ -127,13 +138,12 @@ Response show(Phonebook &pb, const ApiRequest &req)
     return e ? entry_answer(req.route.type, *e) : failure(kMissing, "", req.route.type, req.route.index);
 }
 
-Response add(Phonebook &pb, const ApiRequest &req)
+Response add(Phonebook &pb, const ApiRequest &req, const Json &body)
 {
     const storage_type_t type = req.route.type;
-    Json body;
     EntryFields f;
     std::string err;
-    if (!body_object(req.body, &body, &err) || !read_entry_fields(body, &f, &err))
+    if (!read_entry_fields(body, &f, &err))
         return bad_input(err);
     if (!f.name || f.name->empty())
         return bad_input("an entry needs a name");
@@ -161,14 +171,13 @@ Response add(Phonebook &pb, const ApiRequest &req)
     return entry_answer(type, e, 201);
 }
 
-Response edit(Phonebook &pb, const ApiRequest &req)
+Response edit(Phonebook &pb, const ApiRequest &req, const Json &body)
 {
     const storage_type_t type = req.route.type;
     const int index = req.route.index;
-    Json body;
     EntryFields f, was;
     std::string err;
-    if (!body_object(req.body, &body, &err) || !read_entry_fields(body, &f, &err))
+    if (!read_entry_fields(body, &f, &err))
         return bad_input(err);
     if (const Json *w = body.get("was"); w && !read_entry_fields(*w, &was, &err))
         return bad_input("was: " + err);
@@ -187,12 +196,7 @@ Response edit(Phonebook &pb, const ApiRequest &req)
             return static_cast<int>(PB_RCODE_OK);
         },
         [&] {
-            if (f.name)
-                set_field(e.name, *f.name);
-            if (f.number)
-                set_field(e.num, *f.number);
-            if (f.email)
-                set_field(e.email, *f.email);
+            set_fields(&e, f.name, f.number, f.email);
             return pb.write_locked(type, SIM_PB_HANDLE_TYPE_EDIT, &e);
         });
     if (rc != PB_RCODE_OK)
@@ -242,13 +246,10 @@ int check_shown(const Entries &now, const std::vector<ShownEntry> &shown, Entrie
     return PB_RCODE_OK;
 }
 
-Response remove(Phonebook &pb, const ApiRequest &req)
+Response remove(Phonebook &pb, const ApiRequest &req, const Json &body)
 {
     const storage_type_t type = req.route.type;
-    Json body;
     std::string err;
-    if (!body_object(req.body, &body, &err))
-        return bad_input(err);
     std::vector<ShownEntry> shown;
     std::vector<int> indexes;
     if (!read_shown_list(body, "delete", &shown, &indexes, &err))
@@ -284,13 +285,9 @@ Response remove(Phonebook &pb, const ApiRequest &req)
     return ok("\"phonebook\":\"" + std::string(book(type)) + "\",\"deleted\":" + json_ints(indexes));
 }
 
-Response remove_all(Phonebook &pb, const ApiRequest &req)
+Response remove_all(Phonebook &pb, const ApiRequest &req, const Json &body)
 {
     const storage_type_t type = req.route.type;
-    Json body;
-    std::string err;
-    if (!body_object(req.body, &body, &err))
-        return bad_input(err);
     const Json *confirm = body.get("confirm");
     if (!confirm || confirm->type != Json::STRING || confirm->text != "delete all")
         return bad_input("deleting a whole phonebook needs \"confirm\": \"delete all\"");
@@ -364,14 +361,11 @@ Response export_file(Phonebook &pb, const ApiRequest &req)
 
 // Copies the entries shown (or all) into the other phonebook, with a report
 // of what became of each; 409 when one of them changed meanwhile.
-Response copy(Phonebook &pb, const ApiRequest &req)
+Response copy(Phonebook &pb, const ApiRequest &req, const Json &body)
 {
     const storage_type_t from = req.route.type;
     const storage_type_t into = from == STORAGE_TYPE_SIM ? STORAGE_TYPE_FLASH : STORAGE_TYPE_SIM;
-    Json body;
     std::string err;
-    if (!body_object(req.body, &body, &err))
-        return bad_input(err);
     const Json *all = body.get("all"), *cut = body.get("cut");
     const bool copy_all = all && all->type == Json::BOOL && all->boolean;
     if (cut && cut->type != Json::BOOL)
@@ -406,7 +400,11 @@ Response error_response(int status, int code, const std::string &message)
 {
     Response r;
     r.status = status;
-    r.body = "{\"ok\":false,\"code\":" + std::to_string(code) + ",\"error\":" + json_string(message) + "}";
+    r.body = "{\"ok\":false,\"code\":" + std::to_string(code) + ",\"error\":" + json_string(message);
+    // Both 503s are asked again: the page shows "reading" for one only.
+    if (pbcli::rcode_busy(code))
+        r.body += ",\"reading\":true";
+    r.body += '}';
     if (status == 503)
         r.headers.emplace_back("Retry-After", "1");
     return r;
@@ -422,6 +420,7 @@ int http_status(int rc)
     case PB_RCODE_DUPLICATE_ERR: return 400;
     case PB_RCODE_INVALID_ERR: return 404;
     case PB_RCODE_NOTFREE_ERR: return 507;
+    case PB_RCODE_NODEPUSH_ERR: return 503;  // the service's queue is full
     default: return pbcli::rcode_busy(rc) ? 503 : 500;
     }
 }
@@ -432,13 +431,13 @@ Response handle_api(Phonebook &pb, const ApiRequest &req)
     case Op::STATUS: return status(pb, req.login);
     case Op::LIST: return list(pb, req);
     case Op::SHOW: return show(pb, req);
-    case Op::ADD: return add(pb, req);
-    case Op::EDIT: return edit(pb, req);
-    case Op::DELETE: return remove(pb, req);
-    case Op::DELETE_ALL: return remove_all(pb, req);
+    case Op::ADD: return with_body(pb, req, add);
+    case Op::EDIT: return with_body(pb, req, edit);
+    case Op::DELETE: return with_body(pb, req, remove);
+    case Op::DELETE_ALL: return with_body(pb, req, remove_all);
     case Op::IMPORT: return import(pb, req);
     case Op::EXPORT: return export_file(pb, req);
-    case Op::COPY: return copy(pb, req);
+    case Op::COPY: return with_body(pb, req, copy);
     case Op::BAD_METHOD: return error_response(405, PB_RCODE_ARGSERR, "method not allowed here");
     default: return error_response(404, PB_RCODE_ARGSERR, "no such API path");
     }

@@ -37,7 +37,8 @@ struct ApiRequest {
 Response error_response(int status, int code, const std::string &message);
 
 // The HTTP status for a phonebook result code: 400 bad input, 404 no entry,
-// 503 (with Retry-After) while the SIM is being read, 507 full, 500 else.
+// 503 (with Retry-After) while the SIM is being read ("reading":true in
+// the body) or the service's queue is full, 507 full, 500 else.
 int http_status(int rc);
 
 Response handle_api(Phonebook &pb, const ApiRequest &req);

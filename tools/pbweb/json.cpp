@@ -64,14 +64,32 @@ private:
         }
     }
 
+    // The members of an object or the items of an array, from the opening
+    // bracket to `close`, each read by `item`, separated by commas.
+    template <typename Item> bool members(char close, Item item)
+    {
+        ++at_;
+        space();
+        if (at_ < s_.size() && s_[at_] == close)
+            return ++at_, true;
+        for (;;) {
+            if (!item())
+                return false;
+            space();
+            if (at_ < s_.size() && s_[at_] == ',') {
+                ++at_;
+                continue;
+            }
+            if (at_ < s_.size() && s_[at_] == close)
+                return ++at_, true;
+            return fail(close == '}' ? "expected ',' or '}'" : "expected ',' or ']'");
+        }
+    }
+
     bool object(Json *out, int depth)
     {
         out->type = Json::OBJECT;
-        ++at_;
-        space();
-        if (at_ < s_.size() && s_[at_] == '}')
-            return ++at_, true;
-        for (;;) {
+        return members('}', [&] {
             space();
             std::string key;
             if (at_ >= s_.size() || s_[at_] != '"')
@@ -82,39 +100,17 @@ private:
             if (at_ >= s_.size() || s_[at_++] != ':')
                 return fail("expected ':'");
             out->fields.emplace_back(std::move(key), Json());
-            if (!value(&out->fields.back().second, depth + 1))
-                return false;
-            space();
-            if (at_ < s_.size() && s_[at_] == ',') {
-                ++at_;
-                continue;
-            }
-            if (at_ < s_.size() && s_[at_] == '}')
-                return ++at_, true;
-            return fail("expected ',' or '}'");
-        }
+            return value(&out->fields.back().second, depth + 1);
+        });
     }
 
     bool array(Json *out, int depth)
     {
         out->type = Json::ARRAY;
-        ++at_;
-        space();
-        if (at_ < s_.size() && s_[at_] == ']')
-            return ++at_, true;
-        for (;;) {
+        return members(']', [&] {
             out->items.emplace_back();
-            if (!value(&out->items.back(), depth + 1))
-                return false;
-            space();
-            if (at_ < s_.size() && s_[at_] == ',') {
-                ++at_;
-                continue;
-            }
-            if (at_ < s_.size() && s_[at_] == ']')
-                return ++at_, true;
-            return fail("expected ',' or ']'");
-        }
+            return value(&out->items.back(), depth + 1);
+        });
     }
 
     bool number(double *out)

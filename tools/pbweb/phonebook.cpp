@@ -38,11 +38,7 @@ bool Phonebook::open(std::string *error)
 int Phonebook::read_locked(storage_type_t type, Entries *out)
 {
     out->clear();
-    int num = 0;
-    const pb_flash_info *p = simlib_pb_read_handler(type, SIM_PB_HANDLE_TYPE_GETALL, &num);
-    if (p)
-        out->assign(p, p + num);
-    return p ? PB_RCODE_OK : num;
+    return view_locked(type, [out](const pb_flash_info *p, size_t n) { out->assign(p, p + n); });
 }
 
 int Phonebook::read(storage_type_t type, Entries *out)

@@ -40,6 +40,15 @@ public:
     // (7 while the SIM is being read, -1 without the service). An empty
     // phonebook is no failure.
     int read(storage_type_t type, Entries *out);
+    // Hands the whole phonebook, as the library holds it, to
+    // use(entries, count) under the lock: a read without a copy. Returns
+    // what read() returns; `use` is called on success only, with no entries
+    // (and no table) for an empty phonebook.
+    template <typename Use> int view(storage_type_t type, Use use)
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        return view_locked(type, use);
+    }
     // Checks the entry at `index` with `check` and, when it passes, makes
     // the change, all under the one lock. `check` returns 0 to go on or the
     // result to give back.
@@ -70,6 +79,15 @@ public:
 
 private:
     int read_locked(storage_type_t type, Entries *out);
+    template <typename Use> int view_locked(storage_type_t type, Use use)
+    {
+        int num = 0;
+        const pb_flash_info *p = simlib_pb_read_handler(type, SIM_PB_HANDLE_TYPE_GETALL, &num);
+        if (!p && num != PB_RCODE_OK)
+            return num;
+        use(p, p ? static_cast<size_t>(num) : 0);  // an empty phonebook: no table
+        return PB_RCODE_OK;
+    }
 
     std::mutex mu_;
 };

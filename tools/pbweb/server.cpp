@@ -93,12 +93,18 @@ bool host_allowed(const std::string &host, const std::vector<std::string> &names
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
-enum MHD_Result send(MHD_Connection *c, const Response &r)
+void free_body(void *body) { delete static_cast<std::string *>(body); }
+
+// The body moves into the response, which frees it once it is sent: an
+// answer is never copied.
+enum MHD_Result send(MHD_Connection *c, Response r)
 {
-    MHD_Response *resp = MHD_create_response_from_buffer(r.body.size(), const_cast<char *>(r.body.data()),
-                                                         MHD_RESPMEM_MUST_COPY);
+    auto body = std::make_unique<std::string>(std::move(r.body));
+    MHD_Response *resp = MHD_create_response_from_buffer_with_free_callback_cls(body->size(), body->data(),
+                                                                                free_body, body.get());
     if (!resp)
         return MHD_NO;
+    body.release();
     MHD_add_response_header(resp, "Content-Type", r.content_type.c_str());
     MHD_add_response_header(resp, "Content-Security-Policy", "default-src 'self'");
     MHD_add_response_header(resp, "X-Content-Type-Options", "nosniff");
@@ -310,7 +316,7 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
                     Response r;
                     r.content_type = kPageFiles[k].content_type;
                     r.body.assign(reinterpret_cast<const char *>(kPageFiles[k].data), kPageFiles[k].size);
-                    return send(c, r);
+                    return send(c, std::move(r));
                 }
             return refuse(c, 404, "no such page");
         }

@@ -31,6 +31,8 @@ class ApiError extends Error {
     super(body && body.error ? body.error : 'pbweb answered with HTTP status ' + status);
     this.status = status;
     this.retryAfter = 1;
+    // A 503 is the SIM phonebook being read, or the service's queue full.
+    this.reading = Boolean(body && body.reading);
   }
 }
 
@@ -130,7 +132,7 @@ async function load() {
   } catch (e) {
     if (book !== state.book) return;
     if (e.status === 401) return showLogin();
-    if (e.status === 503) {
+    if (e.status === 503 && e.reading) {
       showReading(true);
       $('count-sim').textContent = '(reading)';
       state.retry = setTimeout(load, e.retryAfter * 1000);
