@@ -2,7 +2,6 @@
 // modem simulator on its real socket. Checks exit statuses, parses the JSON
 // output back with python3's json module, and looks at the card and the files
 // behind it.
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -16,11 +15,12 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "harness.h"
 #include "pbm_sim.h"
 
 namespace {
@@ -92,6 +92,7 @@ protected:
         ASSERT_TRUE(pbm_sim::load_card(card, &c, &error)) << error;
         sim_ = std::make_unique<pbm_sim::Simulator>(c);
         ASSERT_TRUE(sim_->start());
+        setenv("ZP_LOG_FILE", (kWork + "/pbcli_e2e_host.log").c_str(), 1);
         start_host();
     }
 
@@ -101,38 +102,29 @@ protected:
         sim_->stop();
     }
 
+    // Up when pb_host's socket takes datagrams (a file left by a host that
+    // died may be there before); no request is sent, so the card stays unread.
     void start_host()
     {
-        host_ = fork();
-        if (host_ == 0) {
-            setenv("ZP_LOG_FILE", (kWork + "/pbcli_e2e_host.log").c_str(), 1);
-            execl(PB_HOST_BIN, PB_HOST_BIN, static_cast<char *>(nullptr));
-            _exit(127);
-        }
-        // Up when pb_host's socket takes datagrams (a file left by a host
-        // that died may be there before); no request is sent, so the card
-        // stays unread.
-        sockaddr_un sock{AF_UNIX, {}};
-        std::snprintf(sock.sun_path, sizeof sock.sun_path, "%s/ipc_11", std::getenv("ZP_IPC_DIR"));
-        const int probe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        bool up = false;
-        for (int i = 0;
-             i < 200 && !(up = connect(probe, reinterpret_cast<sockaddr *>(&sock), sizeof sock) == 0); ++i)
-            std::this_thread::sleep_for(50ms);
-        close(probe);
-        ASSERT_TRUE(up) << "pb_host did not come up";
+        host_.emplace(std::vector<std::string>{PB_HOST_BIN});
+        const std::string path = std::getenv("ZP_IPC_DIR") + std::string("/ipc_11");
+        const auto up = [&path] {
+            sockaddr_un a{AF_UNIX, {}};
+            std::snprintf(a.sun_path, sizeof a.sun_path, "%s", path.c_str());
+            const int probe = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+            const bool ok = connect(probe, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0;
+            close(probe);
+            return ok;
+        };
+        ASSERT_TRUE(pbt::wait_until(up, 10000)) << "pb_host did not come up";
     }
 
+    // A clean stop is status 0; a sanitizer report, a crash or a host that
+    // ignores SIGTERM is not.
     void stop_host()
     {
-        if (host_ <= 0)
-            return;
-        kill(host_, SIGTERM);
-        int st = 0;
-        waitpid(host_, &st, 0);  // a host that ignores SIGTERM hangs the test into its time limit
-        // A clean stop is status 0; a sanitizer report or a crash is not.
-        EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << "pb_host ended with wait status " << st;
-        host_ = -1;
+        EXPECT_EQ(host_ ? host_->wait(30000, SIGTERM) : 0, 0) << "pb_host did not stop cleanly";
+        host_.reset();
     }
 
     std::string card_name(int record)
@@ -143,43 +135,25 @@ protected:
     }
 
     std::unique_ptr<pbm_sim::Simulator> sim_;
-    pid_t host_ = -1;
+    std::optional<pbt::child> host_;
 };
 
-TEST_F(PbcliE2e, SimListShowsEveryScriptAndChangesReachTheCard)
+// The SIM phonebook as pbcli lists it: "index/record name number" lines.
+std::string listed_sim()
 {
     Outcome r = pbcli({"list", "sim"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    ASSERT_EQ(r.js["count"], "5");
-    std::string got;
-    for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    std::string s;
+    for (int i = 0; i < std::atoi(r.js["count"].c_str()); ++i) {
         const std::string e = "entries." + std::to_string(i) + ".";
-        got += r.js[e + "index"] + "/" + r.js[e + "sim_index"] + " " + r.js[e + "name"] + " " +
-               r.js[e + "number"] + "\n";
+        s += r.js[e + "index"] + "/" + r.js[e + "sim_index"] + " " + r.js[e + "name"] + " " +
+             r.js[e + "number"] + "\n";
     }
-    EXPECT_EQ(got, "1/1 Zoë Müller +4930123456\n2/2 Анна Каренина 84957654321\n3/4 王小明 +8613800138000\n"
-                   "4/5 Emergency 112\n5/7 Balance *100#\n");
-
-    Outcome add = pbcli({"add", "sim", "--name", "Søren Holm", "--number", "+4520123456"});
-    ASSERT_EQ(add.status, 0) << add.out << add.err;
-    const int rec = std::stoi(add.js["entry.sim_index"]);
-    const std::string idx = add.js["entry.index"];
-    EXPECT_EQ(rec, 3) << "the lowest free record of the card";
-    EXPECT_EQ(card_name(rec), "Søren Holm");
-
-    Outcome edit = pbcli({"edit", "sim", idx, "--name", "Søren H."});
-    ASSERT_EQ(edit.status, 0) << edit.out;
-    EXPECT_EQ(edit.js["entry.number"], "+4520123456") << "fields not given are kept";
-    EXPECT_EQ(card_name(rec), "Søren H.");
-
-    ASSERT_EQ(pbcli({"delete", "sim", idx}).status, 0);
-    EXPECT_EQ(card_name(rec), "<empty>");
-
-    sim_->refuse_next_writes(1);
-    Outcome refused = pbcli({"add", "sim", "--name", "Nope", "--number", "1"});
-    EXPECT_EQ(refused.status, 1);
-    EXPECT_EQ(refused.js["code"], "10") << refused.out;
+    return s;
 }
+
+const std::string kListed = "1/1 Zoë Müller +4930123456\n2/2 Анна Каренина 84957654321\n"
+                            "3/4 王小明 +8613800138000\n4/5 Emergency 112\n5/7 Balance *100#\n";
 
 TEST_F(PbcliE2e, SeveralIndexesAreDoneAndTheMissingOnesReported)
 {
@@ -196,13 +170,11 @@ TEST_F(PbcliE2e, SeveralIndexesAreDoneAndTheMissingOnesReported)
     EXPECT_EQ(del.status, 5);
     EXPECT_EQ(del.js["deleted.#"], "2");
     EXPECT_EQ(del.js["not_found.0"], "77");
-    Outcome left = pbcli({"list", "device"});
-    ASSERT_EQ(left.js["count"], "1");
-    EXPECT_EQ(left.js["entries.0.index"], "2") << "a delete keeps the other indexes";
 }
 
 // A vCard in, the same back out and in again, then copies both ways with
-// the card's limits (14 name octets, 20 digits).
+// the card's limits (14 name octets, 20 digits). How each contact is read
+// and stored is the contact library's test.
 TEST_F(PbcliE2e, ContactsTravelThroughFilesAndBetweenThePhonebooks)
 {
     const std::string vcf = kWork + "/e2e_in.vcf", back = kWork + "/e2e_back.vcf";
@@ -212,16 +184,11 @@ TEST_F(PbcliE2e, ContactsTravelThroughFilesAndBetweenThePhonebooks)
            "TEL:0800-ANNA\r\nEND:VCARD\r\n";
     Outcome in = pbcli({"import", vcf});
     ASSERT_EQ(in.status, 0) << in.out;
-    EXPECT_EQ(in.js["format"], "vcard");
     EXPECT_EQ(in.js["added"], "2");
-    EXPECT_EQ(in.js["contacts.1.entry.name"], "Jürgen Groß (work)");
-    EXPECT_EQ(in.js["contacts.1.entry.number"], "0301234567");
-    EXPECT_EQ(in.js["contacts.2.outcome"], "bad_number");
 
     ASSERT_EQ(pbcli({"export", "device", back, "--format", "vcard"}).status, 0);
     Outcome again = pbcli({"import", back, "--format", "vcard"});
-    EXPECT_EQ(again.js["added"], "0");
-    EXPECT_EQ(again.js["contacts.1.outcome"], "duplicate");
+    EXPECT_EQ(again.js["added"], "0") << again.out;
 
     Outcome skip = pbcli({"copy", "device", "sim"});
     ASSERT_EQ(skip.status, 0) << skip.out;
@@ -265,29 +232,6 @@ TEST_F(PbcliE2e, FailuresEndWithTheirExitStatus)
     EXPECT_EQ(gone.js["code"], "-1");
 }
 
-// pbm_simd once took a bad delay as 0 without a word. A bad option ends it
-// with the usage status 2 before the card is loaded (the card named here
-// does not exist: loading it would end with 1).
-TEST(PbmSimd, RefusesBadOptionsNamingThem)
-{
-    const struct {
-        const char *options, *error;
-    } cases[] = {
-        {"--start-delay abc", "--start-delay takes milliseconds from 0 to 3600000, not 'abc'"},
-        {"--reply-delay -1", "not '-1'"},
-        {"--start-delay 4294967296", "not '4294967296'"},  // would wrap to 0 as unsigned
-        {"--reply-delay", "--reply-delay needs a value"},
-        {"--bogus 1", "option '--bogus'"},
-    };
-    const std::string err = kWork + "/pbm_simd.err";
-    for (const auto &c : cases) {
-        const int st = std::system(
-            (PBM_SIMD_BIN " --card " + kWork + "/no-such-card.txt " + c.options + " 2>" + err).c_str());
-        EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 2) << c.options;
-        EXPECT_NE(slurp(err).find(c.error), std::string::npos) << slurp(err);
-    }
-}
-
 // A SIM request waits while the card is being read, up to --wait seconds;
 // the device phonebook never waits.
 TEST_F(PbcliE2e, SimRequestsWaitForTheCardReadUpToTheTimeLimit)
@@ -313,28 +257,13 @@ TEST_F(PbcliE2e, SimRequestsWaitForTheCardReadUpToTheTimeLimit)
     EXPECT_EQ(pbcli({"--wait", "0", "add", "device", "--name", "X", "--number", "1"}).status, 0);
 }
 
-// The SIM phonebook as pbcli lists it, by card record: "record:name".
-std::string listed_sim()
-{
-    Outcome r = pbcli({"list", "sim"});
-    EXPECT_EQ(r.status, 0) << r.out << r.err;
-    std::map<int, std::string> by_record;
-    for (int i = 0; i < std::atoi(r.js["count"].c_str()); ++i) {
-        const std::string e = "entries." + std::to_string(i) + ".";
-        by_record[std::stoi(r.js[e + "sim_index"])] = r.js[e + "name"];
-    }
-    std::string s;
-    for (const auto &[rec, name] : by_record)
-        s += std::to_string(rec) + ":" + name + " ";
-    return s;
-}
-
-// The modem restarts, or hangs up in the middle of a read: SIM changes work
-// again without restarting pb_host, and the SIM phonebook, read again, is
-// the card.
+// The SIM phonebook lists every script in card order. The modem restarts:
+// SIM changes work again without restarting pb_host, and the SIM phonebook
+// read again by a new host is the card. (A hang-up in the middle of a read,
+// and a card that refuses, are the service test's.)
 TEST_F(PbcliE2e, ModemRestartsAreRecoveredWithoutRestartingTheHost)
 {
-    ASSERT_EQ(pbcli({"list", "sim"}).status, 0);
+    EXPECT_EQ(listed_sim(), kListed);
     for (int round = 0; round < 2; ++round) {
         sim_->stop();
         ASSERT_TRUE(sim_->start());
@@ -342,6 +271,7 @@ TEST_F(PbcliE2e, ModemRestartsAreRecoveredWithoutRestartingTheHost)
         Outcome add = pbcli({"add", "sim", "--name", name, "--number", "1"});
         ASSERT_EQ(add.status, 0) << add.out << add.err;
         const int rec = std::stoi(add.js["entry.sim_index"]);
+        EXPECT_EQ(rec, 3) << "the lowest free record of the card";
         EXPECT_EQ(card_name(rec), name);
 
         sim_->stop();
@@ -350,6 +280,7 @@ TEST_F(PbcliE2e, ModemRestartsAreRecoveredWithoutRestartingTheHost)
         // entries anew: the change follows the entry it was asked for.
         Outcome edit = pbcli({"edit", "sim", add.js["entry.index"], "--name", "Edited"});
         ASSERT_EQ(edit.status, 0) << edit.out;
+        EXPECT_EQ(edit.js["entry.number"], "1") << "fields not given are kept";
         EXPECT_EQ(card_name(rec), "Edited");
         EXPECT_EQ(edit.js["entry.sim_index"], std::to_string(rec));
         sim_->stop();
@@ -357,12 +288,9 @@ TEST_F(PbcliE2e, ModemRestartsAreRecoveredWithoutRestartingTheHost)
         ASSERT_EQ(pbcli({"delete", "sim", edit.js["entry.index"]}).status, 0);
         EXPECT_EQ(card_name(rec), "<empty>");
     }
-
-    sim_->set_records_per_indication(1);
-    sim_->hang_up_after_indications(2);
     stop_host();
     start_host();
-    EXPECT_EQ(listed_sim(), "1:Zoë Müller 2:Анна Каренина 4:王小明 5:Emergency 7:Balance ");
+    EXPECT_EQ(listed_sim(), kListed);
 }
 
 }  // namespace

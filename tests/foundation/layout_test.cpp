@@ -1,10 +1,8 @@
 // Wire and file layouts, checked at compile time on every architecture the
-// tests are built for (x86_64 and 32-bit ARM), plus the load-time values of
-// the engine's globals.
+// tests are built for (x86_64 and 32-bit ARM).
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstring>
 
 #include "zp_ipc.h"
 #include "zpt_ui_pb_func.h"
@@ -40,10 +38,3 @@ static_assert(offsetof(pb_sim_module_s, pb_sim_init_flag) == 21);
 // Enumerations travel in 32-bit fields.
 static_assert(sizeof(storage_type_t) == 4 && sizeof(pb_return_code_enum_t) == 4 &&
               sizeof(sim_pb_handle_t) == 4);
-
-TEST(Layout, EngineGlobalsStartZeroWithTheSimStorageType)
-{
-    const pb_sim_module_s zero{};
-    EXPECT_EQ(0, std::memcmp(&g_sim_module, &zero, sizeof zero));
-    EXPECT_EQ(g_storage_type, STORAGE_TYPE_SIM);
-}

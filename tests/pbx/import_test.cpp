@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
@@ -140,12 +139,7 @@ protected:
         pbx::SimCopy how;
         how.limits = {14, 20};
         how.cut = cut;
-        pb_flash_info taken{};
-        taken.index = 1;
-        taken.sim_index = 1;
-        std::strcpy(taken.name, "Anna");
-        std::strcpy(taken.num, "111");
-        how.present = {taken};
+        how.present = {pb_flash_info{1, 1, "Anna", "111", ""}};
         how.add = [this, free_records](pb_flash_info *e) {
             if (static_cast<int>(sent_.size()) >= free_records)
                 return static_cast<int>(PB_RCODE_NOTFREE_ERR);

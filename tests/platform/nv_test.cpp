@@ -11,30 +11,23 @@
 
 namespace {
 
-struct RoundTrip {
-    const char *key;
-    std::string value;
-};
-
-class NvRoundTrip : public ::testing::TestWithParam<RoundTrip> {};
-
-TEST_P(NvRoundTrip, ReadsBackExactlyTheBytesWritten)
+TEST(Nv, ReadsBackExactlyTheBytesWritten)
 {
-    const auto &p = GetParam();
-    ASSERT_EQ(nvmram_writenv(p.key, p.value.data(), static_cast<int>(p.value.size())), NV_OK);
-    std::string buf(NV_VALUE_MAX, '\x5A');
-    int len = -1;
-    ASSERT_EQ(nvmram_readnv(p.key, buf.data(), static_cast<int>(buf.size()), &len), NV_OK);
-    EXPECT_EQ(std::string(buf.data(), static_cast<size_t>(len)), p.value);
+    const std::pair<const char *, std::string> cases[] = {
+        {"empty", ""},
+        {"one", "7"},
+        {"with_nul", std::string("250\0", 4)},  // a counted terminator is kept
+        {"inner_nul", std::string("a\0b", 3)},
+        {"odd.len-5", "12345"},
+        {"largest", std::string(NV_VALUE_MAX, 'x')}};
+    for (const auto &[key, value] : cases) {
+        ASSERT_EQ(nvmram_writenv(key, value.data(), static_cast<int>(value.size())), NV_OK) << key;
+        std::string buf(NV_VALUE_MAX, '\x5A');
+        int len = -1;
+        ASSERT_EQ(nvmram_readnv(key, buf.data(), static_cast<int>(buf.size()), &len), NV_OK) << key;
+        EXPECT_EQ(std::string(buf.data(), static_cast<size_t>(len)), value);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Lengths, NvRoundTrip,
-    ::testing::Values(RoundTrip{"empty", std::string()}, RoundTrip{"one", std::string("7")},
-                      RoundTrip{"with_nul", std::string("250\0", 4)},  // a counted terminator is kept
-                      RoundTrip{"inner_nul", std::string("a\0b", 3)},
-                      RoundTrip{"odd.len-5", std::string("12345")},
-                      RoundTrip{"largest", std::string(NV_VALUE_MAX, 'x')}));
 
 TEST(Nv, ReplacingAValueLeavesOnlyTheNewOneAndNoTemporaryFile)
 {

@@ -6,10 +6,10 @@
 
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <vector>
 
 #include "forwarded_indications.h"
+#include "harness.h"
 #include "nvmanager.h"
 #include "pb_qmi.h"
 #include "pbm_sim.h"
@@ -20,16 +20,7 @@ namespace {
 
 using namespace std::chrono;
 
-// The SIM phonebook file: records of the entry's first 161 bytes.
-std::vector<pb_flash_info> sim_file()
-{
-    std::ifstream in(PB_DATA_DIR "/pb_sim_file", std::ios::binary);
-    std::vector<pb_flash_info> out;
-    pb_flash_info e{};
-    while (in.read(reinterpret_cast<char *>(&e), PB_RECORD_SIZE))
-        out.push_back(e);
-    return out;
-}
+std::vector<pb_flash_info> sim_file() { return pbt::read_book(STORAGE_TYPE_SIM); }
 
 pbm_sim::Card card_of(unsigned filled, uint16_t max = 250)
 {

@@ -84,6 +84,14 @@ inline void remove_books()
         std::remove((PB_DATA_DIR + std::string(f)).c_str());
 }
 
+// Whether the SIM phonebook has been read: a get-all is answered with its
+// entries, not "not read yet". The first call starts the read.
+inline bool sim_book_read()
+{
+    int num = 0;
+    return simlib_pb_read_handler(STORAGE_TYPE_SIM, SIM_PB_HANDLE_TYPE_GETALL, &num) != nullptr;
+}
+
 template <typename Pred> bool wait_until(Pred pred, int ms)
 {
     auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
@@ -144,6 +152,7 @@ struct raw_reply {
 static_assert(offsetof(raw_reply, rsp) == IPC_MSG_HEAD_LEN, "head and payload as on the wire");
 
 struct raw_peer {
+    raw_peer() = default;  // unbound: answers to it fail at once
     explicit raw_peer(const std::string &name) : path_(std::string(std::getenv("ZP_IPC_DIR")) + "/" + name)
     {
         if (std::system(("mkdir -p " + path_.substr(0, path_.rfind('/'))).c_str()) != 0)

@@ -1,11 +1,12 @@
 // The modem simulator's card file: every line the parser refuses is named
-// with its number, and pbm_simd serves a card file given on its command line
-// and saves every change back to it.
+// with its number; pbm_simd refuses bad options, serves a card file given on
+// its command line and saves every change back to it.
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 #include "pbm_sim.h"
@@ -40,19 +41,39 @@ TEST(PbmCardFile, EachRefusedFileNamesTheLineAtFault)
 }  // namespace
 
 #ifdef PBM_SIMD
-#include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <thread>
-
+#include "harness.h"
 #include "phonebook_manager_service_v01.h"
 #include "qmi_client.h"
 
-extern char **environ;
-
 namespace {
+
+// pbm_simd once took a bad delay as 0 without a word. A bad option ends it
+// with the usage status 2 before the card is loaded (the card named here
+// does not exist: loading it would end with 1).
+TEST(PbmSimd, RefusesBadOptionsNamingThem)
+{
+    const struct {
+        const char *options, *error;
+    } cases[] = {
+        {"--start-delay abc", "--start-delay takes milliseconds from 0 to 3600000, not 'abc'"},
+        {"--reply-delay -1", "not '-1'"},
+        {"--start-delay 4294967296", "not '4294967296'"},  // would wrap to 0 as unsigned
+        {"--reply-delay", "--reply-delay needs a value"},
+        {"--bogus 1", "option '--bogus'"},
+    };
+    const std::string err = ::testing::TempDir() + "pbm_simd.err";
+    for (const auto &c : cases) {
+        const int st = std::system(
+            (PBM_SIMD " --card no-such-card.txt " + std::string(c.options) + " 2>" + err).c_str());
+        std::ifstream in(err);
+        const std::string said{std::istreambuf_iterator<char>(in), {}};
+        EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 2) << c.options;
+        EXPECT_NE(said.find(c.error), std::string::npos) << said;
+    }
+}
 
 // The daemon serves a card file given on the command line and keeps it up to date.
 TEST(PbmSimd, ServesACardFileAndSavesEveryChange)
@@ -63,39 +84,26 @@ TEST(PbmSimd, ServesACardFileAndSavesEveryChange)
     const std::string card = base + "_card.txt", sock = base + ".sock";
     std::ofstream(card) << "card 5 14 20\n1,+123P4,B\u00fcro, Anna\n";
     setenv("ZP_QMI_SOCKET", sock.c_str(), 1);
-    std::string a0 = "pbm_simd", a1 = "--card", a2 = card;
-    char *argv[] = {a0.data(), a1.data(), a2.data(), nullptr};
-    pid_t pid = 0;
-    ASSERT_EQ(0, posix_spawn(&pid, PBM_SIMD, nullptr, nullptr, argv, environ));
+    pbt::child simd({PBM_SIMD, "--card", card});
 
     qmi_idl_service_object_type svc = pbm_get_service_object_internal_v01(1, 16, 6);
     qmi_service_info info[1];
     unsigned entries = 1, services = 0;
-    for (int i = 0; i < 500 && qmi_client_get_service_list(svc, info, &entries, &services) != 0; ++i) {
+    const auto offered = [&] {
         entries = 1;  // a failed query reports no entry
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+        return qmi_client_get_service_list(svc, info, &entries, &services) == 0;
+    };
+    ASSERT_TRUE(pbt::wait_until(offered, 5000));
     qmi_client_type client = nullptr;
     ASSERT_EQ(QMI_NO_ERR, qmi_client_init(&info[0], svc, nullptr, nullptr, nullptr, &client));
     pbm_write_record_req_msg_v01 req{};
-    req.record_information = {PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01,
-                              1,
-                              0,
-                              PBM_NUM_TYPE_UNKNOWN_V01,
-                              PBM_NUM_PLAN_UNKNOWN_V01,
-                              3,
-                              "4e5",
-                              2,
-                              "B"};
+    req.record_information = {PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01, 1, 0, {}, {}, 3, "4e5", 2, "B"};
     pbm_write_record_resp_msg_v01 rsp{};
     ASSERT_EQ(QMI_NO_ERR, qmi_client_send_msg_sync(client, 0x0005, &req, sizeof req, &rsp, sizeof rsp, 2000));
     EXPECT_EQ(2, rsp.record_id);
     EXPECT_EQ(QMI_NO_ERR, qmi_client_release(client));
 
-    kill(pid, SIGTERM);
-    int status = -1;
-    waitpid(pid, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(simd.wait(5000, SIGTERM), 0);
     unsetenv("ZP_QMI_SOCKET");
 
     pbm_sim::Card back;
