@@ -1,15 +1,13 @@
-// End to end across processes: the modem simulator daemon, the host process
-// of MU_ID, and client processes (this test and pb_service_client).
+// End to end across processes: the host process of MU_ID on the simulated
+// modem, and client processes (this test and pb_service_client).
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <deque>
 #include <fstream>
-#include <optional>
 #include <set>
 
-#include "harness.h"
-#include "pbm_sim.h"
+#include "host_rig.h"
 #include "zp_ipc_host.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -57,27 +55,20 @@ protected:
     void SetUp() override
     {
         pbt::remove_books();
-        const std::string card = PB_DATA_DIR "/card.txt";
-        std::ofstream(card) << "card 100 20 20\n";
+        std::string card = "card 100 20 20\n";
         for (size_t k = 1; k <= kFilled; ++k)
-            std::ofstream(card, std::ios::app) << k << ",+4930" << k << ",card" << k << "\n";
-        sim_.emplace(std::vector<std::string>{PBM_SIMD_BIN, "--card", card});
-        const std::string modem = std::getenv("ZP_IPC_DIR") + std::string("/qmi_pbm");
-        ASSERT_TRUE(pbt::wait_until([&] { return pbt::exists(modem); }, 5000));
-        host_.emplace(std::vector<std::string>{PB_HOST_BIN});
+            card += std::to_string(k) + ",+4930" + std::to_string(k) + ",card" + std::to_string(k) + "\n";
+        rig_.start(PB_DATA_DIR "/card.txt", card);
         ASSERT_TRUE(pbt::wait_until(service_up, 10000));
         ASSERT_EQ(simlib_pb_init(STORAGE_TYPE_SIM), 0);
     }
     void TearDown() override
     {
-        if (host_ && host_->pid > 0) {
-            EXPECT_EQ(host_->wait(5000, SIGTERM), 0);
-        }
-        EXPECT_EQ(sim_->wait(5000, SIGTERM), 0);
+        rig_.stop();
         pbt::remove_books();
     }
 
-    std::optional<pbt::child> sim_, host_;
+    pbt::host_rig rig_;
 };
 
 // Adds of several client processes to both phonebooks, and imports in this
@@ -148,7 +139,7 @@ TEST_F(HostProcess, StopsCleanlyWhileRequestsArrive)
     for (int c = 0; c < 3; ++c)
         clients.emplace_back(std::vector<std::string>{PB_CLIENT_BIN, "flood", "30000"});
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_EQ(host_->wait(30000, SIGTERM), 0);
+    EXPECT_EQ(rig_.host->wait(30000, SIGTERM), 0);
     for (pbt::child &c : clients)
         EXPECT_EQ(c.wait(10000), 0);
     EXPECT_FALSE(pbt::exists(mu_socket()));
@@ -172,11 +163,8 @@ long rss_kib(pid_t pid)
 TEST(HostUnderFlood, MemoryStaysBoundedAndTheServiceAnswersAfterwards)
 {
     pbt::remove_books();
-    pbm_sim::Card card;
-    pbm_sim::utf8_to_ucs2("one", &card.records[1].name);
-    pbm_sim::Simulator sim(card);
-    ASSERT_TRUE(sim.start());
-    pbt::child host({PB_HOST_BIN});
+    pbt::host_rig rig;
+    rig.start(PB_DATA_DIR "/card.txt", "card 100 20 20\n1,1,one\n");
     ASSERT_TRUE(pbt::wait_until(service_up, 10000));
     ASSERT_EQ(simlib_pb_init(STORAGE_TYPE_SIM), 0);
 
@@ -194,26 +182,26 @@ TEST(HostUnderFlood, MemoryStaysBoundedAndTheServiceAnswersAfterwards)
     for (long &rss : after) {
         ASSERT_TRUE(pbt::wait_until(pbt::sim_book_read, 30000));
         // A SIM add holds the service thread on a card that does not answer.
-        sim.set_reply_delay(600000);
+        rig.sim->set_reply_delay(600000);
         ASSERT_TRUE(send(SIM_PB_HANDLE_TYPE_ADD, sizeof(pb_event_req_t)));
         for (int k = 0; k < 1500; ++k) {
             ASSERT_TRUE(
                 send(SIM_PB_HANDLE_TYPE_GETCOUNT, k % 2 ? IPC_MSG_MAX_PAYLOAD : sizeof(pb_event_req_t)));
             if (k % 50 == 0)
-                peak = std::max(peak, rss_kib(host.pid));
+                peak = std::max(peak, rss_kib(rig.host->pid));
         }
         const pb_event_req_t req{SIM_PB_HANDLE_TYPE_GETCOUNT, {}, {}, {}};
         ASSERT_TRUE(late.send(IPC_SYN_REQ, MSG_ID_PB_REQ, 7, &req, sizeof req));
         const pbt::raw_reply busy = late.receive(10000);
-        peak = std::max(peak, rss_kib(host.pid));
+        peak = std::max(peak, rss_kib(rig.host->pid));
         ASSERT_TRUE(busy.arrived);
         EXPECT_EQ(busy.rsp.pb_result, PB_RCODE_NODEPUSH_ERR);
         // The modem goes away: the add fails and the queue drains.
-        sim.stop();
+        rig.sim->stop();
         ASSERT_TRUE(pbt::wait_until(service_up, 60000));
-        rss = rss_kib(host.pid);
-        sim.set_reply_delay(0);
-        ASSERT_TRUE(sim.start());
+        rss = rss_kib(rig.host->pid);
+        rig.sim->set_reply_delay(0);
+        ASSERT_TRUE(rig.sim->start());
     }
     std::printf("host RSS: peak %ld KiB, after one flood %ld KiB, after two %ld KiB\n", peak, after[0],
                 after[1]);
@@ -223,8 +211,7 @@ TEST(HostUnderFlood, MemoryStaysBoundedAndTheServiceAnswersAfterwards)
     EXPECT_LT(peak, 8 * 1024);
     EXPECT_LE(after[1], after[0] + 64);
 #endif
-    EXPECT_EQ(host.wait(5000, SIGTERM), 0);
-    sim.stop();
+    rig.stop();
     pbt::remove_books();
 }
 
