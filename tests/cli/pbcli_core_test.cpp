@@ -37,21 +37,8 @@ TEST(ParseArgs, RefusesWhatTheServiceWouldMisread)
         {{"copy", "sim", "device", "--cut"}, "--cut is for copy device sim"},
         {{"import", "f.vcf", "--format", "xml"}, "vcard, csv or module"},
         {{"list", "sim", "--format", "csv"}, "takes no --format"},
-    };
-    for (const auto &c : cases) {
-        Args a;
-        EXPECT_NE(parse(c.argv, &a).find(c.error), std::string::npos) << c.argv[0] << " " << c.argv.back();
-    }
-}
-
-// Numbers and options are checked to the end of the word, and the message
-// names what was refused.
-TEST(ParseArgs, RefusesBadNumbersAndOptionsNamingThem)
-{
-    const struct {
-        std::vector<const char *> argv;
-        const char *error;
-    } cases[] = {
+        // Numbers and options are checked to the end of the word, and the
+        // message names what was refused.
         {{"show", "sim", "99999999999999999999"}, "'99999999999999999999' is not an index"},  // overflows
         {{"show", "sim", " 7"}, "' 7' is not an index"},
         {{"show", "sim", "-1"}, "unknown option '-1'"},
@@ -65,7 +52,7 @@ TEST(ParseArgs, RefusesBadNumbersAndOptionsNamingThem)
     };
     for (const auto &c : cases) {
         Args a;
-        EXPECT_NE(parse(c.argv, &a).find(c.error), std::string::npos) << c.argv[2];
+        EXPECT_NE(parse(c.argv, &a).find(c.error), std::string::npos) << c.argv[0] << " " << c.argv.back();
     }
 }
 
