@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "book_text.h"
 #include "pbx.h"
 
 namespace {
@@ -27,32 +28,6 @@ pbx::Contact contact(const std::string &name, const std::string &number, const s
                      const std::string &label = "")
 {
     return {name, number, email, label, 0, ""};
-}
-
-// The device phonebook's entries as "index:name|number|email".
-std::vector<std::string> book()
-{
-    auto t = std::make_unique<pb_mem_info>();
-    EXPECT_EQ(simlib_pb_from_flash(STORAGE_TYPE_FLASH, t.get()), 0);
-    std::vector<std::string> out;
-    for (const auto &e : t->mem.pb)
-        if (e.index != 0)
-            out.push_back(std::to_string(e.index) + ":" + e.name + "|" + e.num + "|" + e.email);
-    return out;
-}
-
-void store(const std::vector<std::pair<int, std::string>> &entries)
-{
-    auto t = std::make_unique<pb_mem_info>();
-    for (const auto &[index, name] : entries) {
-        pb_flash_info &e = t->mem.pb[index - 1];
-        e.index = static_cast<zp_uint32>(index);
-        e.sim_index = 0xFFFFFFFFu;
-        std::snprintf(e.name, sizeof e.name, "%s", name.c_str());
-        std::snprintf(e.num, sizeof e.num, "%d", 100 + index);
-        ++t->mem.pb_count;
-    }
-    ASSERT_EQ(simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get()), 0);
 }
 
 // Outcomes as "word index name" per line.
@@ -72,7 +47,7 @@ protected:
 
 TEST_F(Exchange, ImportFillsFreePlacesAndSaysWhatBecameOfEveryContact)
 {
-    store({{1, "Anna"}, {3, "Bob"}});
+    store_book(STORAGE_TYPE_FLASH, {{1, "101|Anna|"}, {3, "103|Bob|"}});
     const std::string long_name = std::string(49, 'x') + "é";  // 51 bytes
     pbx::Report r;
     ASSERT_EQ(
@@ -89,9 +64,10 @@ TEST_F(Exchange, ImportFillsFreePlacesAndSaysWhatBecameOfEveryContact)
     EXPECT_TRUE(r.lines[2].renamed);
     EXPECT_TRUE(r.lines[7].name_cut);
     EXPECT_TRUE(r.lines[7].email_cut);
-    EXPECT_EQ(book(), (std::vector<std::string>{"1:Anna|101|", "2:Cleo|+493012|c@x", "3:Bob|103|",
-                                                "4:Anna (work)|555|", "5:Anna (2)|556|", "6:Anna (3)|557|",
-                                                "7:" + std::string(49, 'x') + "|7|" + std::string(50, 'm')}));
+    EXPECT_EQ(load_book(STORAGE_TYPE_FLASH),
+              (std::vector<std::string>{"1:101|Anna|", "2:+493012|Cleo|c@x", "3:103|Bob|",
+                                        "4:555|Anna (work)|", "5:556|Anna (2)|", "6:557|Anna (3)|",
+                                        "7:7|" + std::string(49, 'x') + "|" + std::string(50, 'm')}));
 }
 
 TEST_F(Exchange, ImportIntoAFullPhonebookReportsTheRestAsFull)
@@ -99,19 +75,19 @@ TEST_F(Exchange, ImportIntoAFullPhonebookReportsTheRestAsFull)
     std::vector<std::pair<int, std::string>> entries;
     for (int i = 1; i <= PB_MAX_ENTRIES; ++i)
         if (i != 500)
-            entries.push_back({i, "n" + std::to_string(i)});
-    store(entries);
+            entries.push_back({i, std::to_string(i) + "|n|"});
+    store_book(STORAGE_TYPE_FLASH, entries);
     pbx::Report r;
     ASSERT_EQ(pbx::import_to_device({contact("A", "1"), contact("B", "2")}, &r), PB_RCODE_OK);
     EXPECT_EQ(outcomes(r), (std::vector<std::string>{"added 500 A", "full 0 B"}));
-    EXPECT_EQ(book().size(), size_t{PB_MAX_ENTRIES});
+    EXPECT_EQ(load_book(STORAGE_TYPE_FLASH).size(), size_t{PB_MAX_ENTRIES});
 }
 
 // Another process's change made while the import waits for the lock is
 // loaded by the import, not overwritten by it.
 TEST_F(Exchange, ImportWaitsForTheLockAndKeepsTheChangeMadeMeanwhile)
 {
-    store({{1, "Anna"}});
+    store_book(STORAGE_TYPE_FLASH, {{1, "101|Anna|"}});
     const int fd = open((kBook + ".lock").c_str(), O_RDWR | O_CREAT, 0600);
     ASSERT_GE(fd, 0);
     ASSERT_EQ(flock(fd, LOCK_EX), 0);
@@ -123,11 +99,12 @@ TEST_F(Exchange, ImportWaitsForTheLockAndKeepsTheChangeMadeMeanwhile)
     });
     std::this_thread::sleep_for(200ms);
     EXPECT_FALSE(done) << "the import ran without the lock";
-    store({{1, "Anna"}, {2, "Bob"}});
+    store_book(STORAGE_TYPE_FLASH, {{1, "101|Anna|"}, {2, "102|Bob|"}});
     flock(fd, LOCK_UN);
     close(fd);
     importer.join();
-    EXPECT_EQ(book(), (std::vector<std::string>{"1:Anna|101|", "2:Bob|102|", "3:Cleo|3|"}));
+    EXPECT_EQ(load_book(STORAGE_TYPE_FLASH),
+              (std::vector<std::string>{"1:101|Anna|", "2:102|Bob|", "3:3|Cleo|"}));
 }
 
 // The copy into the SIM with a card of 14 name octets and 20 digits; the

@@ -6,46 +6,15 @@
 #include <cstdio>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <string>
-#include <vector>
 
-#include "zpt_ui_pb_api.h"
+#include "book_text.h"
 
 namespace {
 
 const std::string kDevFile = PB_DATA_DIR "/pb_device_file";
 const std::string kSimFile = PB_DATA_DIR "/pb_sim_file";
 const std::string kText = TEST_WORK_DIR "/import_export_test.txt";
-
-// The used entries of a phonebook as "index:number|name|email".
-std::vector<std::string> load(storage_type_t type)
-{
-    auto t = std::make_unique<pb_mem_info>();  // zero-filled
-    EXPECT_EQ(simlib_pb_from_flash(type, t.get()), 0);
-    std::vector<std::string> out;
-    for (const auto &e : t->mem.pb) {
-        if (e.index == 0)
-            continue;
-        EXPECT_EQ(e.sim_index, type == STORAGE_TYPE_SIM ? e.index + 100 : 0xFFFFFFFFu);
-        out.push_back(std::to_string(e.index) + ":" + e.num + "|" + e.name + "|" + e.email);
-    }
-    return out;
-}
-
-// Stores entries "number|name|email" at the given indexes.
-void store(storage_type_t type, const std::vector<std::pair<int, std::string>> &entries)
-{
-    auto t = std::make_unique<pb_mem_info>();  // zero-filled
-    for (const auto &[index, text] : entries) {
-        pb_flash_info &e = t->mem.pb[index - 1];
-        e.index = index;
-        e.sim_index = type == STORAGE_TYPE_SIM ? index + 100 : 0xFFFFFFFFu;
-        std::sscanf(text.c_str(), "%50[^|]|%50[^|]|%50s", e.num, e.name, e.email);
-        ++t->mem.pb_count;
-    }
-    ASSERT_EQ(simlib_pb_to_flash(type, t.get()), 0);
-}
 
 void write_text(const std::string &content) { std::ofstream(kText, std::ios::binary) << content; }
 
@@ -112,20 +81,20 @@ TEST_F(ImportExport, LinesParseAsNumberNameEmailIntoTheFreePlaces)
     for (const auto &c : cases) {
         SetUp();
         if (!c.before.empty())
-            store(STORAGE_TYPE_FLASH, c.before);
+            store_book(STORAGE_TYPE_FLASH, c.before);
         write_text(c.text);
         ASSERT_EQ(simlib_pb_import(kText.c_str(), STORAGE_TYPE_FLASH), PB_RCODE_OK) << c.what;
-        EXPECT_EQ(load(STORAGE_TYPE_FLASH), c.expect) << c.what;
+        EXPECT_EQ(load_book(STORAGE_TYPE_FLASH), c.expect) << c.what;
         EXPECT_FALSE(exists(kDevFile + "_tmp")) << c.what;
     }
     // A full phonebook skips every line.
     std::vector<std::pair<int, std::string>> all;
     for (int i = 1; i <= PB_MAX_ENTRIES; ++i)
         all.push_back({i, std::to_string(i) + "|n|"});
-    store(STORAGE_TYPE_FLASH, all);
-    const auto before = load(STORAGE_TYPE_FLASH);
+    store_book(STORAGE_TYPE_FLASH, all);
+    const auto before = load_book(STORAGE_TYPE_FLASH);
     ASSERT_EQ(simlib_pb_import(kText.c_str(), STORAGE_TYPE_FLASH), PB_RCODE_OK);
-    EXPECT_EQ(load(STORAGE_TYPE_FLASH), before);
+    EXPECT_EQ(load_book(STORAGE_TYPE_FLASH), before);
 }
 
 // A refused import leaves the phonebook as it was; a refused export creates
@@ -134,7 +103,7 @@ TEST_F(ImportExport, LinesParseAsNumberNameEmailIntoTheFreePlaces)
 // never end, and a rename would put a file in a device's place.
 TEST_F(ImportExport, RefusedImportsAndExportsChangeNothing)
 {
-    store(STORAGE_TYPE_FLASH, {{1, "1|One|"}});
+    store_book(STORAGE_TYPE_FLASH, {{1, "1|One|"}});
     const std::string in = TEST_WORK_DIR "/import_in.txt", fifo = TEST_WORK_DIR "/import_fifo";
     std::ofstream(in) << "2,Two,\n";
     std::remove(fifo.c_str());
@@ -170,7 +139,7 @@ TEST_F(ImportExport, RefusedImportsAndExportsChangeNothing)
         EXPECT_EQ(c.import ? simlib_pb_import(c.path, type) : simlib_pb_export(c.path, type, c.array, 1),
                   c.rc)
             << c.import << " " << c.type;
-        EXPECT_EQ(load(STORAGE_TYPE_FLASH), std::vector<std::string>{"1:1|One|"});
+        EXPECT_EQ(load_book(STORAGE_TYPE_FLASH), std::vector<std::string>{"1:1|One|"});
         EXPECT_FALSE(exists(kText));
     }
     EXPECT_FALSE(exists(kSimFile)) << "import never writes the SIM phonebook";
@@ -182,12 +151,12 @@ TEST_F(ImportExport, RefusedImportsAndExportsChangeNothing)
 
 TEST_F(ImportExport, ExportWritesNameFirstInArrayOrderAndSkipsMissing)
 {
-    store(STORAGE_TYPE_FLASH, {{1, "+4930123|Ann|a@x.de"}, {3, "0301|Lee, Bo|"}});
+    store_book(STORAGE_TYPE_FLASH, {{1, "+4930123|Ann|a@x.de"}, {3, "0301|Lee, Bo|"}});
     const zp_int32 idx[] = {3, 1, 7, 0, -1};
     ASSERT_EQ(simlib_pb_export(kText.c_str(), STORAGE_TYPE_FLASH, idx, 5), PB_RCODE_OK);
     EXPECT_EQ(read_text(kText), "Lee, Bo,0301,\nAnn,+4930123,a@x.de\n");
     // In the SIM phonebook too an index is a place in the table, not a record.
-    store(STORAGE_TYPE_SIM, {{2, "112|SOS|"}});  // SIM record 102
+    store_book(STORAGE_TYPE_SIM, {{2, "112|SOS|"}});  // SIM record 102
     const zp_int32 sim_idx[] = {102, 2};
     ASSERT_EQ(simlib_pb_export(kText.c_str(), STORAGE_TYPE_SIM, sim_idx, 2), PB_RCODE_OK);
     EXPECT_EQ(read_text(kText), "SOS,112,\n");
