@@ -105,7 +105,7 @@ TEST_F(PbcliE2e, SeveralIndexesAreDoneAndTheMissingOnesReported)
     EXPECT_EQ(del.at("not_found.0"), "77");
 }
 
-// A vCard in, the same back out and in again, then copies both ways with
+// A vCard in and back out as a vCard, then copies both ways with
 // the card's limits (14 name octets, 20 digits). How each contact is read
 // and stored is the contact library's test.
 TEST_F(PbcliE2e, ContactsTravelThroughFilesAndBetweenThePhonebooks)
@@ -120,8 +120,7 @@ TEST_F(PbcliE2e, ContactsTravelThroughFilesAndBetweenThePhonebooks)
     EXPECT_EQ(in.at("added"), "2");
 
     ASSERT_EQ(pbcli({"export", "device", back, "--format", "vcard"}).status, 0);
-    Outcome again = pbcli({"import", back, "--format", "vcard"});
-    EXPECT_EQ(again.at("added"), "0") << again.out;
+    EXPECT_NE(slurp(back).find("FN:Jürgen Groß (work)\r\n"), std::string::npos) << slurp(back);
 
     Outcome skip = pbcli({"copy", "device", "sim"});
     ASSERT_EQ(skip.status, 0) << skip.out;
