@@ -121,6 +121,7 @@ struct child {
         if (posix_spawnp(&pid, args[0], nullptr, nullptr, args.data(), environ) != 0)
             pid = -1;
     }
+    explicit child(pid_t started) : pid(started) {}  // one started elsewhere
     child(const child &) = delete;
     ~child() { wait(0, SIGKILL); }
 

@@ -2,12 +2,10 @@
 // modem simulator, as the page and scripts use it. Every operation, the
 // status of every kind of refusal, the check of an entry changed meanwhile,
 // and the login.
-#include <signal.h>
-#include <sys/wait.h>
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,25 +39,16 @@ protected:
 
     void TearDown() override
     {
-        const int web = stop_web();
-        EXPECT_TRUE(WIFEXITED(web) && WEXITSTATUS(web) == 0) << "pbweb ended with wait status " << web;
+        EXPECT_EQ(web_ ? web_->wait(30000, SIGTERM) : 0, 0) << "pbweb did not stop cleanly";
         rig_.stop();
-    }
-
-    int stop_web()
-    {
-        int st = 0;
-        if (web_ > 0 && kill(web_, SIGTERM) == 0)
-            waitpid(web_, &st, 0);
-        return st;
     }
 
     void start_web(std::vector<std::string> extra)
     {
-        stop_web();
+        web_.reset();
         std::vector<std::string> argv = {PBWEB_BIN, "--listen", "127.0.0.1:0"};
         argv.insert(argv.end(), extra.begin(), extra.end());
-        web_ = pbweb_client::start(argv, &port_);
+        web_.emplace(pbweb_client::start(argv, &port_));
         ASSERT_NE(port_, 0) << "pbweb printed no address";
         origin_ = "http://127.0.0.1:" + std::to_string(port_);
     }
@@ -104,7 +93,7 @@ protected:
     }
 
     pbt::host_rig rig_;
-    pid_t web_ = -1;
+    std::optional<pbt::child> web_;
     int port_ = 0;
     std::string origin_, cookie_;
 };
