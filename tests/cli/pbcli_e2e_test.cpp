@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -20,12 +19,6 @@ namespace {
 using namespace std::chrono_literals;
 
 const std::string kWork = TEST_WORK_DIR;
-
-std::string slurp(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
 
 struct Outcome {
     int status = -1;
@@ -47,7 +40,7 @@ Outcome pbcli(const std::vector<std::string> &args, bool json = true)
         cmd += "'";
     }
     const int st = std::system((cmd + " >" + out + " 2>" + err).c_str());
-    Outcome r{WIFEXITED(st) ? WEXITSTATUS(st) : -1, slurp(out), slurp(err), {}};
+    Outcome r{WIFEXITED(st) ? WEXITSTATUS(st) : -1, pbt::slurp(out), pbt::slurp(err), {}};
     std::string why;
     if (json) {
         EXPECT_TRUE(pbweb::parse_json(r.out, &r.js, &why)) << why << ": " << r.out;
@@ -97,7 +90,7 @@ TEST_F(PbcliE2e, SeveralIndexesAreDoneAndTheMissingOnesReported)
 
     Outcome exp = pbcli({"export", "device", out, "3", "1", "9"});
     EXPECT_EQ(exp.status, 5) << "index 9 has no entry";
-    EXPECT_EQ(slurp(out), "李娜,+861087654321,\nJürgen Groß,+491711234567,j@example.de\n");
+    EXPECT_EQ(pbt::slurp(out), "李娜,+861087654321,\nJürgen Groß,+491711234567,j@example.de\n");
 
     Outcome del = pbcli({"delete", "device", "1", "3", "77"});
     EXPECT_EQ(del.status, 5);
@@ -120,7 +113,7 @@ TEST_F(PbcliE2e, ContactsTravelThroughFilesAndBetweenThePhonebooks)
     EXPECT_EQ(in.at("added"), "2");
 
     ASSERT_EQ(pbcli({"export", "device", back, "--format", "vcard"}).status, 0);
-    EXPECT_NE(slurp(back).find("FN:Jürgen Groß (work)\r\n"), std::string::npos) << slurp(back);
+    EXPECT_NE(pbt::slurp(back).find("FN:Jürgen Groß (work)\r\n"), std::string::npos) << pbt::slurp(back);
 
     Outcome skip = pbcli({"copy", "device", "sim"});
     ASSERT_EQ(skip.status, 0) << skip.out;

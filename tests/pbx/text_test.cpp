@@ -5,20 +5,13 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "harness.h"
 #include "pbx.h"
 
 namespace {
-
-std::string slurp(const std::string &name)
-{
-    std::ifstream in(std::string(SAMPLES) + "/" + name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
 
 // Contacts as "name|number|email|label", a problem as "!problem".
 std::vector<std::string> flat(const std::vector<pbx::Contact> &v)
@@ -134,7 +127,7 @@ TEST(Parse, TextsAreReadAsTheirWritersMeantThem)
     };
     for (const auto &[format, cases] : formats) {
         for (const Case &c : cases) {
-            const std::string text = c.text.empty() ? slurp(c.what) : c.text;
+            const std::string text = c.text.empty() ? pbt::slurp(SAMPLES "/" + std::string(c.what)) : c.text;
             ASSERT_FALSE(text.empty()) << c.what;
             EXPECT_EQ(pbx::detect_format(text), format) << c.what;
             const std::vector<pbx::Contact> got = pbx::parse(text, format);

@@ -18,6 +18,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -38,6 +40,13 @@ inline std::string book(storage_type_t t)
 }
 
 inline bool exists(const std::string &path) { return ::access(path.c_str(), F_OK) == 0; }
+
+// A file's bytes; empty when there is no file.
+inline std::string slurp(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
 
 inline pb_flash_info entry(zp_uint32 index, zp_uint32 sim_index, const std::string &name)
 {

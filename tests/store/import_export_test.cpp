@@ -5,10 +5,10 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include "book_text.h"
+#include "harness.h"
 
 namespace {
 
@@ -17,14 +17,6 @@ const std::string kSimFile = PB_DATA_DIR "/pb_sim_file";
 const std::string kText = TEST_WORK_DIR "/import_export_test.txt";
 
 void write_text(const std::string &content) { std::ofstream(kText, std::ios::binary) << content; }
-
-std::string read_text(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-bool exists(const std::string &path) { return std::ifstream(path).good(); }
 
 std::string times(const std::string &s, int n) { return n > 0 ? s + times(s, n - 1) : ""; }
 
@@ -85,7 +77,7 @@ TEST_F(ImportExport, LinesParseAsNumberNameEmailIntoTheFreePlaces)
         write_text(c.text);
         ASSERT_EQ(simlib_pb_import(kText.c_str(), STORAGE_TYPE_FLASH), PB_RCODE_OK) << c.what;
         EXPECT_EQ(load_book(STORAGE_TYPE_FLASH), c.expect) << c.what;
-        EXPECT_FALSE(exists(kDevFile + "_tmp")) << c.what;
+        EXPECT_FALSE(pbt::exists(kDevFile + "_tmp")) << c.what;
     }
     // A full phonebook skips every line.
     std::vector<std::pair<int, std::string>> all;
@@ -140,9 +132,9 @@ TEST_F(ImportExport, RefusedImportsAndExportsChangeNothing)
                   c.rc)
             << c.import << " " << c.type;
         EXPECT_EQ(load_book(STORAGE_TYPE_FLASH), std::vector<std::string>{"1:1|One|"});
-        EXPECT_FALSE(exists(kText));
+        EXPECT_FALSE(pbt::exists(kText));
     }
-    EXPECT_FALSE(exists(kSimFile)) << "import never writes the SIM phonebook";
+    EXPECT_FALSE(pbt::exists(kSimFile)) << "import never writes the SIM phonebook";
     struct stat st {};
     EXPECT_TRUE(stat("/dev/full", &st) == 0 && S_ISCHR(st.st_mode));
     EXPECT_TRUE(stat(fifo.c_str(), &st) == 0 && S_ISFIFO(st.st_mode));
@@ -154,17 +146,17 @@ TEST_F(ImportExport, ExportWritesNameFirstInArrayOrderAndSkipsMissing)
     store_book(STORAGE_TYPE_FLASH, {{1, "+4930123|Ann|a@x.de"}, {3, "0301|Lee, Bo|"}});
     const zp_int32 idx[] = {3, 1, 7, 0, -1};
     ASSERT_EQ(simlib_pb_export(kText.c_str(), STORAGE_TYPE_FLASH, idx, 5), PB_RCODE_OK);
-    EXPECT_EQ(read_text(kText), "Lee, Bo,0301,\nAnn,+4930123,a@x.de\n");
+    EXPECT_EQ(pbt::slurp(kText), "Lee, Bo,0301,\nAnn,+4930123,a@x.de\n");
     // In the SIM phonebook too an index is a place in the table, not a record.
     store_book(STORAGE_TYPE_SIM, {{2, "112|SOS|"}});  // SIM record 102
     const zp_int32 sim_idx[] = {102, 2};
     ASSERT_EQ(simlib_pb_export(kText.c_str(), STORAGE_TYPE_SIM, sim_idx, 2), PB_RCODE_OK);
-    EXPECT_EQ(read_text(kText), "SOS,112,\n");
+    EXPECT_EQ(pbt::slurp(kText), "SOS,112,\n");
     // No index: an empty file, the old content gone; the file replaced
     // keeps its mode.
     ASSERT_EQ(chmod(kText.c_str(), 0604), 0);
     ASSERT_EQ(simlib_pb_export(kText.c_str(), STORAGE_TYPE_FLASH, nullptr, 0), PB_RCODE_OK);
-    EXPECT_EQ(read_text(kText), "");
+    EXPECT_EQ(pbt::slurp(kText), "");
     struct stat st {};
     EXPECT_TRUE(stat(kText.c_str(), &st) == 0 && (st.st_mode & 07777) == 0604);
 }
