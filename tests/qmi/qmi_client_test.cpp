@@ -21,15 +21,6 @@ using namespace std::chrono;
 
 constexpr pbm_session_type_enum_v01 SLOT1 = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
 
-pbm_sim::Card card_of(unsigned filled, uint16_t max = 250)
-{
-    pbm_sim::Card c;
-    c.max_records = max;
-    for (unsigned i = 1; i <= filled; ++i)
-        c.records[static_cast<uint16_t>(i)] = {u"N", std::to_string(i)};
-    return c;
-}
-
 struct Indications {
     std::mutex mu;
     std::condition_variable cv;
@@ -90,7 +81,8 @@ protected:
 // runs on the library's own thread.
 TEST_F(QmiClient, CardRefusesWhatItCannotStoreAndReadsBackInPbmForm)
 {
-    pbm_sim::Card card = card_of(0, 3);
+    pbm_sim::Card card;
+    card.max_records = 3;
     card.max_name_len = 4;
     card.max_num_len = 6;
     up(card);
@@ -146,7 +138,9 @@ TEST_F(QmiClient, CardRefusesWhatItCannotStoreAndReadsBackInPbmForm)
 
 TEST_F(QmiClient, SlowSilentOrVanishingServiceIsAnErrorResult)
 {
-    up(card_of(1));
+    pbm_sim::Card card;
+    card.records[1] = {u"N", "1"};
+    up(card);
     const pbm_get_pb_capabilities_req_msg_v01 req{{SLOT1, 1}};
     pbm_get_pb_capabilities_resp_msg_v01 rsp{};
 
