@@ -138,20 +138,21 @@ TEST_F(QmiClient, CardRefusesWhatItCannotStoreAndReadsBackInPbmForm)
 
 TEST_F(QmiClient, SlowSilentOrVanishingServiceIsAnErrorResult)
 {
-    pbm_sim::Card card;
-    card.records[1] = {u"N", "1"};
-    up(card);
-    const pbm_get_pb_capabilities_req_msg_v01 req{{SLOT1, 1}};
-    pbm_get_pb_capabilities_resp_msg_v01 rsp{};
-
+    up(pbm_sim::Card{});
+    pbm_write_record_req_msg_v01 add{};
+    add.record_information = {SLOT1, 1, 0, {}, {}, 1, "1", 2, "A"};
+    pbm_write_record_resp_msg_v01 added{};
     // A wait past the limit would take the answer and return QMI_NO_ERR.
     sim.set_reply_delay(400);
-    EXPECT_EQ(QMI_TIMEOUT_ERR, send(0x0002, req, &rsp, 100));
-    // The late answer to the first request must not be taken for this one's.
+    EXPECT_EQ(QMI_TIMEOUT_ERR, send(0x0005, add, &added, 100));
+    // The late answer to the first add (record 1) must not be taken for the
+    // second's (record 2): same message, told apart by the transaction only.
     sim.set_reply_delay(0);
-    EXPECT_EQ(QMI_NO_ERR, send(0x0002, req, &rsp, 3000));
-    EXPECT_EQ(1, rsp.capability_basic_info.used_records);
+    ASSERT_EQ(QMI_NO_ERR, send(0x0005, add, &added, 3000));
+    EXPECT_EQ(2, added.record_id);
 
+    const pbm_get_pb_capabilities_req_msg_v01 req{{SLOT1, 1}};
+    pbm_get_pb_capabilities_resp_msg_v01 rsp{};
     sim.set_silent(true);
     EXPECT_EQ(QMI_TIMEOUT_ERR, send(0x0002, req, &rsp, 100));
 
