@@ -2,7 +2,6 @@
 // prefix of its part of the line, cut only when the part is longer than the
 // field, and a cut of valid UTF-8 keeps whole characters.
 #include <algorithm>
-#include <cctype>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -10,29 +9,9 @@
 #include <string>
 
 #include "../app/mutils/pb/zpt_ui_pb_api_import.cpp"  // the parser is internal to the module
+#include "text.h"
 
 namespace {
-
-// Whether s is made of whole UTF-8 sequences (lead byte, then as many
-// continuation bytes as it announces).
-bool whole_utf8(const std::string &s)
-{
-    for (size_t i = 0; i < s.size();) {
-        const unsigned char b = static_cast<unsigned char>(s[i]);
-        const size_t len = b < 0x80             ? 1
-                           : (b & 0xE0) == 0xC0 ? 2
-                           : (b & 0xF0) == 0xE0 ? 3
-                           : (b & 0xF8) == 0xF0 ? 4
-                                                : 0;
-        if (len == 0 || i + len > s.size())
-            return false;
-        for (size_t k = 1; k < len; ++k)
-            if ((static_cast<unsigned char>(s[i + k]) & 0xC0) != 0x80)
-                return false;
-        i += len;
-    }
-    return true;
-}
 
 // A field holds its part whole, or, when the part is longer than the
 // field's 50 bytes, a prefix of 47 to 50 bytes that ends between characters
@@ -49,7 +28,7 @@ void check_field(const char (&field)[PB_TEXT_LEN], const std::string &part)
         return;
     if (part.size() < PB_TEXT_LEN || got.size() + 3 < PB_TEXT_LEN - 1)
         std::abort();  // cut without need, or by more than one character
-    if (whole_utf8(part) && !whole_utf8(got))
+    if (pbx::as_utf8(part) == part && pbx::as_utf8(got) != got)
         std::abort();  // half a character kept
 }
 
@@ -76,16 +55,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const size_t c2 = c1 == std::string::npos ? c1 : text.find(',', c1 + 1);
     const std::string num = text.substr(0, c1);
     const std::string name = c1 == std::string::npos ? "" : text.substr(c1 + 1, c2 - (c1 + 1));
-    std::string email;
-    if (c2 != std::string::npos) {
-        size_t a = c2 + 1;
-        while (a < text.size() && std::isspace(static_cast<unsigned char>(text[a])))
-            ++a;
-        size_t b = a;
-        while (b < text.size() && !std::isspace(static_cast<unsigned char>(text[b])))
-            ++b;
-        email = text.substr(a, b - a);
-    }
+    const char *const space = " \t\n\v\f\r";  // isspace() in the C locale
+    const size_t at = c2 == std::string::npos ? c2 : text.find_first_not_of(space, c2 + 1);
+    const std::string email =
+        at == std::string::npos ? "" : text.substr(at, text.find_first_of(space, at) - at);
     int want = -1;
     if (!text.empty())
         want = num.empty() ? 0 : c1 == std::string::npos || name.empty() ? 1 : email.empty() ? 2 : 3;
