@@ -16,7 +16,6 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <memory>
 #include <numeric>
 #include <random>
@@ -24,14 +23,16 @@
 #include <thread>
 #include <vector>
 
+#include "harness.h"
 #include "table_rules.h"
 #include "zpt_ui_pb_api.h"
 #include "zpt_ui_pb_func.h"
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-const std::string kBook = PB_DATA_DIR "/pb_device_file", kBackup = PB_DATA_DIR "/pb_device_file_tmp";
+using Bytes = std::string;
+using pbt::exists;
+const std::string kBook = pbt::book(STORAGE_TYPE_FLASH), kBackup = kBook + "_tmp";
 const std::string kText = PB_DATA_DIR "/pb_file_test.txt";
 
 // Phonebook file records, as they lie on flash: index and sim_index as
@@ -39,12 +40,12 @@ const std::string kText = PB_DATA_DIR "/pb_file_test.txt";
 // without padding. Each has sim_index 0x01020304, name "Bob", number "+123".
 Bytes records(const std::vector<zp_uint32> &indexes)
 {
-    Bytes out(indexes.size() * PB_RECORD_SIZE, 0);
+    Bytes out(indexes.size() * PB_RECORD_SIZE, '\0');
     for (size_t k = 0; k < indexes.size(); ++k) {
-        unsigned char *r = &out[k * PB_RECORD_SIZE];
+        char *r = &out[k * PB_RECORD_SIZE];
         for (int b = 0; b < 4; ++b) {
-            r[b] = static_cast<unsigned char>(indexes[k] >> (8 * b));
-            r[4 + b] = static_cast<unsigned char>(4 - b);
+            r[b] = static_cast<char>(indexes[k] >> (8 * b));
+            r[4 + b] = static_cast<char>(4 - b);
         }
         std::memcpy(r + 8, "Bob", 3);
         std::memcpy(r + 59, "+123", 4);
@@ -52,19 +53,7 @@ Bytes records(const std::vector<zp_uint32> &indexes)
     return out;
 }
 
-void put(const std::string &path, const Bytes &b)
-{
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char *>(b.data()), std::streamsize(b.size()));
-}
-
-Bytes get(const std::string &path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), {});
-}
-
-bool exists(const std::string &path) { return access(path.c_str(), F_OK) == 0; }
+void put(const std::string &path, const Bytes &b) { std::ofstream(path, std::ios::binary) << b; }
 
 struct PbFile : ::testing::Test {
     std::unique_ptr<pb_mem_info> t{new pb_mem_info()};
@@ -77,8 +66,8 @@ TEST_F(PbFile, LoadersKeepTableRulesOnCraftedFiles)
 {
     std::vector<zp_uint32> one_to_1001(1001);
     std::iota(one_to_1001.begin(), one_to_1001.end(), 1u);
-    Bytes many = records(one_to_1001), cut = records({1, 2, 3}), unterminated = records({1});
-    cut.resize(cut.size() + 100, 0x41);
+    Bytes many = records(one_to_1001), cut = records({1, 2, 3}) + Bytes(100, 'A'),
+          unterminated = records({1});
     std::memset(&unterminated[8], 'x', 3 * PB_TEXT_LEN);
     struct {
         const char *what;
@@ -119,8 +108,7 @@ TEST_F(PbFile, LoadersKeepTableRulesOnCraftedFiles)
 // write put it back first.
 TEST_F(PbFile, BackupOfACutShortOldWriteIsWhatReadersAndWritersSee)
 {
-    Bytes short_book = records({1});
-    short_book.resize(short_book.size() + 100, 0x41);
+    const Bytes short_book = records({1}) + Bytes(100, 'A');
     const struct {
         const char *what;
         bool book;
@@ -152,7 +140,7 @@ TEST_F(PbFile, BackupOfACutShortOldWriteIsWhatReadersAndWritersSee)
             EXPECT_EQ(step == "start"    ? before
                       : step == "append" ? records({1, 2, 3, 9})
                                          : records({9}),
-                      get(kBook));
+                      pbt::slurp(kBook));
             EXPECT_FALSE(exists(kBackup));
         }
     }
@@ -163,18 +151,16 @@ TEST_F(PbFile, BackupOfACutShortOldWriteIsWhatReadersAndWritersSee)
 // be read out of step.
 TEST_F(PbFile, AppendStartsAtTheLastWholeRecord)
 {
-    Bytes torn = records({1, 2});
-    torn.resize(torn.size() + 50, 0x41);
-    for (const Bytes &start : {Bytes{}, records({1, 2}), torn}) {
+    for (const Bytes &start : {Bytes{}, records({1, 2}), records({1, 2}) + Bytes(50, 'A')}) {
         simlib_clear_flash(STORAGE_TYPE_FLASH);
         if (!start.empty())
             put(kBook, start);
         ASSERT_EQ(0, simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine));
-        EXPECT_EQ(start.empty() ? records({9}) : records({1, 2, 9}), get(kBook)) << start.size();
+        EXPECT_EQ(start.empty() ? records({9}) : records({1, 2, 9}), pbt::slurp(kBook)) << start.size();
     }
     *t = pb_mem_info();  // an empty table rewrites to an empty file
     ASSERT_EQ(0, simlib_pb_to_flash(STORAGE_TYPE_FLASH, t.get()));
-    EXPECT_TRUE(exists(kBook) && get(kBook).empty());
+    EXPECT_TRUE(exists(kBook) && pbt::slurp(kBook).empty());
 }
 
 // Runs fn in a child whose files may not grow past limit bytes, as on a full
@@ -224,11 +210,10 @@ TEST_F(PbFile, FullDiskFailsTheWriteAndKeepsEveryEntry)
         SCOPED_TRACE(c.what);
         put(kBook, records({1, 2, 3}));
         EXPECT_EQ(c.rc, with_file_size_limit(c.limit, c.write));
-        EXPECT_EQ(records({1, 2, 3}), get(kBook));
+        EXPECT_EQ(records({1, 2, 3}), pbt::slurp(kBook));
         EXPECT_FALSE(exists(kBook + ".new"));
     }
-    std::ifstream text(kText);
-    EXPECT_EQ(many, std::string(std::istreambuf_iterator<char>(text), {})) << "export target kept";
+    EXPECT_EQ(many, pbt::slurp(kText)) << "export target kept";
     glob_t left{};
     EXPECT_EQ(GLOB_NOMATCH, glob((kText + ".*").c_str(), 0, nullptr, &left)) << "no export leftovers";
     globfree(&left);
