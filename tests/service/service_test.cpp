@@ -20,6 +20,7 @@ namespace {
 using pbt::entry;
 using pbt::kNoSim;
 constexpr storage_type_t SIM = STORAGE_TYPE_SIM, DEV = STORAGE_TYPE_FLASH;
+constexpr zp_uint32 SYN = IPC_SYN_REQ, ASY = IPC_ASY_MSG;
 constexpr unsigned kRecords = 40;
 const std::string kCardFile = "1@1:c1 2@2:c2 3@3:c3 4@4:c4";  // the card's four records, once read
 
@@ -44,7 +45,7 @@ protected:
                       MU_ID, [](void *m, void *) { mm_pb_proc(m); }, nullptr, &server_),
                   IPC_OK);
         // The thread takes a message only after the engine's start-up.
-        ASSERT_TRUE(ask(IPC_SYN_REQ, {SIM_PB_HANDLE_TYPE_GETCOUNT, {}, DEV, {}}).arrived);
+        ASSERT_TRUE(ask(SYN, {SIM_PB_HANDLE_TYPE_GETCOUNT, {}, DEV, {}}).arrived);
     }
     void TearDown() override
     {
@@ -63,6 +64,12 @@ protected:
     {
         return peer_.send(type, MSG_ID_PB_REQ, session, &req, sizeof req) ? peer_.receive(ms)
                                                                           : pbt::raw_reply{};
+    }
+
+    // The result the service answers a synchronous `event` with.
+    zp_int32 result(zp_int32 event, const pb_flash_info &e, storage_type_t t)
+    {
+        return ask(SYN, {event, e, t, {1}}).rsp.pb_result;
     }
 
     // The file as a listing; "none" when there is no file.
@@ -109,7 +116,7 @@ protected:
 TEST_F(Service, StopWithRequestsStillQueuedFreesThem)
 {
     for (zp_uint32 k = 0; k < 100; ++k)
-        ask(IPC_ASY_MSG, {SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "x"), DEV, {}}, k, 0);
+        ask(ASY, {SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "x"), DEV, {}}, k, 0);
     EXPECT_TRUE(peer_.receive(5000).arrived);
     peer_.close();
 }
@@ -125,7 +132,6 @@ TEST_F(Service, StopWithRequestsStillQueuedFreesThem)
 // every step the card holds exactly the SIM file's entries.
 TEST_F(Service, EntryOperationsAnswerInKindAndChangeTheCardFirstThenTheFile)
 {
-    constexpr zp_uint32 SYN = IPC_SYN_REQ, ASY = IPC_ASY_MSG;
     constexpr zp_int32 ADD = SIM_PB_HANDLE_TYPE_ADD, EDIT = SIM_PB_HANDLE_TYPE_EDIT,
                        DEL = SIM_PB_HANDLE_TYPE_DEL, DEL_ANY = SIM_PB_HANDLE_TYPE_DEL_ANY,
                        DEL_ALL = SIM_PB_HANDLE_TYPE_DEL_ALL;
@@ -206,23 +212,20 @@ TEST_F(Service, EntryOperationsAnswerInKindAndChangeTheCardFirstThenTheFile)
 // file is the card, each record once. The device phonebook never waits.
 TEST_F(Service, SimChangesWaitUntilTheCardIsRead)
 {
-    constexpr zp_uint32 SYN = IPC_SYN_REQ;
     sim_.set_records_per_indication(1);
     sim_.hang_up_after_indications(2);
     const zp_int32 changes[] = {SIM_PB_HANDLE_TYPE_ADD, SIM_PB_HANDLE_TYPE_EDIT, SIM_PB_HANDLE_TYPE_DEL,
                                 SIM_PB_HANDLE_TYPE_DEL_ANY, SIM_PB_HANDLE_TYPE_DEL_ALL};
-    for (zp_int32 ev : changes) {
-        pb_event_req_t req{ev, entry(1, 1, "Early"), SIM, {1}};
-        EXPECT_EQ(ask(SYN, req).rsp.pb_result, PB_RCODE_READED_ERR) << ev;
-    }
+    for (zp_int32 ev : changes)
+        EXPECT_EQ(result(ev, entry(1, 1, "Early"), SIM), PB_RCODE_READED_ERR) << ev;
     EXPECT_EQ(sim_.requests(QMI_PBM_READ_RECORDS_REQ_V01), 1u) << "the first change starts the read";
-    EXPECT_EQ(ask(SYN, {SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "Dev"), DEV, {}}).rsp.pb_result, PB_RCODE_OK);
+    EXPECT_EQ(result(SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "Dev"), DEV), PB_RCODE_OK);
     EXPECT_EQ(sim_.card().records.size(), 4u);
 
     ASSERT_TRUE(pbt::wait_until(pbt::sim_book_read, 10000));
     EXPECT_EQ(file(SIM), kCardFile);
     EXPECT_EQ(sim_.requests(QMI_PBM_READ_RECORDS_REQ_V01), 2u);
-    EXPECT_EQ(ask(SYN, {SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "Late"), SIM, {}}).rsp.pb_result, PB_RCODE_OK);
+    EXPECT_EQ(result(SIM_PB_HANDLE_TYPE_ADD, entry(0, 0, "Late"), SIM), PB_RCODE_OK);
     EXPECT_EQ(file(SIM), kCardFile + " 5@5:Late");
     EXPECT_TRUE(card_is_file());
 }
@@ -232,14 +235,12 @@ TEST_F(Service, SimChangesWaitUntilTheCardIsRead)
 // read, or one from inside after it, changes nothing.
 TEST_F(Service, ReadIndicationsOnlyFromInsideWhileReading)
 {
-    pbm_record_read_ind_msg_v01 forged{};
+    pbm_record_read_ind_msg_v01 forged{}, empty{};
+    auto &rec = forged.basic_record_data.record_instances[0];
     forged.basic_record_data.record_instances_len = 1;
-    forged.basic_record_data.record_instances[0].record_id = 9;
-    forged.basic_record_data.record_instances[0].name_len = 2;
-    forged.basic_record_data.record_instances[0].name[0] = 'F';
-    pbm_record_read_ind_msg_v01 empty{};
+    rec.record_id = 9, rec.name_len = 2, rec.name[0] = 'F';
     const auto send = [this](const pbm_record_read_ind_msg_v01 &ind) {
-        ASSERT_TRUE(peer_.send(IPC_ASY_MSG, MSG_ID_PB_READ_IND, 1, &ind, sizeof ind));
+        ASSERT_TRUE(peer_.send(ASY, MSG_ID_PB_READ_IND, 1, &ind, sizeof ind));
     };
     send(empty);  // would end a read that has not begun
     send(forged);
@@ -250,7 +251,7 @@ TEST_F(Service, ReadIndicationsOnlyFromInsideWhileReading)
     EXPECT_EQ(file(SIM), kCardFile);
     EXPECT_EQ(pb_send_request_asyn(MU_ID, MSG_ID_PB_READ_IND, &forged, sizeof forged), PB_RCODE_OK);
     // Answered after the indication: it has been handled by then.
-    ASSERT_TRUE(ask(IPC_SYN_REQ, {SIM_PB_HANDLE_TYPE_GETCOUNT, {}, DEV, {}}).arrived);
+    ASSERT_TRUE(ask(SYN, {SIM_PB_HANDLE_TYPE_GETCOUNT, {}, DEV, {}}).arrived);
     EXPECT_EQ(file(SIM), kCardFile);
 }
 
