@@ -3,38 +3,29 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 
 #include "../tests/store/table_rules.h"
 #include "zpt_ui_pb_api.h"
 
-namespace {
-
-void check(const pb_mem_info &t, const char *loader)
-{
-    if (const char *broken = table_rule_broken(t.mem)) {
-        std::fprintf(stderr, "%s: %s\n", loader, broken);
-        std::abort();
-    }
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    FILE *f = std::fopen(PB_DATA_DIR "/pb_sim_file", "wb");
-    if (f == nullptr)
-        return 0;
-    if (size > 0)
-        std::fwrite(data, 1, size, f);
-    std::fclose(f);
-
+    std::ofstream(PB_DATA_DIR "/pb_sim_file", std::ios::binary)
+        .write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(size));
+    const struct {
+        const char *what;
+        decltype(&simlib_pb_from_flash) load;
+    } loaders[] = {{"record-by-index loader", simlib_pb_from_flash},
+                   {"dense loader", simlib_pb_add_from_flash}};
     static std::unique_ptr<pb_mem_info> table(new pb_mem_info());
-    if (simlib_pb_from_flash(STORAGE_TYPE_SIM, table.get()) != 0)
-        std::abort();
-    check(*table, "record-by-index loader");
-    if (simlib_pb_add_from_flash(STORAGE_TYPE_SIM, table.get()) != 0)
-        std::abort();
-    check(*table, "dense loader");
+    for (const auto &l : loaders) {
+        if (l.load(STORAGE_TYPE_SIM, table.get()) != 0)
+            std::abort();
+        if (const char *broken = table_rule_broken(table->mem)) {
+            std::fprintf(stderr, "%s: %s\n", l.what, broken);
+            std::abort();
+        }
+    }
     return 0;
 }
