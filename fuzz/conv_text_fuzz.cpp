@@ -40,8 +40,10 @@ void gsm_unpack(const uint8_t *data, size_t n)
     Buf in = copy_of(data + 2, octets), out = room(septets + 1);
     int len = -1;
     if (conv_gsm_to_ascii_alphabet(chars(out), &len, shift, static_cast<int8_t>(data[1]), chars(in),
-                                   static_cast<int>(septets)) != 0)
-        abort();
+                                   static_cast<int>(septets)) != 0 ||
+        len != static_cast<int>(septets) || out[septets] != 0 ||
+        !std::all_of(out.get(), out.get() + septets, [](unsigned char ch) { return ch < 0x80; }))
+        abort();  // every septet one ASCII byte, then the terminator
 }
 
 // data: the length byte, the type of number, then the digit bytes.
@@ -54,8 +56,9 @@ void bcd(const uint8_t *data, size_t n)
     if (n - 2 < digits)
         return;
     Buf in = copy_of(data + 2, digits), out = room(max);
-    if (conv_bcd_to_ascii(in.get(), bcd_len, data[1], out.get()) == 0 && strnlen(chars(out), max) == max)
-        abort();  // not terminated
+    const int rc = conv_bcd_to_ascii(in.get(), bcd_len, data[1], out.get());
+    if ((rc == 0) != (bcd_len <= 20) || (rc == 0 && strnlen(chars(out), max) == max))
+        abort();  // a length refused or taken wrongly, or a number not terminated
 }
 
 // data: the 0x81 or 0x82 form after its tag byte; at most 20 characters are read.
