@@ -4,9 +4,11 @@
 #ifndef CONTACT_ROUNDTRIP_H
 #define CONTACT_ROUNDTRIP_H
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "pbx.h"

@@ -1,8 +1,5 @@
 // Any bytes through the CSV reader and the module's line reader: no fault,
 // and what each reads writes out in its format and reads back the same.
-#include <cstdint>
-#include <string_view>
-
 #include "contact_roundtrip.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)

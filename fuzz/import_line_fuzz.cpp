@@ -41,9 +41,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     size_t n = std::min(size, kLineBuf - 1);
     if (const void *lf = std::memchr(data, '\n', n))
         n = static_cast<size_t>(static_cast<const uint8_t *>(lf) - data) + 1;
-    std::unique_ptr<char[]> line(new char[n + 1]);
+    std::unique_ptr<char[]> line(new char[n + 1]());
     std::memcpy(line.get(), data, n);
-    line[n] = '\0';
     const std::string text(line.get());  // the parser sees the text up to a NUL byte
 
     std::unique_ptr<pb_flash_info> e(new pb_flash_info{});

@@ -1,8 +1,5 @@
 // Any bytes through the vCard reader: no fault, and what it reads writes
 // out as vCard 3.0 and reads back the same.
-#include <cstdint>
-#include <string_view>
-
 #include "contact_roundtrip.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
