@@ -152,22 +152,19 @@ Response add(Phonebook &pb, const ApiRequest &req, const Json &body)
     set_field(e.name, *f.name);
     set_field(e.num, f.number.value_or(""));
     set_field(e.email, f.email.value_or(""));
-    const int rc = pb.checked(
-        type, [](const Entries &) { return static_cast<int>(PB_RCODE_OK); },
-        [&] { return pb.write_locked(type, SIM_PB_HANDLE_TYPE_ADD, &e); });
-    if (rc != PB_RCODE_OK)
+    if (const int rc = pb.write(type, SIM_PB_HANDLE_TYPE_ADD, &e); rc != PB_RCODE_OK)
         return failure(rc, "add", type);
     // The service answers with the SIM record only; the new entry is the
     // last one that matches what was added.
-    Entries after;
-    pb.read(type, &after);
-    for (auto it = after.rbegin(); it != after.rend(); ++it)
-        if (std::strcmp(it->name, e.name) == 0 && std::strcmp(it->num, e.num) == 0 &&
-            std::strcmp(it->email, e.email) == 0 &&
-            (type != STORAGE_TYPE_SIM || it->sim_index == e.sim_index)) {
-            e = *it;
-            break;
-        }
+    pb.view(type, [&](const pb_flash_info *all, size_t count) {
+        for (size_t i = count; i-- > 0;)
+            if (std::strcmp(all[i].name, e.name) == 0 && std::strcmp(all[i].num, e.num) == 0 &&
+                std::strcmp(all[i].email, e.email) == 0 &&
+                (type != STORAGE_TYPE_SIM || all[i].sim_index == e.sim_index)) {
+                e = all[i];
+                break;
+            }
+    });
     return entry_answer(type, e, 201);
 }
 
@@ -201,9 +198,12 @@ Response edit(Phonebook &pb, const ApiRequest &req, const Json &body)
         });
     if (rc != PB_RCODE_OK)
         return failure(rc, "edit " + std::to_string(index), type, index);
-    Entries after;
-    if (pb.read(type, &after) == PB_RCODE_OK && find_entry(after, index))
-        e = *find_entry(after, index);
+    pb.view(type, [&](const pb_flash_info *all, size_t count) {
+        const auto now = std::find_if(
+            all, all + count, [&](const pb_flash_info &x) { return static_cast<int>(x.index) == index; });
+        if (now != all + count)
+            e = *now;
+    });
     return entry_answer(type, e);
 }
 
@@ -272,14 +272,17 @@ Response remove(Phonebook &pb, const ApiRequest &req, const Json &body)
         });
     if (rc != PB_RCODE_OK)
         return failure(rc, "delete", type, bad_index);
-    // Several at once: the service skips what it cannot delete, so look.
-    Entries after;
-    if (int r = pb.read(type, &after); r != PB_RCODE_OK)
-        return failure(r, "delete", type);
+    // A delete of one is done when the service says so; several at once:
+    // the service skips what it cannot delete, so look.
     std::vector<int> kept;
-    for (int i : indexes)
-        if (find_entry(after, i))
-            kept.push_back(i);
+    if (indexes.size() > 1) {
+        Entries after;
+        if (int r = pb.read(type, &after); r != PB_RCODE_OK)
+            return failure(r, "delete", type);
+        for (int i : indexes)
+            if (find_entry(after, i))
+                kept.push_back(i);
+    }
     if (!kept.empty())
         return error_response(500, PB_RCODE_ERROR, "delete: the phonebook kept index " + json_ints(kept));
     return ok("\"phonebook\":\"" + std::string(book(type)) + "\",\"deleted\":" + json_ints(indexes));

@@ -49,6 +49,12 @@ public:
         std::lock_guard<std::mutex> lock(mu_);
         return view_locked(type, use);
     }
+    // One change with nothing to check first (an add), under the lock.
+    int write(storage_type_t type, sim_pb_handle_t action, pb_flash_info *info)
+    {
+        std::lock_guard<std::mutex> lock(mu_);
+        return write_locked(type, action, info);
+    }
     // Checks the entry at `index` with `check` and, when it passes, makes
     // the change, all under the one lock. `check` returns 0 to go on or the
     // result to give back.
