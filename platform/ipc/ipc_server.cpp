@@ -8,7 +8,9 @@
 // into a delivered message (head, payload padded to 4, sender address) and
 // handed to the handler, which may use it only during the call. Stop sets a
 // flag and wakes the thread with an empty datagram; a receive time limit
-// backs that up should the wake-up not get through.
+// backs that up should the wake-up not get through. After the thread has
+// ended, the socket's name is removed and the datagrams still waiting are
+// handed to the handler on the stopping thread before the socket closes.
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/file.h>
@@ -43,6 +45,7 @@ namespace {
 
 constexpr size_t kBufSize = IPC_MSG_HEAD_LEN + IPC_MSG_MAX_PAYLOAD + sizeof(ipc_addr_t);
 constexpr long kRecvBackstopUs = 250000;
+constexpr long kStopQuietUs = 100000;
 
 // Appends the sender's address to a valid datagram of `len` payload bytes.
 void complete_message(zp_uint8 *buf, size_t len, const sockaddr_un &from, socklen_t fromlen)
@@ -58,35 +61,42 @@ void complete_message(zp_uint8 *buf, size_t len, const sockaddr_un &from, sockle
     std::memcpy(buf + at, &sender, sizeof(sender));
 }
 
+// Receives one datagram and hands it to the handler when it is valid.
+// False when there was none within the socket's receive time limit.
+bool receive_one(ipc_server *srv, int flags)
+{
+    sockaddr_un from{};
+    iovec iov = {srv->buf, IPC_MSG_HEAD_LEN + IPC_MSG_MAX_PAYLOAD};
+    msghdr mh{};
+    mh.msg_name = &from;
+    mh.msg_namelen = sizeof(from);
+    mh.msg_iov = &iov;
+    mh.msg_iovlen = 1;
+    const ssize_t n = recvmsg(srv->fd.get(), &mh, MSG_TRUNC | flags);
+    if (n < 0) {
+        if (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) {
+            IPC_LOG("receive on %s: %s\n", srv->addr.addr.sun_path, std::strerror(errno));
+            usleep(10000);  // no busy loop on a lasting fault
+        }
+        return errno == EINTR;
+    }
+    if (n == 0 && srv->stopping.load(std::memory_order_acquire))
+        return true;  // the wake-up of ipc_server_stop, which may lie among others
+    auto *head = reinterpret_cast<ipc_msg_head_t *>(srv->buf);
+    if (const char *fault = datagram_fault(head, static_cast<size_t>(n))) {
+        IPC_LOG("dropped datagram of %zd bytes on %s: %s\n", n, srv->addr.addr.sun_path, fault);
+        return true;
+    }
+    complete_message(srv->buf, head->length, from, mh.msg_namelen);
+    srv->handler(srv->buf, srv->ctx);
+    return true;
+}
+
 void *receive_loop(void *arg)
 {
     auto *srv = static_cast<ipc_server *>(arg);
-    while (!srv->stopping.load(std::memory_order_acquire)) {
-        sockaddr_un from{};
-        iovec iov = {srv->buf, IPC_MSG_HEAD_LEN + IPC_MSG_MAX_PAYLOAD};
-        msghdr mh{};
-        mh.msg_name = &from;
-        mh.msg_namelen = sizeof(from);
-        mh.msg_iov = &iov;
-        mh.msg_iovlen = 1;
-        const ssize_t n = recvmsg(srv->fd.get(), &mh, MSG_TRUNC);
-        if (srv->stopping.load(std::memory_order_acquire))
-            break;
-        if (n < 0) {
-            if (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) {
-                IPC_LOG("receive on %s: %s\n", srv->addr.addr.sun_path, std::strerror(errno));
-                usleep(10000);  // no busy loop on a lasting fault
-            }
-            continue;
-        }
-        auto *head = reinterpret_cast<ipc_msg_head_t *>(srv->buf);
-        if (const char *fault = datagram_fault(head, static_cast<size_t>(n))) {
-            IPC_LOG("dropped datagram of %zd bytes on %s: %s\n", n, srv->addr.addr.sun_path, fault);
-            continue;
-        }
-        complete_message(srv->buf, head->length, from, mh.msg_namelen);
-        srv->handler(srv->buf, srv->ctx);
-    }
+    while (!srv->stopping.load(std::memory_order_acquire))
+        (void)receive_one(srv, 0);
     return nullptr;
 }
 
@@ -211,7 +221,15 @@ IPC_EXPORT void ipc_server_stop(ipc_server_pt srv)
     if (const zp_host::UniqueFd waker(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)); waker.valid())
         sendto(waker.get(), "", 0, MSG_DONTWAIT | MSG_NOSIGNAL, reinterpret_cast<sockaddr *>(&me), melen);
     pthread_join(srv->thread, nullptr);
-    home_unregister(srv->fd.get());
+    // No new sender finds the socket; what was sent before is still handed
+    // over, so that the handler can answer it rather than leave its sender
+    // waiting for its time limit. A sender that found the socket just
+    // before may send a moment later: the socket stays until it has been
+    // quiet for kStopQuietUs.
     unlink(srv->addr.addr.sun_path);
+    set_timeout(srv->fd.get(), SO_RCVTIMEO, kStopQuietUs);
+    while (receive_one(srv, 0)) {
+    }
+    home_unregister(srv->fd.get());
     free_server(srv);
 }

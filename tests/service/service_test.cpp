@@ -24,6 +24,9 @@ constexpr zp_uint32 SYN = IPC_SYN_REQ, ASY = IPC_ASY_MSG;
 constexpr unsigned kRecords = 40;
 const std::string kCardFile = "1@1:c1 2@2:c2 3@3:c3 4@4:c4";  // the card's four records, once read
 
+// An entry named by its index alone (no name or number to compare).
+pb_flash_info at(zp_uint32 index) { return pb_flash_info{index, 0, {}, {}, {}}; }
+
 pbm_sim::Card card()
 {
     pbm_sim::Card c;
@@ -153,7 +156,7 @@ TEST_F(Service, EntryOperationsAnswerInKindAndChangeTheCardFirstThenTheFile)
         std::string file;
     } steps[] = {
         {SYN, DEV, ADD, unterminated, {}, 0, PB_RCODE_OK, -1, "1:a 2:b 3:c 4:" + cut},
-        {ASY, DEV, DEL, entry(2, 0, ""), {}, 0, PB_RCODE_OK, 0, "1:a 3:c 4:" + cut},
+        {ASY, DEV, DEL, at(2), {}, 0, PB_RCODE_OK, 0, "1:a 3:c 4:" + cut},
         {SYN, DEV, EDIT, entry(2, 0, "gone"), {}, 0, PB_RCODE_INVALID_ERR, 0, "1:a 3:c 4:" + cut},
         {ASY, DEV, EDIT, entry(3, 0, "C"), {}, 0, PB_RCODE_OK, 0, three},
         {SYN, DEV, SIM_PB_HANDLE_TYPE_GETBYIDX, entry(3, 0, "X"), {}, 0, PB_RCODE_ARGSERR, 0, three},
@@ -161,13 +164,13 @@ TEST_F(Service, EntryOperationsAnswerInKindAndChangeTheCardFirstThenTheFile)
         {ASY, DEV, -1, entry(3, 0, "X"), {}, 0, PB_RCODE_ARGSERR, 0, three},
         {SYN, DEV, DEL_ANY, {}, device_list, 0, PB_RCODE_OK, 0, "4:" + cut},
         {SYN, DEV, DEL_ALL, {}, {}, 0, PB_RCODE_OK, 0, "none"},
-        {SYN, SIM, DEL, entry(2, 0, ""), {}, 0, PB_RCODE_OK, 0, "1@1:c1 3@3:c3 4@4:c4"},
+        {SYN, SIM, DEL, at(2), {}, 0, PB_RCODE_OK, 0, "1@1:c1 3@3:c3 4@4:c4"},
         {SYN, SIM, ADD, entry(0, 0, "Gap"), {}, 0, PB_RCODE_OK, 2, "1@1:c1 2@3:c3 3@4:c4 4@2:Gap"},
         // The stored record number wins over the one the client sends.
         {ASY, SIM, EDIT, entry(2, 77, "Ed"), {}, 0, PB_RCODE_OK, 0, four},
         {SYN, SIM, ADD, entry(0, 0, "No"), {}, 1, PB_RCODE_SWAP_ERR, 5, four},
         {SYN, SIM, EDIT, entry(1, 0, "No"), {}, 1, PB_RCODE_SWAP_ERR, 0, four},
-        {SYN, SIM, DEL, entry(1, 0, ""), {}, 1, PB_RCODE_SWAP_ERR, 0, four},
+        {SYN, SIM, DEL, at(1), {}, 1, PB_RCODE_SWAP_ERR, 0, four},
         {SYN, SIM, DEL_ALL, {}, {}, 1, PB_RCODE_SWAP_ERR, 0, four},
         {SYN, SIM, DEL_ANY, {}, {2, 3}, 1, PB_RCODE_OK, 0, "1@1:c1 2@3:Ed 4@2:Gap"},
         {SYN, SIM, DEL_ALL, {}, {}, 0, PB_RCODE_OK, 0, "none"},

@@ -12,9 +12,11 @@
 // of the three phonebook ids to mm_pb_proc and logs and drops any other.
 //
 // The main thread only waits for signals. SIGTERM or SIGINT stops the
-// receive thread first (no further mm_pb_proc), then the service
-// (mm_pb_fin), and the process exits 0; a stop that comes while the modem is
-// still awaited releases the socket and ends the process at once.
+// service first (mm_pb_fin: the request in hand is carried out and answered,
+// those still queued and any that come meanwhile are refused), then the
+// receive thread, while the socket the answers go out from is still there;
+// the process exits 0. A stop that comes while the modem is still awaited
+// releases the socket and ends the process at once.
 #include <signal.h>
 #include <unistd.h>
 
@@ -98,12 +100,15 @@ int main()
         _exit(0);
     }
     starter.join();
-    ipc_server_stop(g_server);
-    if (g_state == FAILED)
+    if (g_state == FAILED) {
+        ipc_server_stop(g_server);
         return 1;
+    }
 
     PB_LOG("signal %d: stopping\n", sig);
-    if (mm_pb_fin() != 0)
+    const int fin = mm_pb_fin();
+    ipc_server_stop(g_server);
+    if (fin != 0)
         PB_LOG("phonebook service did not stop cleanly\n");
     return 0;
 }

@@ -1,16 +1,25 @@
 // The phonebook service inside the process of module MU_ID.
 //
 // The host's dispatcher thread calls mm_pb_proc() for each phonebook message;
-// it checks the message, queues a private copy (mem_malloc_ex) and keeps its
-// own buffer. The queue holds at most IPC_MQ_MAX_DEPTH copies; a request it
-// refuses is answered PB_RCODE_NODEPUSH_ERR and its copy freed. The
-// service thread takes one copy at a time off the queue, runs the engine
-// operation a request names, answers the sender, and frees the copy whatever
-// its id. All engine, file and modem work happens on that one thread, so the
-// queue is the only hand-over point and the service takes no lock of its own.
-// mm_pb_fin() wakes the thread waiting on the queue with an inner message,
-// joins it, frees the copies still queued and closes the modem client. The
-// queue itself lives as long as the process and serves a later mm_pb_init().
+// it checks the message and keeps a private copy (mem_malloc_ex) in one of
+// two queues, and keeps its own buffer:
+// - client requests go on the IPC library's queue, which is bounded; a
+//   request it refuses is answered PB_RCODE_NODEPUSH_ERR at once;
+// - record-read indications, which only this process sends (the modem
+//   client's callback), go on a list of the service's own that refuses
+//   none: a read that lost records would never end. Its length is bounded
+//   by the card: one read sends at most one indication per record, and
+//   each copy keeps only the records it carries.
+// The service thread takes the indications first, then one request at a
+// time; it runs the engine operation a request names, answers the sender,
+// and frees each copy. All engine, file and modem work happens on that one
+// thread. When the thread may sleep in the queue's receive, an indication
+// put on the list wakes it with an empty inner message on the queue.
+// mm_pb_fin() closes both queues to new messages, wakes the thread and lets
+// it finish the request in hand (its answer goes out), joins it, answers
+// every request still queued PB_RCODE_NODEPUSH_ERR ("not taken, ask
+// again"), frees the rest and closes the modem client. The queue itself
+// lives as long as the process and serves a later mm_pb_init().
 #include <pthread.h>
 
 #include <atomic>
@@ -30,21 +39,46 @@ enum : zp_uint16 {
     SITE_RECEIVED = PB_SITE_SERVICE + 2,     // copy freed by the service thread
     SITE_REFUSED = PB_SITE_SERVICE + 3,      // copy the queue refused
     SITE_RESPONSE = PB_SITE_SERVICE + 4,     // response buffer
-    SITE_WAKE = PB_SITE_SERVICE + 5,         // mm_pb_fin's wake-up message
+    SITE_WAKE = PB_SITE_SERVICE + 5,         // wake-up message
+    SITE_OWN = PB_SITE_SERVICE + 6,          // an indication on the own list
 };
 
-// Id of the inner message that mm_pb_fin queues to wake the thread; it is
-// none of the phonebook's ids, so the thread takes it as "ignored", frees it
-// and looks at the running flag again.
+// Id of the inner message that wakes the thread; it is none of the
+// phonebook's ids, so the thread frees it and looks at the running flag and
+// the own list again.
 constexpr zp_uint32 MSG_ID_PB_WAKE = 0;
+
+// Indications kept at most: more than a read of a whole card sends (at
+// least one record each), so only a modem that floods the service with
+// indications outside any read reaches it.
+constexpr unsigned kOwnMax = 2 * PB_MAX_ENTRIES;
+
+// An indication's copy on the own list: the link, then the message (head
+// and the basic records only).
+struct pb_own_msg {
+    pb_own_msg *next;
+    size_t pad;  // keeps the message 8-aligned on 32-bit targets too
+    void *msg() { return this + 1; }
+};
+static_assert(sizeof(pb_own_msg) % 8 == 0, "message after the link stays aligned");
 
 ipc_mq_cb_pt mm_pb_mq;
 ipc_addr_t mm_pb_self;  // MU_ID's own address: where forwarded indications come from
 pthread_t mm_pb_pid;
 bool mm_pb_started;  // mm_pb_pid names a thread not yet joined
 // Written by the host's thread, read by the service thread before each
-// receive.
+// receive. mm_pb_proc() looks at it and queues under mm_pb_gate, so that
+// nothing is queued once mm_pb_fin() has cleared it.
 std::atomic<int> mm_pb_running_flag{0};
+pthread_mutex_t mm_pb_gate = PTHREAD_MUTEX_INITIALIZER;
+
+// The own list (under mm_pb_own_lock) and whether a wake-up message sits on
+// the queue, so that a burst of indications queues one, not one each.
+pthread_mutex_t mm_pb_own_lock = PTHREAD_MUTEX_INITIALIZER;
+pb_own_msg *mm_pb_own_head;
+pb_own_msg *mm_pb_own_tail;
+unsigned mm_pb_own_count;
+std::atomic<bool> mm_pb_wake_queued{false};
 
 pb_return_code_enum_t pb_call_init_entries(pb_event_req_t *) { return pb_init_entries(); }
 
@@ -126,12 +160,39 @@ void pb_handle_read_ind(const void *msg)
     (void)pb_qmi_read_cb(&ind);
 }
 
+pb_own_msg *pb_own_pop()
+{
+    pthread_mutex_lock(&mm_pb_own_lock);
+    pb_own_msg *m = mm_pb_own_head;
+    if (m != nullptr) {
+        mm_pb_own_head = m->next;
+        if (mm_pb_own_head == nullptr)
+            mm_pb_own_tail = nullptr;
+        --mm_pb_own_count;
+    }
+    pthread_mutex_unlock(&mm_pb_own_lock);
+    return m;
+}
+
+void pb_own_free_all()
+{
+    while (pb_own_msg *m = pb_own_pop())
+        mem_free_ex(pb_tid16(), SITE_OWN, 0, m);
+}
+
 void *mm_pb_thread(void *)
 {
     (void)pb_func_init();
     for (;;) {
         if (mm_pb_running_flag.load() != 1)
             break;
+        // The card's records before any request: a get-all then sees the
+        // read as far as it has come.
+        if (pb_own_msg *own = pb_own_pop()) {
+            pb_handle_read_ind(own->msg());
+            mem_free_ex(pb_tid16(), SITE_OWN, 0, own);
+            continue;
+        }
 
         void *msg = nullptr;
         if (ipc_mq_recv(mm_pb_mq, &msg, -1) != IPC_OK)
@@ -144,8 +205,8 @@ void *mm_pb_thread(void *)
 
         if (head != nullptr && id == MSG_ID_PB_REQ)
             pb_handle_request(msg);
-        else if (head != nullptr && id == MSG_ID_PB_READ_IND)
-            pb_handle_read_ind(msg);
+        else if (head != nullptr && type == IPC_INNER_MQ && id == MSG_ID_PB_WAKE)
+            mm_pb_wake_queued.store(false);  // before the own list is looked at again
         else
             PB_LOG("IPC RECV: ID =0x%x ignored\n", id);
 
@@ -178,32 +239,98 @@ const char *pb_msg_refusal(const void *msg)
     }
 }
 
-// A request the queue refuses is answered at once, so that its client does
-// not wait for its time limit.
-void pb_refuse_request(const void *msg)
+// A request that is not taken (the queue is full, or the service stops) is
+// answered at once, so that its client does not wait for its time limit.
+void pb_refuse_request(const void *msg, const char *why)
 {
     const auto *head = static_cast<const ipc_msg_head_t *>(msg);
-    PB_LOG("queue full: message ID =0x%x refused\n", head->msg_id);
-    if (head->msg_id == MSG_ID_PB_REQ) {
+    PB_LOG("%s: message ID =0x%x refused\n", why, head->msg_id);
+    if (head->msg_id == MSG_ID_PB_REQ && head->msg_type != IPC_INNER_MQ) {
         const pb_rsp_t rsp{0, PB_RCODE_NODEPUSH_ERR};
         (void)pb_send_response(static_cast<const zp_uint8 *>(msg), MSG_ID_PB_RSP, &rsp, sizeof rsp);
     }
 }
 
-// Queues an empty inner message: the receive has no time limit, so the
-// thread must be handed something to see the cleared flag. A full queue
-// needs no wake-up: the thread looks at the flag before its next receive.
+// Queues an empty inner message, unless one is queued already: the receive
+// has no time limit, so the thread must be handed something to see the
+// cleared flag or the own list. A full queue needs none: the thread looks
+// at both before its next receive.
 bool pb_wake_thread()
 {
+    if (mm_pb_wake_queued.exchange(true))
+        return true;
     void *wake = mem_malloc_ex(pb_tid16(), SITE_WAKE, 0, IPC_MSG_HEAD_LEN);
-    if (wake == nullptr)
-        return false;
-    ipc_msg_head_t head{IPC_INNER_MQ, MSG_ID_PB_WAKE, 0, 0};
-    std::memcpy(wake, &head, sizeof head);
-    zp_sdk_ipc_ret_value ret = ipc_mq_send(mm_pb_mq, wake, 0, 0);
+    zp_sdk_ipc_ret_value ret = IPC_SYS_ERR;
+    if (wake != nullptr) {
+        ipc_msg_head_t head{IPC_INNER_MQ, MSG_ID_PB_WAKE, 0, 0};
+        std::memcpy(wake, &head, sizeof head);
+        ret = ipc_mq_send(mm_pb_mq, wake, 0, 0);
+        if (ret != IPC_OK)
+            mem_free_ex(pb_tid16(), SITE_WAKE, 0, wake);
+    }
     if (ret != IPC_OK)
-        mem_free_ex(pb_tid16(), SITE_WAKE, 0, wake);
+        mm_pb_wake_queued.store(false);
     return ret == IPC_OK || ret == IPC_MQ_FULL;
+}
+
+// Puts a copy of a record-read indication, its records only, on the own
+// list (mm_pb_gate held, service running).
+void pb_own_put(const void *msg)
+{
+    const auto *head = static_cast<const ipc_msg_head_t *>(msg);
+    size_t keep = head->length;
+    constexpr size_t kRecords = offsetof(pbm_basic_record_data_type_v01, record_instances);
+    if (keep >= kRecords) {
+        zp_uint32 n = 0;
+        std::memcpy(&n, pb_msg_payload(msg) + offsetof(pbm_basic_record_data_type_v01, record_instances_len),
+                    sizeof n);
+        if (n <= QMI_PBM_MAX_NUM_BASIC_RECORD_INSTANCE_V01 &&
+            kRecords + n * sizeof(pbm_record_instance_type_v01) < keep)
+            keep = kRecords + n * sizeof(pbm_record_instance_type_v01);
+    }
+    auto *own = static_cast<pb_own_msg *>(
+        mem_malloc_ex(pb_tid16(), SITE_OWN, 0, sizeof(pb_own_msg) + IPC_MSG_HEAD_LEN + keep));
+    if (own == nullptr) {
+        PB_LOG("read indication lost: no memory\n");
+        return;
+    }
+    own->next = nullptr;
+    ipc_msg_head_t copy = *head;
+    copy.length = static_cast<zp_uint32>(keep);
+    std::memcpy(own->msg(), &copy, sizeof copy);
+    std::memcpy(static_cast<zp_uint8 *>(own->msg()) + IPC_MSG_HEAD_LEN, pb_msg_payload(msg), keep);
+
+    pthread_mutex_lock(&mm_pb_own_lock);
+    const bool room = mm_pb_own_count < kOwnMax;
+    if (room) {
+        (mm_pb_own_tail != nullptr ? mm_pb_own_tail->next : mm_pb_own_head) = own;
+        mm_pb_own_tail = own;
+        ++mm_pb_own_count;
+    }
+    pthread_mutex_unlock(&mm_pb_own_lock);
+    if (!room) {
+        PB_LOG("read indication dropped: %u waiting already\n", kOwnMax);
+        mem_free_ex(pb_tid16(), SITE_OWN, 0, own);
+        return;
+    }
+    (void)pb_wake_thread();
+}
+
+// Queues a copy of a client request (mm_pb_gate held, service running).
+void pb_queue_request(const void *msg)
+{
+    const auto *head = static_cast<const ipc_msg_head_t *>(msg);
+    const size_t size = pb_msg_delivered_size(head);
+    void *copy = mem_malloc_ex(pb_tid16(), SITE_QUEUED_COPY, 0, size);
+    if (copy == nullptr) {
+        pb_refuse_request(msg, "no memory");
+        return;
+    }
+    std::memcpy(copy, msg, size);
+    if (ipc_mq_send(mm_pb_mq, copy, 0, 0) != IPC_OK) {
+        mem_free_ex(pb_tid16(), SITE_REFUSED, 0, copy);
+        pb_refuse_request(msg, "queue full");
+    }
 }
 
 }  // namespace
@@ -239,34 +366,35 @@ int mm_pb_proc(void *msg)
         return 0;
     }
 
-    const size_t size = pb_msg_delivered_size(head);
-    void *copy = mem_malloc_ex(pb_tid16(), SITE_QUEUED_COPY, 0, size);
-    if (copy == nullptr)
-        return 0;  // lost; the client waits until its own time limit
-    std::memcpy(copy, msg, size);
-    // No queue (never started): nobody would take the copy.
-    if (mm_pb_mq == nullptr)
-        mem_free_ex(pb_tid16(), SITE_REFUSED, 0, copy);
-    else if (ipc_mq_send(mm_pb_mq, copy, 0, 0) != IPC_OK) {
-        mem_free_ex(pb_tid16(), SITE_REFUSED, 0, copy);
-        pb_refuse_request(msg);
-    }
+    pthread_mutex_lock(&mm_pb_gate);
+    if (mm_pb_running_flag.load() != 1 || mm_pb_mq == nullptr)
+        pb_refuse_request(msg, "service not running");  // an indication is dropped
+    else if (head->msg_id == MSG_ID_PB_READ_IND)
+        pb_own_put(msg);
+    else
+        pb_queue_request(msg);
+    pthread_mutex_unlock(&mm_pb_gate);
     return 0;
 }
 
 int mm_pb_fin(void)
 {
+    pthread_mutex_lock(&mm_pb_gate);
     mm_pb_running_flag.store(0);
+    pthread_mutex_unlock(&mm_pb_gate);
     // A stop that can't wake the thread leaves it to be retried.
     if (!mm_pb_started || !pb_wake_thread())
         return -1;
+    // The request in hand is finished and answered first.
     if (pthread_join(mm_pb_pid, nullptr) != 0)
         return -1;
     mm_pb_started = false;
-    // Requests still queued are never answered: their copies are freed, as
-    // is the wake-up when the thread ended before taking it.
-    for (void *left = nullptr; ipc_mq_recv(mm_pb_mq, &left, 0) == IPC_OK;)
+    mm_pb_wake_queued.store(false);
+    for (void *left = nullptr; ipc_mq_recv(mm_pb_mq, &left, 0) == IPC_OK;) {
+        pb_refuse_request(left, "service stopping");
         mem_free_ex(pb_tid16(), SITE_RECEIVED, 0, left);
+    }
+    pb_own_free_all();
     (void)pb_qmi_fin();
     return 0;
 }

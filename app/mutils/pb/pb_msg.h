@@ -17,7 +17,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <cstring>
+
 #include "zp_ipc.h"
+#include "zpt_ui_pb_api.h"
 
 constexpr size_t pb_msg_round4(size_t len) { return (len + 3u) & ~static_cast<size_t>(3u); }
 
@@ -45,6 +48,24 @@ inline const ipc_addr_t *pb_msg_sender(const void *msg)
         return nullptr;
     return reinterpret_cast<const ipc_addr_t *>(static_cast<const zp_uint8 *>(msg) + IPC_MSG_HEAD_LEN +
                                                 pb_msg_round4(head->length));
+}
+
+/* The entry an edit request is meant for rides at the start of any_idx,
+ * which an edit does not otherwise use. */
+static_assert(sizeof(pb_flash_info) <= sizeof(pb_event_req_t::any_idx), "seen entry fits");
+
+inline void pb_req_set_seen(pb_event_req_t *req, const pb_flash_info *seen)
+{
+    std::memcpy(req->any_idx, seen, sizeof *seen);
+}
+
+inline pb_flash_info pb_req_seen(const pb_event_req_t *req)
+{
+    pb_flash_info seen;
+    std::memcpy(&seen, req->any_idx, sizeof seen);
+    seen.name[PB_TEXT_LEN - 1] = '\0';
+    seen.num[PB_TEXT_LEN - 1] = '\0';
+    return seen;
 }
 
 /* Bytes of a delivered message: head, padded payload and sender address. */

@@ -13,7 +13,8 @@
 
 #include <pthread.h>
 
-#include <chrono>
+#include <time.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -45,9 +46,13 @@ enum : zp_uint16 {
     PB_SITE_QMI_READ_IND = PB_SITE_QMI + 1, /* the forwarded record-read indication */
 };
 
-/* A read without progress for this long makes the next get-all check that
- * the modem is still there. */
-constexpr auto PB_QMI_READ_STALL = std::chrono::seconds(1);
+/* A read without a record for this long, while records are missing, is
+ * started again by the next get-all; after this many restarts it is given
+ * up. Records come in tens within milliseconds of each other, so a pause of
+ * seconds means indications were lost (a full socket, a modem that dropped
+ * them), and waiting longer would not bring them. */
+constexpr long PB_QMI_READ_STALL_MS = 3000;
+constexpr int PB_QMI_READ_RESTARTS = 3;
 
 qmi_idl_service_object_type pbm_service_obj;
 qmi_client_type pbm_user_handle;
@@ -56,8 +61,33 @@ int pb_index = 1;
 /* The transport failed under pbm_user_handle: the modem went away or
  * restarted, and the client has to be replaced (pb_qmi_reconnect). */
 bool pb_qmi_client_lost;
-/* When the running read last started or stored an indication. */
-std::chrono::steady_clock::time_point pb_read_progress;
+/* The last request was sent but its answer did not come in time. */
+bool pb_qmi_timed_out;
+/* When the running read last started or stored an indication (ms). */
+long pb_read_progress_ms;
+int pb_read_restarts;
+/* The card records stored by the running read, by record number: a record
+ * that comes twice (a late indication of a read that was started again) is
+ * stored once. */
+unsigned char pb_read_seen[65536 / 8];
+
+long pb_now_ms()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<long>(ts.tv_sec) * 1000L + ts.tv_nsec / 1000000L;
+}
+
+// Marks record `id` as stored by this read; false when it already was.
+bool pb_read_first_time(uint16_t id)
+{
+    unsigned char &byte = pb_read_seen[id / 8];
+    const auto bit = static_cast<unsigned char>(1u << (id % 8));
+    if (byte & bit)
+        return false;
+    byte = static_cast<unsigned char>(byte | bit);
+    return true;
+}
 
 // Every PBM request goes through here. A failure of the transport (not a
 // PBM result) loses the client; what the card held may have changed
@@ -67,6 +97,7 @@ qmi_client_error_type pb_qmi_send(unsigned int msg_id, void *req, unsigned int r
 {
     const qmi_client_error_type rc =
         qmi_client_send_msg_sync(pbm_user_handle, msg_id, req, req_len, rsp, rsp_len, timeout_ms);
+    pb_qmi_timed_out = rc == QMI_TIMEOUT_ERR;
     if (rc != QMI_NO_ERR && !pb_qmi_client_lost) {
         PB_LOG("modem client lost (error %d): the SIM phonebook is to be read again\n", rc);
         pb_qmi_client_lost = true;
@@ -345,6 +376,8 @@ int pb_qmi_fin(void)
 
 bool pb_qmi_lost() { return pb_qmi_client_lost; }
 
+bool pb_qmi_unanswered() { return pb_qmi_timed_out; }
+
 int pb_qmi_reconnect()
 {
     if (!pb_qmi_client_lost)
@@ -370,22 +403,39 @@ int pb_qmi_reconnect()
     return 0;
 }
 
-void pb_qmi_check_read()
+void pb_qmi_start_read()
 {
-    if (g_sim_module.pb_sim_read_flag != 2 ||
-        std::chrono::steady_clock::now() - pb_read_progress < PB_QMI_READ_STALL)
-        return;
-    /* Any request will do: a transport failure marks the read as cut short. */
-    pbm_get_pb_capabilities_resp_msg_v01 rsp;
-    PB_LOG("no record for a while: is the modem still there?\n");
-    if (pb_qmi_ask_caps(&rsp) == QMI_NO_ERR)
-        pb_read_progress = std::chrono::steady_clock::now();
+    (void)simlib_clear_flash(g_storage_type);
+    (void)pb_qmi_get_all();
+}
+
+pb_return_code_enum_t pb_qmi_check_read()
+{
+    if (g_sim_module.pb_sim_read_flag != 2 || pb_now_ms() - pb_read_progress_ms < PB_QMI_READ_STALL_MS)
+        return PB_RCODE_READED_ERR;
+    if (pb_read_restarts >= PB_QMI_READ_RESTARTS) {
+        PB_LOG("SIM phonebook not read: %d of %d records after %d tries\n", pb_index - 1,
+               g_sim_module.pb_sim_used, pb_read_restarts + 1);
+        g_sim_module.pb_sim_read_flag = 0;
+        pb_read_restarts = 0; /* the next get-all starts anew */
+        return PB_RCODE_READ_ERR;
+    }
+    ++pb_read_restarts;
+    PB_LOG("no record for %ld ms with %d of %d read: reading the card again (%d)\n", PB_QMI_READ_STALL_MS,
+           pb_index - 1, g_sim_module.pb_sim_used, pb_read_restarts);
+    g_sim_module.pb_sim_read_flag = 0;
+    (void)simlib_clear_flash(g_storage_type);
+    /* A modem that is gone fails this at the transport and loses the
+     * client; the next get-all then makes a new one. */
+    (void)pb_qmi_get_all();
+    return PB_RCODE_READED_ERR;
 }
 
 int pb_qmi_get_all(void)
 {
     pb_index = 1;
-    pb_read_progress = std::chrono::steady_clock::now();
+    std::memset(pb_read_seen, 0, sizeof pb_read_seen);
+    pb_read_progress_ms = pb_now_ms();
 
     pbm_get_pb_capabilities_resp_msg_v01 caps_rsp;
     PB_LOG("Size of request is %d\n\n", static_cast<int>(sizeof(pbm_get_pb_capabilities_req_msg_v01)));
@@ -430,9 +480,11 @@ int pb_qmi_get_all(void)
     if (read_rsp.num_of_recs == 0) {
         PB_LOG("There are no entries filled in ADN, nothing to read\n\n");
         g_sim_module.pb_sim_read_flag = 1;
+        pb_read_restarts = 0;
         return 0;
     }
     PB_LOG("There are %d filled entries in ADN\n\n", read_rsp.num_of_recs);
+    pb_read_progress_ms = pb_now_ms();
     g_sim_module.pb_sim_read_flag = 2;
     return 0;
 }
@@ -471,9 +523,14 @@ pb_return_code_enum_t pb_qmi_read_cb(pbm_record_read_ind_msg_v01 *pbm_read_ind)
     /* The records of one indication go to the file with one append. */
     pb_flash_info infos[QMI_PBM_MAX_NUM_BASIC_RECORD_INSTANCE_V01];
     std::memset(infos, 0, sizeof infos);
+    int stored = 0;
     for (uint32_t i = 0; i < data.record_instances_len; ++i) {
         pbm_record_instance_type_v01 &rec = data.record_instances[i];
-        pb_flash_info &info = infos[i];
+        if (!pb_read_first_time(rec.record_id)) {
+            PB_LOG("record %u came twice in this read, stored once\n", static_cast<unsigned>(rec.record_id));
+            continue;
+        }
+        pb_flash_info &info = infos[stored++];
         info.index = static_cast<zp_uint32>(pb_index++);
         info.sim_index = rec.record_id;
         const auto *nb = reinterpret_cast<const unsigned char *>(rec.name);
@@ -510,15 +567,16 @@ pb_return_code_enum_t pb_qmi_read_cb(pbm_record_read_ind_msg_v01 *pbm_read_ind)
             static_cast<int>(info.index), static_cast<int>(info.sim_index), info.name, info.num,
             static_cast<unsigned>(rec.num_type), static_cast<unsigned>(rec.num_plan));
     }
-    if (data.record_instances_len > 0 &&
-        pb_book_append(g_storage_type, infos, static_cast<int>(data.record_instances_len)) != 0) {
+    if (stored > 0 && pb_book_append(g_storage_type, infos, stored) != 0) {
         PB_LOG("write pb record into share memory failure\n\n");
         result = PB_RCODE_ERROR;
     }
-    pb_read_progress = std::chrono::steady_clock::now();
+    pb_read_progress_ms = pb_now_ms();
     PB_LOG("pb_index = %d, pb_sim_used = %d\n", pb_index, g_sim_module.pb_sim_used);
-    if (g_sim_module.pb_sim_used < pb_index)
+    if (g_sim_module.pb_sim_used < pb_index) {
         g_sim_module.pb_sim_read_flag = 1;
+        pb_read_restarts = 0;
+    }
     return result;
 }
 

@@ -78,7 +78,14 @@ typedef enum {
     PB_RCODE_THREAD_ERR = 19,
     PB_RCODE_INIT_ERR = 20,
     PB_RCODE_NV_ERR = 21,
-    PB_RCODE_EMPTY_ERR = 22
+    PB_RCODE_EMPTY_ERR = 22,
+    /* The card did not answer a change within its time limit: it may or may
+     * not have made it. The SIM phonebook is read again; check it before
+     * trying again. */
+    PB_RCODE_UNCONFIRMED_ERR = 23,
+    /* The entry at the index no longer holds the name and number the
+     * request carried: nothing was changed; list it again. */
+    PB_RCODE_CHANGED_ERR = 24
 } pb_return_code_enum_t;
 
 typedef enum {
@@ -102,7 +109,16 @@ typedef enum {
 #define MSG_ID_PB_RSP      0x104000a2u /* pb_rsp_t, 8 bytes */
 #define MSG_ID_PB_READ_IND 0x104000b2u /* pbm_record_read_ind_msg_v01 */
 
-/* Request body. The sender zeroes it whole before filling it. */
+/* Request body. The sender zeroes it whole before filling it.
+ *
+ * An edit or a delete names its entry by index, and indexes move when other
+ * clients change the phonebook. So the request may carry the entry as the
+ * client saw it: the change is then made only if the entry at the index
+ * still holds that name and number (compared in the service, in the same
+ * step as the change), and is otherwise answered PB_RCODE_CHANGED_ERR.
+ * A delete carries it in `value`; an edit, whose `value` is the new entry,
+ * carries it as a pb_flash_info copied to the start of `any_idx` (see
+ * simlib_pb_edit_checked). Empty name and number there: by index alone. */
 typedef struct {
     zp_int32 event;                   /* sim_pb_handle_t */
     pb_flash_info value;              /* the entry */
@@ -147,6 +163,10 @@ int simlib_send_request_sync(zp_uint32 dest_id, zp_uint32 req_msg_id, const void
 pb_return_code_enum_t simlib_pb_write_handler(storage_type_t type, sim_pb_handle_t h_type,
                                               pb_flash_info *info);
 pb_return_code_enum_t simlib_pb_del_any(storage_type_t type, int *idx_array, int count);
+/* An edit made only if the entry at info->index still holds seen's name and
+ * number; PB_RCODE_CHANGED_ERR otherwise. A null seen edits by index. */
+pb_return_code_enum_t simlib_pb_edit_checked(storage_type_t type, pb_flash_info *info,
+                                             const pb_flash_info *seen);
 pb_flash_info *simlib_pb_read_handler(storage_type_t type, sim_pb_handle_t h_type, void *num);
 
 #ifdef __cplusplus

@@ -38,7 +38,9 @@ const char *storage_name(storage_type_t type)
     }
 }
 
-pb_return_code_enum_t pb_event_notify(sim_pb_handle_t event, storage_type_t type, pb_flash_info *pvalue)
+// `seen`, when given, is the entry an edit is meant for (see pb_event_req_t).
+pb_return_code_enum_t pb_event_notify(sim_pb_handle_t event, storage_type_t type, pb_flash_info *pvalue,
+                                      const pb_flash_info *seen = nullptr)
 {
     pb_event_req_t req;
     std::memset(&req, 0, sizeof req);
@@ -46,6 +48,8 @@ pb_return_code_enum_t pb_event_notify(sim_pb_handle_t event, storage_type_t type
     req.storage_type = type;
     if (pvalue != nullptr)
         std::memcpy(&req.value, pvalue, sizeof req.value);
+    if (seen != nullptr)
+        pb_req_set_seen(&req, seen);
 
     pb_rsp_t rsp{0, 0};
     size_t rsp_len = sizeof rsp;
@@ -113,6 +117,19 @@ pb_return_code_enum_t simlib_pb_write_handler(storage_type_t type, sim_pb_handle
         PB_LOG("ui response error,error no:%d\n", ret);
     else
         PB_LOG("ok \n\n");
+    return ret;
+}
+
+pb_return_code_enum_t simlib_pb_edit_checked(storage_type_t type, pb_flash_info *info,
+                                             const pb_flash_info *seen)
+{
+    PB_LOG("enter\n");
+    if (info == nullptr) {
+        PB_LOG("bad para\n");
+        return PB_RCODE_ARGSERR;
+    }
+    const pb_return_code_enum_t ret = pb_event_notify(SIM_PB_HANDLE_TYPE_EDIT, type, info, seen);
+    PB_LOG("result = %d\n", ret);
     return ret;
 }
 

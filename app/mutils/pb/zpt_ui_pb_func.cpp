@@ -16,6 +16,7 @@
 
 #include "pb_book.h"
 #include "pb_log.h"
+#include "pb_msg.h"
 #include "pb_qmi.h"
 #include "pb_qmi_link.h"
 #include "pb_tables.h"
@@ -36,10 +37,32 @@ pb_return_code_enum_t pb_sim_ready(storage_type_t type)
     return type == STORAGE_TYPE_SIM ? pb_init_entries() : PB_RCODE_OK;
 }
 
-// A card write that failed: the card refused it, or the modem client was
-// lost under it; then the SIM phonebook is read again before the next
-// change, and the client is told to ask again.
-pb_return_code_enum_t pb_card_failure() { return pb_qmi_lost() ? PB_RCODE_READED_ERR : PB_RCODE_SWAP_ERR; }
+// A card write that failed: the card refused it (the client is told why),
+// or the modem client was lost under it; then the SIM phonebook is read
+// again before the next change. A write sent whose answer did not come in
+// time may still be made by the card, so neither "done" nor "ask again" is
+// true: the client is told to check the phonebook, read anew, before
+// trying again. A write that never reached a modem that went away is asked
+// again.
+pb_return_code_enum_t pb_card_failure()
+{
+    if (!pb_qmi_lost())
+        return PB_RCODE_SWAP_ERR;
+    if (!pb_qmi_unanswered())
+        return PB_RCODE_READED_ERR;
+    PB_LOG("the card did not confirm the change: the SIM phonebook is to be read again\n");
+    return PB_RCODE_UNCONFIRMED_ERR;
+}
+
+// Whether `stored` is the entry the client meant: the name and number it
+// saw, or any entry when it sent neither.
+bool pb_is_seen(const pb_flash_info &stored, const pb_flash_info &seen)
+{
+    if (seen.name[0] == '\0' && seen.num[0] == '\0')
+        return true;
+    return std::strncmp(stored.name, seen.name, PB_TEXT_LEN) == 0 &&
+           std::strncmp(stored.num, seen.num, PB_TEXT_LEN) == 0;
+}
 
 bool pb_req_ok(const pb_event_req_t *req, const char *caller)
 {
@@ -180,6 +203,12 @@ pb_return_code_enum_t pb_func_change_entry(pb_event_req_t *req, const pb_change_
         PB_LOG("PB %s ENTRY: index = %d not exist\n", op.name, req->value.index);
         return PB_RCODE_INVALID_ERR;
     }
+    // Checked under the file's lock, so no other change comes between the
+    // check and this one.
+    if (!pb_is_seen(pb_entry, op.edit ? pb_req_seen(req) : req->value)) {
+        PB_LOG("PB %s ENTRY: index = %d holds another entry now\n", op.name, req->value.index);
+        return PB_RCODE_CHANGED_ERR;
+    }
 
     if (work.type() == STORAGE_TYPE_SIM) {
         if (pb_entry.sim_index == 0) {
@@ -229,6 +258,7 @@ pb_return_code_enum_t pb_func_del_any(pb_event_req_t *req)
 
     // Every slot is looked at: a value below 1 is skipped and does not end
     // the list. A failed element leaves its entry in card and file.
+    bool link_failed = false;
     for (int k = 0; k < PB_DEL_ANY_MAX; ++k) {
         const zp_int32 idx = req->any_idx[k];
         if (idx < 1)
@@ -247,6 +277,10 @@ pb_return_code_enum_t pb_func_del_any(pb_event_req_t *req)
             }
             if (pb_qmi_del_entry(&pb_entry) < 0) {
                 PB_LOG("pb_qmi_del_entry failed\n");
+                // Unanswered: the rest would wait as long; what was deleted
+                // so far is saved.
+                if ((link_failed = pb_qmi_lost()))
+                    break;
                 continue;
             }
         }
@@ -256,7 +290,8 @@ pb_return_code_enum_t pb_func_del_any(pb_event_req_t *req)
     }
 
     // One save for the whole list.
-    return work.save(kSaveFailed, __func__);
+    const pb_return_code_enum_t saved = work.save(kSaveFailed, __func__);
+    return saved == PB_RCODE_OK && link_failed ? pb_card_failure() : saved;
 }
 
 pb_return_code_enum_t pb_func_del_all(pb_event_req_t *req)
@@ -326,14 +361,10 @@ pb_return_code_enum_t pb_init_entries(void)
         // yet", even when the card turns out empty and the flag is 1 now.
         // Each read fills a fresh file.
         PB_LOG("Try to read PB\n");
-        (void)simlib_clear_flash(g_storage_type);
-        (void)pb_qmi_get_all();
+        pb_qmi_start_read();
         PB_LOG("Try to read PB ok\n");
         return PB_RCODE_READED_ERR;
-    case 2:
-        PB_LOG("PB is reading, return\n");
-        pb_qmi_check_read();
-        return PB_RCODE_READED_ERR;
+    case 2: PB_LOG("PB is reading, return\n"); return pb_qmi_check_read();
     default: PB_LOG("Bad flag for reading PB\n"); return PB_RCODE_ERROR;
     }
 }

@@ -45,6 +45,7 @@ pb_return_code_enum_t unlock_table(pb_mem_info *pb_mem, bool done, const char *c
 
 pb_return_code_enum_t simlib_pb_add(pb_mem_info *pb_mem, pb_flash_info *info)
 {
+    PB_LOG("enter");
     if (pb_mem == nullptr || info == nullptr) {
         PB_LOG("pb memory is null or pb info is null");
         return PB_RCODE_BUFFNULL_ERR;
