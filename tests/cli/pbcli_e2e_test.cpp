@@ -4,11 +4,13 @@
 // files behind it.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host_rig.h"
@@ -28,10 +30,11 @@ struct Outcome {
 };
 
 // Runs pbcli through the shell; a hang is left to the test's time limit.
-// With --json the output must parse and "ok" must match the status.
-Outcome pbcli(const std::vector<std::string> &args, bool json = true)
+// With --json the output must parse and "ok" must match the status. Runs
+// at the same time need a `tag` each (it names the output files).
+Outcome pbcli(const std::vector<std::string> &args, bool json = true, const std::string &tag = "pbcli")
 {
-    const std::string out = kWork + "/pbcli.out", err = kWork + "/pbcli.err";
+    const std::string out = kWork + "/" + tag + ".out", err = kWork + "/" + tag + ".err";
     std::string cmd = PBCLI_BIN + std::string(json ? " --json" : "");
     for (const auto &a : args) {
         cmd += " '";
@@ -213,6 +216,110 @@ TEST_F(PbcliE2e, ModemRestartsAreRecoveredWithoutRestartingTheHost)
     rig_.stop_host();
     rig_.start_host();
     EXPECT_EQ(listed_sim(), kListed);
+}
+
+// The entry named `name` in a --json listing: "index number", or "" when
+// there is none.
+std::string named(const Outcome &list, const std::string &name)
+{
+    for (int i = 0; i < std::atoi(list.at("count").c_str()); ++i) {
+        const std::string e = "entries." + std::to_string(i) + ".";
+        if (list.at(e + "name") == name)
+            return list.at(e + "index") + " " + list.at(e + "number");
+    }
+    return "";
+}
+
+// An edit or delete names the entry the script saw; what was seen is
+// followed to its new index when it is still there, and when it is nowhere,
+// nothing is changed (status 1, code 24).
+TEST_F(PbcliE2e, ChangesNameTheEntryTheScriptSaw)
+{
+    ASSERT_EQ(pbcli({"add", "device", "--name", "A", "--number", "1"}).status, 0);
+    ASSERT_EQ(pbcli({"add", "device", "--name", "B", "--number", "2"}).status, 0);
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        std::string code, listing;  // "name number" of each entry after it
+    } steps[] = {
+        {{"edit", "device", "1", "--number", "9", "--expect-name", "C"}, 1, "24", "A 1,B 2,"},
+        {{"delete", "device", "2", "--expect-number", "5"}, 1, "24", "A 1,B 2,"},
+        // What the script saw is at index 2 now: the change follows it.
+        {{"edit", "device", "1", "--number", "7", "--expect-name", "B", "--expect-number", "2"},
+         0,
+         "<none>",
+         "A 1,B 7,"},
+        {{"delete", "device", "1", "--expect-name", "A", "--expect-number", "1"}, 0, "<none>", "B 7,"},
+        {{"delete", "device", "2", "3", "--expect-name", "B"}, 2, "<none>", "B 7,"},
+    };
+    for (const auto &st : steps) {
+        Outcome r = pbcli(st.args);
+        EXPECT_EQ(r.status, st.status) << st.args[0] << " " << r.out << r.err;
+        EXPECT_EQ(r.at("code"), st.code) << r.out;
+        Outcome list = pbcli({"list", "device"});
+        std::string listing;
+        for (int i = 0; i < std::atoi(list.at("count").c_str()); ++i)
+            listing += list.at("entries." + std::to_string(i) + ".name") + " " +
+                       list.at("entries." + std::to_string(i) + ".number") + ",";
+        EXPECT_EQ(listing, st.listing) << st.args[0];
+    }
+}
+
+// Eight scripts at once, each adding, editing, showing and deleting only
+// its own entries, each index looked up just before it is used, while the
+// others' adds renumber the phonebook under it. Every change must reach the
+// entry its script meant: no entry is lost or changed by another script
+// (each keeps one entry it never touches), and each sees its own changes.
+TEST_F(PbcliE2e, ConcurrentScriptsChangeOnlyTheEntriesTheyMean)
+{
+    rig_.stop();
+    rig_.start(kWork + "/e2e_card.txt", "card 60 14 20\n1,+4930123456,Card\n");
+    constexpr int kScripts = 8, kRounds = 4;
+    for (const char *book : {"device", "sim"}) {
+        std::atomic<int> wrong{0};
+        std::vector<std::thread> scripts;
+        for (int c = 0; c < kScripts; ++c)
+            scripts.emplace_back([&, c] {
+                const std::string tag = "script" + std::to_string(c), me = std::to_string(c);
+                auto look = [&](const std::string &name) {
+                    return named(pbcli({"list", book}, true, tag), name);
+                };
+                if (pbcli({"add", book, "--name", "keep" + me, "--number", "9" + me}, true, tag).status != 0)
+                    ++wrong;
+                for (int r = 0; r < kRounds; ++r) {
+                    const std::string name = "s" + me + "r" + std::to_string(r), num = me + std::to_string(r);
+                    if (pbcli({"add", book, "--name", name, "--number", num + "1"}, true, tag).status != 0)
+                        ++wrong;
+                    std::string at = look(name);
+                    Outcome edit = pbcli({"edit", book, at.substr(0, at.find(' ')), "--number", num + "2",
+                                          "--expect-name", name, "--expect-number", num + "1"},
+                                         true, tag);
+                    at = look(name);
+                    if (edit.status != 0 || at.substr(at.find(' ') + 1) != num + "2")
+                        ++wrong, ADD_FAILURE() << name << " edit: " << edit.out << edit.err << " now " << at;
+                    Outcome del = pbcli({"delete", book, at.substr(0, at.find(' ')), "--expect-name", name,
+                                         "--expect-number", num + "2"},
+                                        true, tag);
+                    if (del.status != 0 || !look(name).empty())
+                        ++wrong, ADD_FAILURE() << name << " delete: " << del.out << del.err;
+                }
+            });
+        for (std::thread &t : scripts)
+            t.join();
+        EXPECT_EQ(wrong.load(), 0) << book << ": a script's own change went wrong";
+        Outcome list = pbcli({"list", book});
+        int lost = 0, changed = 0;
+        for (int c = 0; c < kScripts; ++c) {
+            const std::string at = named(list, "keep" + std::to_string(c));
+            lost += at.empty();
+            changed += !at.empty() && at.substr(at.find(' ') + 1) != "9" + std::to_string(c);
+        }
+        EXPECT_EQ(lost, 0) << book;
+        EXPECT_EQ(changed, 0) << book;
+        EXPECT_EQ(list.at("count"), std::to_string(kScripts + (std::string(book) == "sim"))) << list.out;
+    }
+    EXPECT_EQ(rig_.sim->card().records.size(), kScripts + 1u)
+        << "the card holds what the SIM phonebook lists";
 }
 
 }  // namespace

@@ -156,6 +156,8 @@ TEST_F(Service, EntryOperationsAnswerInKindAndChangeTheCardFirstThenTheFile)
         std::string file;
     } steps[] = {
         {SYN, DEV, ADD, unterminated, {}, 0, PB_RCODE_OK, -1, "1:a 2:b 3:c 4:" + cut},
+        // A delete that carries another entry than the one at the index.
+        {SYN, DEV, DEL, entry(2, 0, "c"), {}, 0, PB_RCODE_CHANGED_ERR, 0, "1:a 2:b 3:c 4:" + cut},
         {ASY, DEV, DEL, at(2), {}, 0, PB_RCODE_OK, 0, "1:a 3:c 4:" + cut},
         {SYN, DEV, EDIT, entry(2, 0, "gone"), {}, 0, PB_RCODE_INVALID_ERR, 0, "1:a 3:c 4:" + cut},
         {ASY, DEV, EDIT, entry(3, 0, "C"), {}, 0, PB_RCODE_OK, 0, three},

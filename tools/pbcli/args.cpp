@@ -29,7 +29,10 @@ const CmdInfo kCommands[] = {
     {"copy", Cmd::COPY, true},
 };
 
-constexpr int kOptCut = 0x100;  // --cut has no short spelling
+// Long options without a short spelling.
+constexpr int kOptCut = 0x100;
+constexpr int kOptExpectName = 0x101;
+constexpr int kOptExpectNumber = 0x102;
 
 const option kOptions[] = {
     {"json", no_argument, nullptr, 'j'},
@@ -41,6 +44,8 @@ const option kOptions[] = {
     {"format", required_argument, nullptr, 'f'},
     {"verbose", no_argument, nullptr, 'v'},
     {"cut", no_argument, nullptr, kOptCut},
+    {"expect-name", required_argument, nullptr, kOptExpectName},
+    {"expect-number", required_argument, nullptr, kOptExpectNumber},
     {"help", no_argument, nullptr, 'h'},
     {nullptr, 0, nullptr, 0},
 };
@@ -146,6 +151,8 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         case 'y': args->yes = true; break;
         case 'v': args->verbose = true; break;
         case kOptCut: args->cut = true; break;
+        case kOptExpectName: args->expect_name = optarg; break;
+        case kOptExpectNumber: args->expect_number = optarg; break;
         case 'f': {
             pbx::Format f;
             if (!pbx::parse_format(optarg, &f))
@@ -235,6 +242,9 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
     }
     if (has_fields && args->cmd != Cmd::ADD && args->cmd != Cmd::EDIT)
         return pos[0] + " takes no --name, --number or --email";
+    if ((args->expect_name || args->expect_number) &&
+        !(args->cmd == Cmd::EDIT || (args->cmd == Cmd::DELETE && n == 1)))
+        return "--expect-name and --expect-number are for edit, or delete of one index";
     if (args->format && args->cmd != Cmd::IMPORT && args->cmd != Cmd::EXPORT)
         return pos[0] + " takes no --format";
     if (args->cut && !(args->cmd == Cmd::COPY && args->to == STORAGE_TYPE_SIM))
@@ -246,7 +256,8 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         args->number = tidied;
     }
     for (auto [what, v] :
-         {std::pair{"name", &args->name}, {"number", &args->number}, {"e-mail", &args->email}})
+         {std::pair{"name", &args->name}, {"number", &args->number}, {"e-mail", &args->email},
+          {"expected name", &args->expect_name}, {"expected number", &args->expect_number}})
         if (std::string err = check_field(what, *v); !err.empty())
             return err;
     return "";
@@ -296,7 +307,18 @@ Options:
   -v, --verbose       import, copy: a line for every contact
       --cut           copy device sim: cut a name the card cannot hold to fit
                       (at a whole character) instead of leaving it out
+      --expect-name NAME, --expect-number NUMBER
+                      edit, delete of one index: the entry as the script
+                      saw it (as list prints it); the change is made only
+                      if the entry at the index still holds it. Without
+                      them pbcli sends the entry it finds at the index.
   -h, --help          show this text
+
+Indexes move when entries are added or deleted, also by other users at the
+same time. Every edit and delete therefore names the entry it means; when
+the entry at the index holds something else by the time the change is made,
+nothing is changed and pbcli follows the entry to its new index, or fails
+with "the entry changed meanwhile" when it is gone.
 
 Numbers lose their spaces, dashes, dots and brackets on the way in; what is
 left must be digits * # P W T with + only in front. A name that is taken by

@@ -21,6 +21,9 @@ struct Args {
     storage_type_t type = STORAGE_TYPE_UNKNOWN;
     std::vector<int> indexes;  // device indexes, 1..1000
     std::optional<std::string> name, number, email;
+    // edit, delete of one entry: the entry as the caller saw it; the change
+    // is made only while the entry at the index still holds it
+    std::optional<std::string> expect_name, expect_number;
     std::string file;
     bool yes = false;                          // confirms delete-all
     storage_type_t to = STORAGE_TYPE_UNKNOWN;  // copy: the phonebook copied into

@@ -21,6 +21,21 @@ using Entries = std::vector<pb_flash_info>;
 
 // Poll interval while the SIM phonebook is being read.
 constexpr auto kPoll = std::chrono::milliseconds(200);
+// How often one change follows its entry to a new index.
+constexpr int kMaxFollows = 5;
+
+// The entry a change meant, in the phonebook as it is now: the same entry
+// when it is there, else the first with the name and number the change
+// carries (what the service compares).
+const pb_flash_info *find_seen(const Entries &now, const pb_flash_info &was)
+{
+    if (const pb_flash_info *same = find_same(now, was))
+        return same;
+    for (const pb_flash_info &e : now)
+        if (std::strcmp(e.name, was.name) == 0 && std::strcmp(e.num, was.num) == 0)
+            return &e;
+    return nullptr;
+}
 
 class Session {
 public:
@@ -55,18 +70,28 @@ public:
     }
 
     // One change through the service, asked again while the SIM phonebook
-    // is not ready, until the time limit. A change by index names the entry
-    // it means in `was`: while the change waits, the SIM phonebook may be
-    // read again (the modem restarted) and its entries numbered anew, so
-    // before each new ask the entry is looked up and the change follows it
-    // to its index (info->index tells where it went); when the entry is
-    // gone, nothing more is sent.
+    // is not ready, until the time limit. An edit or delete carries the
+    // entry it means in `was`, and the service makes it only while the
+    // entry at the index still holds was's name and number. Indexes move
+    // (an add renumbers the phonebook, a new read of the SIM numbers it
+    // anew), so when the service answers that the entry changed, and before
+    // each new ask, the entry is looked up and the change follows it to its
+    // index (info->index tells where it went); when it is gone, nothing
+    // more is sent.
+    // An edit that follows its entry keeps the fields that were not given
+    // from the entry where it found it.
     int write(sim_pb_handle_t action, pb_flash_info *info, const pb_flash_info *was = nullptr)
     {
-        for (;;) {
+        for (int follows = 0;;) {
             pb_flash_info sent = *info;
-            int rc = simlib_pb_write_handler(args_.type, action, &sent);
-            if (!rcode_busy(rc) || !pause()) {
+            const int rc = action == SIM_PB_HANDLE_TYPE_EDIT && was != nullptr
+                               ? simlib_pb_edit_checked(args_.type, &sent, was)
+                               : simlib_pb_write_handler(args_.type, action, &sent);
+            // The index holds another entry, or none, by the time the
+            // service looks: the entry meant may have moved.
+            const bool moved = (rc == PB_RCODE_CHANGED_ERR || rc == PB_RCODE_INVALID_ERR) && was != nullptr &&
+                               ++follows <= kMaxFollows;
+            if (!moved && (!rcode_busy(rc) || !pause())) {
                 *info = sent;
                 return rc;
             }
@@ -74,46 +99,27 @@ public:
                 Entries now;
                 if (int r = read_all(args_.type, &now); r != PB_RCODE_OK)
                     return r;
-                const pb_flash_info *e = find_same(now, *was);
+                const pb_flash_info *e = find_seen(now, *was);
                 if (e == nullptr)
-                    return RC_CHANGED;
-                info->index = e->index;
+                    return PB_RCODE_CHANGED_ERR;
+                *info = *e;
+                if (action == SIM_PB_HANDLE_TYPE_EDIT)
+                    set_fields(info, args_.name, args_.number, args_.email);
             }
         }
-    }
-
-    // Several deletes by index; while it waits, the entries must stay where
-    // they were, or nothing more is sent.
-    int del_any(const Entries &targets)
-    {
-        std::vector<int> idx;
-        for (const pb_flash_info &e : targets)
-            idx.push_back(static_cast<int>(e.index));
-        for (size_t at = 0; at < idx.size(); at += PB_DEL_ANY_MAX) {
-            int n = static_cast<int>(std::min<size_t>(PB_DEL_ANY_MAX, idx.size() - at));
-            int rc;
-            while (rcode_busy(rc = simlib_pb_del_any(args_.type, idx.data() + at, n)) && pause()) {
-                Entries now;
-                if (int r = read_all(args_.type, &now); r != PB_RCODE_OK)
-                    return r;
-                for (const pb_flash_info &e : targets)
-                    if (const pb_flash_info *found = find_same(now, e);
-                        found == nullptr || found->index != e.index)
-                        return RC_CHANGED;
-            }
-            if (rc != PB_RCODE_OK)
-                return rc;
-        }
-        return PB_RCODE_OK;
     }
 
     // Reports a failure and gives the exit status for it.
     Exit fail(int rc, const std::string &context = "") const
     {
+        // The card may or may not have made the change: the phonebook is
+        // read again (waited for), so that what the user checks is the card.
+        if (rc == PB_RCODE_UNCONFIRMED_ERR) {
+            Entries now;
+            (void)const_cast<Session *>(this)->read_all(args_.type, &now);
+        }
         std::string msg = (context.empty() ? "" : context + ": ") + rcode_message(rc);
-        if (args_.json && rc == RC_CHANGED)  // no code of the phonebook
-            std::cout << "{\"ok\":false,\"error\":" << json_string(msg) << "}\n";
-        else if (args_.json)
+        if (args_.json)
             std::cout << "{\"ok\":false,\"code\":" << rc << ",\"error\":" << json_string(msg) << "}\n";
         else
             std::cerr << "pbcli: " << msg << "\n";
@@ -244,13 +250,42 @@ Exit cmd_add(Session &s)
     return EXIT_OK;
 }
 
+// The entry an edit or delete of `index` is meant for. Without
+// --expect-name/--expect-number, the one listed there. With them, the entry
+// that holds what they say: the one at the index, or when the phonebook was
+// renumbered since the script looked, the first that does; null when none
+// does (the entry changed meanwhile).
+const pb_flash_info *entry_meant(const Args &a, const Entries &v, int index)
+{
+    const pb_flash_info *listed = find_entry(v, index);
+    if (!a.expect_name && !a.expect_number)
+        return listed;
+    const auto holds = [&](const pb_flash_info &e) {
+        return (!a.expect_name || *a.expect_name == e.name) &&
+               (!a.expect_number || *a.expect_number == e.num);
+    };
+    if (listed && holds(*listed))
+        return listed;
+    const auto it = std::find_if(v.begin(), v.end(), holds);
+    return it != v.end() ? &*it : nullptr;
+}
+
+// No entry at `index` for an edit or delete: none at all, or (when the
+// script said what it expects there) none that holds it.
+Exit not_meant(const Session &s, int index)
+{
+    const Args &a = s.args();
+    return a.expect_name || a.expect_number ? s.fail(PB_RCODE_CHANGED_ERR, "index " + std::to_string(index))
+                                            : not_found(s, index);
+}
+
 Exit cmd_edit(Session &s, const Entries &v)
 {
     const Args &a = s.args();
     const int index = a.indexes[0];
-    const pb_flash_info *old = find_entry(v, index);
+    const pb_flash_info *old = entry_meant(a, v, index);
     if (!old)
-        return not_found(s, index);
+        return not_meant(s, index);
     pb_flash_info e = *old;
     set_fields(&e, a.name, a.number, a.email);
     const pb_flash_info was = *old;
@@ -271,36 +306,31 @@ Exit cmd_delete(Session &s, const Entries &v)
         bool seen = std::find(present.begin(), present.end(), i) != present.end() ||
                     std::find(missing.begin(), missing.end(), i) != missing.end();
         if (!seen)
-            (find_entry(v, i) ? present : missing).push_back(i);
+            (entry_meant(a, v, i) ? present : missing).push_back(i);
     }
     if (a.indexes.size() == 1 && !missing.empty())
-        return not_found(s, missing[0]);
+        return not_meant(s, missing[0]);
 
-    int rc = PB_RCODE_OK;
-    if (a.indexes.size() == 1) {
-        const pb_flash_info was = *find_entry(v, present[0]);
+    // One conditional delete per entry: each is made only while its index
+    // still holds the entry listed, so no entry the user did not pick goes.
+    std::vector<int> deleted, changed;
+    for (int i : present) {
+        const pb_flash_info was = *entry_meant(a, v, i);
         pb_flash_info e = was;
-        rc = s.write(SIM_PB_HANDLE_TYPE_DEL, &e, &was);
-        present[0] = static_cast<int>(e.index);
-    } else if (!present.empty()) {
-        Entries targets;
-        for (int i : present)
-            targets.push_back(*find_entry(v, i));
-        rc = s.del_any(targets);
+        const int rc = s.write(SIM_PB_HANDLE_TYPE_DEL, &e, &was);
+        if (rc == PB_RCODE_CHANGED_ERR && present.size() > 1) {
+            changed.push_back(i);
+        } else if (rc != PB_RCODE_OK) {
+            return s.fail(rc, "delete " + std::to_string(i) +
+                                  (deleted.empty() ? "" : " (deleted: index " + join(deleted) + ")"));
+        } else {
+            deleted.push_back(static_cast<int>(e.index));
+        }
     }
-    if (rc != PB_RCODE_OK)
-        return s.fail(rc, "delete");
-
-    // Several at once: the service skips what it cannot delete, so look.
-    std::vector<int> deleted, kept;
-    Entries after;
-    if (int r = s.read_all(a.type, &after); r != PB_RCODE_OK)
-        return s.fail(r, "delete");
-    for (int i : present)
-        (find_entry(after, i) ? kept : deleted).push_back(i);
-    if (!kept.empty())
-        return s.fail_text(EXIT_FAILED, "the phonebook kept index " + join(kept) +
-                                            " (deleted: " + (deleted.empty() ? "none" : join(deleted)) + ")");
+    if (!changed.empty())
+        return s.fail_text(EXIT_FAILED, "the entry at index " + join(changed) +
+                                            " changed meanwhile; list it again (deleted: " +
+                                            (deleted.empty() ? "none" : "index " + join(deleted)) + ")");
     return print_done(s, "\"deleted\":" + json_ints(deleted),
                       "Deleted " + std::to_string(deleted.size()) +
                           (deleted.size() == 1 ? " entry" : " entries") +

@@ -33,7 +33,10 @@ const RcodeText kRcodes[] = {
     {PB_RCODE_BUFFNULL_ERR, "internal error: missing entry buffer", EXIT_FAILED},
     {PB_RCODE_INVALID_ERR, "no such entry, or the entry cannot be changed", EXIT_NOT_FOUND},
     {PB_RCODE_READED_ERR, "SIM phonebook is still being read, try again", EXIT_NOT_READY},
-    {PB_RCODE_READ_ERR, "the phonebook file could not be read", EXIT_FAILED},
+    {PB_RCODE_READ_ERR,
+     "the phonebook could not be read (the SIM card did not deliver all its records, or the phonebook file "
+     "is unreadable)",
+     EXIT_FAILED},
     {PB_RCODE_WRITE_ERR, "the phonebook file could not be saved (flash full or read-only?)", EXIT_FAILED},
     {PB_RCODE_SWAP_ERR, "the SIM card refused the change (a name or number too long for the card?)",
      EXIT_FAILED},
@@ -51,8 +54,10 @@ const RcodeText kRcodes[] = {
      EXIT_NOT_READY},
     {PB_RCODE_NV_ERR, "the SIM phonebook figures could not be stored", EXIT_FAILED},
     {PB_RCODE_EMPTY_ERR, "the phonebook is empty", EXIT_FAILED},
-    {RC_CHANGED, "the phonebook changed while waiting (the SIM was read again): list it and try again",
+    {PB_RCODE_UNCONFIRMED_ERR,
+     "the card did not confirm the change; the list has been read again: check it before trying again",
      EXIT_FAILED},
+    {PB_RCODE_CHANGED_ERR, "the entry changed meanwhile; list it again", EXIT_FAILED},
 };
 
 const RcodeText *find_rcode(int rc)

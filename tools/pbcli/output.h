@@ -24,10 +24,6 @@ enum Exit {
     EXIT_NOT_FOUND = 5,   // no entry at the index given
 };
 
-// Not a code of the phonebook: a change by index found its entry moved or
-// gone while it waited (the SIM phonebook was read again meanwhile).
-constexpr int RC_CHANGED = 1000;
-
 // A person-readable message for a result code of the phonebook, for every
 // user interface: among them the three ways a change can fail to land, "SIM
 // phonebook is still being read" (PB_RCODE_READED_ERR), "the SIM card

@@ -18,9 +18,11 @@ using pbcli::rcode_message;
 using pbcli::set_field;
 using pbcli::set_fields;
 
-// Results of pbweb's own checks, next to the phonebook's result codes.
-constexpr int kChanged = pbcli::RC_CHANGED;  // the entry is not as the page showed it
-constexpr int kMissing = kChanged + 1;       // no entry at the index
+// The entry is not as the page showed it: found by pbweb's own look at the
+// list, or by the service when the change was made.
+constexpr int kChanged = PB_RCODE_CHANGED_ERR;
+// pbweb's own result, next to the phonebook's codes: no entry at the index.
+constexpr int kMissing = 1000;
 
 const char *book(storage_type_t type) { return pbcli::storage_name(type); }
 
@@ -42,7 +44,7 @@ Response bad_input(const std::string &message) { return error_response(400, PB_R
 Response failure(int rc, const std::string &context, storage_type_t type, int index = 0)
 {
     if (rc == kChanged)
-        return error_response(409, PB_RCODE_INVALID_ERR,
+        return error_response(409, kChanged,
                               "the entry at index " + std::to_string(index) + " of the " + book_title(type) +
                                   " phonebook changed meanwhile; the list has been read again");
     if (rc == kMissing)
@@ -193,8 +195,11 @@ Response edit(Phonebook &pb, const ApiRequest &req, const Json &body)
             return static_cast<int>(PB_RCODE_OK);
         },
         [&] {
+            // The service makes the edit only while the entry still holds
+            // the name and number the page was shown.
+            const pb_flash_info seen = e;
             set_fields(&e, f.name, f.number, f.email);
-            return pb.write_locked(type, SIM_PB_HANDLE_TYPE_EDIT, &e);
+            return pb.edit_checked_locked(type, &e, &seen);
         });
     if (rc != PB_RCODE_OK)
         return failure(rc, "edit " + std::to_string(index), type, index);
@@ -255,36 +260,25 @@ Response remove(Phonebook &pb, const ApiRequest &req, const Json &body)
     if (!read_shown_list(body, "delete", &shown, &indexes, &err))
         return bad_input(err);
     int bad_index = 0;
-    pb_flash_info one;  // the entry itself, for a delete of one
+    Entries found;  // the entries as they are now, in the order shown
     const int rc = pb.checked(
-        type,
-        [&](const Entries &now) {
-            Entries found;
-            const int r = check_shown(now, shown, &found, &bad_index);
-            if (r == PB_RCODE_OK)
-                one = found.back();
-            return r;
-        },
+        type, [&](const Entries &now) { return check_shown(now, shown, &found, &bad_index); },
         [&] {
-            if (indexes.size() > 1)
-                return pb.del_any_locked(type, indexes);
-            return pb.write_locked(type, SIM_PB_HANDLE_TYPE_DEL, &one);
+            // One delete per entry, each carrying the entry it means: the
+            // service deletes only what still is as the page showed it.
+            std::vector<int> done;  // an index listed twice is deleted once
+            for (pb_flash_info &e : found) {
+                bad_index = static_cast<int>(e.index);
+                if (std::find(done.begin(), done.end(), bad_index) != done.end())
+                    continue;
+                done.push_back(bad_index);
+                if (int r = pb.write_locked(type, SIM_PB_HANDLE_TYPE_DEL, &e); r != PB_RCODE_OK)
+                    return r;
+            }
+            return static_cast<int>(PB_RCODE_OK);
         });
     if (rc != PB_RCODE_OK)
         return failure(rc, "delete", type, bad_index);
-    // A delete of one is done when the service says so; several at once:
-    // the service skips what it cannot delete, so look.
-    std::vector<int> kept;
-    if (indexes.size() > 1) {
-        Entries after;
-        if (int r = pb.read(type, &after); r != PB_RCODE_OK)
-            return failure(r, "delete", type);
-        for (int i : indexes)
-            if (find_entry(after, i))
-                kept.push_back(i);
-    }
-    if (!kept.empty())
-        return error_response(500, PB_RCODE_ERROR, "delete: the phonebook kept index " + json_ints(kept));
     return ok("\"phonebook\":\"" + std::string(book(type)) + "\",\"deleted\":" + json_ints(indexes));
 }
 
@@ -407,6 +401,9 @@ Response error_response(int status, int code, const std::string &message)
     // Both 503s are asked again: the page shows "reading" for one only.
     if (pbcli::rcode_busy(code))
         r.body += ",\"reading\":true";
+    // The list the page shows is not the phonebook any more, or may not be.
+    if (status == 409 || code == PB_RCODE_UNCONFIRMED_ERR)
+        r.body += ",\"reload\":true";
     r.body += '}';
     if (status == 503)
         r.headers.emplace_back("Retry-After", "1");
@@ -424,6 +421,7 @@ int http_status(int rc)
     case PB_RCODE_INVALID_ERR: return 404;
     case PB_RCODE_NOTFREE_ERR: return 507;
     case PB_RCODE_NODEPUSH_ERR: return 503;  // the service's queue is full
+    case PB_RCODE_CHANGED_ERR: return 409;
     default: return pbcli::rcode_busy(rc) ? 503 : 500;
     }
 }

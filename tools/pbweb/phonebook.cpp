@@ -52,14 +52,9 @@ int Phonebook::write_locked(storage_type_t type, sim_pb_handle_t action, pb_flas
     return simlib_pb_write_handler(type, action, info);
 }
 
-int Phonebook::del_any_locked(storage_type_t type, std::vector<int> indexes)
+int Phonebook::edit_checked_locked(storage_type_t type, pb_flash_info *info, const pb_flash_info *seen)
 {
-    for (size_t at = 0; at < indexes.size(); at += PB_DEL_ANY_MAX) {
-        const int n = static_cast<int>(std::min<size_t>(PB_DEL_ANY_MAX, indexes.size() - at));
-        if (int rc = simlib_pb_del_any(type, indexes.data() + at, n); rc != PB_RCODE_OK)
-            return rc;
-    }
-    return PB_RCODE_OK;
+    return simlib_pb_edit_checked(type, info, seen);
 }
 
 int Phonebook::add_contacts_locked(storage_type_t into, const std::vector<pbx::Contact> &contacts, bool cut,

@@ -71,7 +71,9 @@ public:
     }
     // These are called inside checked() (the lock is held).
     int write_locked(storage_type_t type, sim_pb_handle_t action, pb_flash_info *info);
-    int del_any_locked(storage_type_t type, std::vector<int> indexes);
+    // An edit made only while the entry at info->index still holds seen's
+    // name and number (PB_RCODE_CHANGED_ERR otherwise).
+    int edit_checked_locked(storage_type_t type, pb_flash_info *info, const pb_flash_info *seen);
 
     // Adds the contacts to the phonebook `into`, one line of *report per
     // contact; into the SIM, `cut` cuts names too long for the card (else

@@ -33,6 +33,8 @@ class ApiError extends Error {
     this.retryAfter = 1;
     // A 503 is the SIM phonebook being read, or the service's queue full.
     this.reading = Boolean(body && body.reading);
+    // The list shown is not the phonebook any more, or may not be.
+    this.reload = Boolean(body && body.reload);
   }
 }
 
@@ -318,7 +320,7 @@ async function saveEntry(ev) {
     say(`${was ? 'Changed' : 'Added'} entry ${data.entry.index}: ${data.entry.name}`);
     load();
   } catch (e) {
-    if (e.status === 409) {
+    if (e.reload) {
       $('entry-dialog').close();
       fail(e);
       load();
@@ -383,7 +385,7 @@ async function copySelected() {
     showReport(data, `of the ${from} phonebook`, 'index');
   } catch (e) {
     fail(e);
-    if (e.status === 409) load();
+    if (e.reload) load();
   }
   refreshStatus();
 }
