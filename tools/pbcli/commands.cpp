@@ -92,6 +92,13 @@ public:
             const bool moved = (rc == PB_RCODE_CHANGED_ERR || rc == PB_RCODE_INVALID_ERR) && was != nullptr &&
                                ++follows <= kMaxFollows;
             if (!moved && (!rcode_busy(rc) || !pause())) {
+                // The card may or may not have made the change: the SIM
+                // phonebook is read again (waited for) before the user is
+                // told to check it, so that what they see is the card.
+                if (rc == PB_RCODE_UNCONFIRMED_ERR) {
+                    Entries now;
+                    (void)read_all(args_.type, &now);
+                }
                 *info = sent;
                 return rc;
             }
@@ -112,12 +119,6 @@ public:
     // Reports a failure and gives the exit status for it.
     Exit fail(int rc, const std::string &context = "") const
     {
-        // The card may or may not have made the change: the phonebook is
-        // read again (waited for), so that what the user checks is the card.
-        if (rc == PB_RCODE_UNCONFIRMED_ERR) {
-            Entries now;
-            (void)const_cast<Session *>(this)->read_all(args_.type, &now);
-        }
         std::string msg = (context.empty() ? "" : context + ": ") + rcode_message(rc);
         if (args_.json)
             std::cout << "{\"ok\":false,\"code\":" << rc << ",\"error\":" << json_string(msg) << "}\n";
