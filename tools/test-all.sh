@@ -47,6 +47,11 @@ lib=build/armhf/app/mutils/pb/libmutils_pb.so
 readelf -h "$lib" | grep -q 'Machine: *ARM' || { echo "armhf: $lib is not an ARM library"; exit 1; }
 grep -qa '/data/pb_sim_file' "$lib" || { echo "armhf: $lib does not use /data"; exit 1; }
 echo "armhf: $lib is a 32-bit ARM library using /data"
+# What the router must offer to load it: the device's platform libraries and
+# the C library, no C++ runtime (the host build's device_imports test and the
+# SDK stage below check the same).
+cmake -DLIB="$lib" -DNM=arm-linux-gnueabihf-nm -DREADELF=arm-linux-gnueabihf-readelf \
+  -P tests/foundation/check_imports.cmake
 web=build/armhf/tools/pbweb/pbweb
 if grep -q '^MHD_LIBRARY:FILEPATH=.*microhttpd' build/armhf/CMakeCache.txt; then
     [ -x "$web" ] || { echo "armhf: libmicrohttpd was found, but $web was not built"; exit 1; }
