@@ -58,7 +58,7 @@ protected:
         std::string card = "card 100 20 20\n";
         for (size_t k = 1; k <= kFilled; ++k)
             card += std::to_string(k) + ",+4930" + std::to_string(k) + ",card" + std::to_string(k) + "\n";
-        rig_.start(PB_DATA_DIR "/card.txt", card);
+        rig_.start(pbt::data_path("card.txt"), card);
         ASSERT_TRUE(pbt::wait_until(service_up, 10000));
         ASSERT_EQ(simlib_pb_init(STORAGE_TYPE_SIM), 0);
     }
@@ -90,7 +90,7 @@ TEST_F(HostProcess, ClientProcessesAndImportsAtOnceLoseNoEntry)
         for (int k = 0; k < kDeviceAdds; ++k)
             expected.insert("d" + id + "-" + std::to_string(k));
     }
-    const std::string text = PB_DATA_DIR "/lost_updates.txt";
+    const std::string text = pbt::data_path("lost_updates.txt");
     for (int i = 0; i < kImports; ++i) {
         std::ofstream lines(text);
         for (int k = 0; k < kLines; ++k) {
@@ -164,7 +164,7 @@ TEST(HostUnderFlood, MemoryStaysBoundedAndTheServiceAnswersAfterwards)
 {
     pbt::remove_books();
     pbt::host_rig rig;
-    rig.start(PB_DATA_DIR "/card.txt", "card 100 20 20\n1,1,one\n");
+    rig.start(pbt::data_path("card.txt"), "card 100 20 20\n1,1,one\n");
     ASSERT_TRUE(pbt::wait_until(service_up, 10000));
     ASSERT_EQ(simlib_pb_init(STORAGE_TYPE_SIM), 0);
 
