@@ -17,8 +17,10 @@ namespace {
 // The phonebook folder is private to the service and the UI processes.
 constexpr mode_t kDataDirMode = 0750;
 
-// Makes the missing data folder (pb_data_dir()); false (errno ENOENT) when
-// it was there, so that the ENOENT the caller saw has another cause.
+// Makes the missing data folder (pb_data_dir()) and flushes the folder
+// above it, so that the new folder, and with it every file saved in it
+// later, survives a power cut. False (errno ENOENT) when the folder was
+// there, so that the ENOENT the caller saw has another cause.
 bool make_data_dir()
 {
     char dir[PATH_MAX];
@@ -36,7 +38,7 @@ bool make_data_dir()
         return false;
     }
     (void)::chmod(dir, kDataDirMode);  // the umask may have taken bits
-    return true;
+    return pb_fs_sync_folder(dir) == 0;
 }
 
 }  // namespace
