@@ -13,8 +13,10 @@
 #                              clang-format, the 32-bit ARM cross toolchain
 #                              with qemu-user for the target tests, python3
 #                              for the end-to-end tests, chromium's driver
-#                              and selenium for the browser test, and the
-#                              target's libmicrohttpd for the armhf pbweb
+#                              and selenium for the browser test, the
+#                              target's libmicrohttpd for the armhf pbweb,
+#                              and systemd-analyze, setpriv and curl for the
+#                              check of the service definitions
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -44,6 +46,9 @@ if [ "$what" = test ]; then
     have arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
     have qemu-arm || need+=(qemu-user)
     [ -x /usr/bin/python3 ] || need+=(python3)
+    have systemd-analyze || need+=(systemd)
+    have setpriv || need+=(util-linux)
+    have curl || need+=(curl)
     pkgs+=(googletest chromium-driver python3-selenium)
 fi
 for p in "${pkgs[@]}"; do

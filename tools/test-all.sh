@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Checks that every tracked C and C++ file is formatted as .clang-format
 # says, then builds and runs every test: the host debug build (unit,
-# end-to-end and benchmark smoke tests), the address+undefined and thread
+# end-to-end and benchmark smoke tests) with the check of the service
+# definitions on its installed programs, the address+undefined and thread
 # sanitizer builds, the 32-bit ARM build with its unit tests under qemu-arm,
 # the ARM target build, the module alone against an SDK made of it, and a
 # short run of every fuzz target.
@@ -37,6 +38,8 @@ run_preset() {
 }
 
 run_preset host
+stage "services: the systemd units and procd init scripts, pb_host and pbweb run as their account"
+bash tools/services/check_services.sh build/host build/host/services
 run_preset asan
 run_preset tsan
 run_preset armhf-test
