@@ -4,8 +4,8 @@
 # end-to-end and benchmark smoke tests) with the check of the service
 # definitions on its installed programs, the address+undefined and thread
 # sanitizer builds, the 32-bit ARM build with its unit tests under qemu-arm,
-# the ARM target build, the module alone against an SDK made of it, and a
-# short run of every fuzz target.
+# the ARM target build, the module alone against an SDK made of it, a
+# short run of every fuzz target, and the naming rules with clang-tidy.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash tools/setup.sh test
@@ -87,4 +87,6 @@ arm-linux-gnueabihf-gcc -std=c99 -o "$sdk/router" "$sdk/router.c" -Wl,-rpath-lin
 echo "armhf-sdk: module links against the SDK; stripped size $(arm-linux-gnueabihf-strip -o "$sdk/stripped.so" \
   build/armhf-sdk/app/mutils/pb/libmutils_pb.so && stat -c %s "$sdk/stripped.so") bytes"
 run_preset fuzz
+stage "names: clang-tidy's naming check against CONVENTIONS.md (host compile database)"
+bash tools/check-names.sh build/host
 stage "all stages passed"
