@@ -8,13 +8,14 @@
 #include <fstream>
 #include <string>
 
+#include "pb_data_dir.h"
 #include "pbx.h"
 #include "zpt_ui_pb_api.h"
 
 namespace {
 
-const std::string kVcard = PB_DATA_DIR "/bench_contacts.vcf";
-const std::string kLines = PB_DATA_DIR "/bench_contacts.txt";
+const std::string kVcard = std::string(pb_data_dir()) + "/bench_contacts.vcf";
+const std::string kLines = std::string(pb_data_dir()) + "/bench_contacts.txt";
 
 // 1000 contacts the way a phone writes them, and the same entries as the
 // module's "number,name,email" lines.

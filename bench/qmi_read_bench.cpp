@@ -18,6 +18,7 @@
 #include <sys/stat.h>
 
 #include "forwarded_indications.h"
+#include "pb_data_dir.h"
 #include "pb_qmi.h"
 #include "pbm_sim.h"
 #include "zp_ipc_host.h"
@@ -114,7 +115,7 @@ void BM_ReadWholeSim(benchmark::State &state)
         }
     }
     struct stat st {};
-    stat(PB_DATA_DIR "/pb_sim_file", &st);
+    stat((std::string(pb_data_dir()) + "/pb_sim_file").c_str(), &st);
     const double iterations = static_cast<double>(state.iterations() ? state.iterations() : 1);
     state.counters["records"] = records;
     state.counters["file_bytes"] = static_cast<double>(st.st_size);

@@ -26,6 +26,7 @@
 #include <vector>
 
 #include "bench_system.h"
+#include "pb_data_dir.h"
 #include "zp_ipc_host.h"
 #include "zpt_ui_pb_api.h"
 
@@ -86,21 +87,20 @@ int floor_step(std::vector<char> *buf)
     pb_rsp_t rsp{};
     size_t len = sizeof rsp;
     int rc = simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &len, 5000);
-    const char *path = PB_DATA_DIR "/pb_device_file";
-    const char *fresh = PB_DATA_DIR "/pb_device_file.floor";
+    const std::string path = std::string(pb_data_dir()) + "/pb_device_file", fresh = path + ".floor";
     buf->resize(size_t{PB_RECORD_SIZE} * PB_MAX_ENTRIES);
-    int in = open(path, O_RDONLY);
+    int in = open(path.c_str(), O_RDONLY);
     if (in < 0)
         return -1;
     ssize_t n = read(in, buf->data(), buf->size());
     close(in);
-    int out = open(fresh, O_WRONLY | O_CREAT | O_TRUNC, 0640);
+    int out = open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0640);
     if (n < 0 || out < 0)
         return -1;
     rc |= write(out, buf->data(), static_cast<size_t>(n)) == n ? 0 : -1;
     rc |= fsync(out);
     rc |= close(out);
-    rc |= rename(fresh, path);
+    rc |= rename(fresh.c_str(), path.c_str());
     return rc;
 }
 
@@ -180,7 +180,8 @@ void BM_DeviceWrite(benchmark::State &state, sim_pb_handle_t what)
         e.index = what == SIM_PB_HANDLE_TYPE_EDIT ? 500 : what == SIM_PB_HANDLE_TYPE_DEL ? kDeviceEntries : 0;
         if (s.time([&] { return write(what, &e); }) != PB_RCODE_OK)
             state.SkipWithError("write failed");
-        pb_flash_info back = bench::make_entry(9000);
+        // The added entry goes by its index alone; a deleted one comes back.
+        pb_flash_info back = what == SIM_PB_HANDLE_TYPE_ADD ? pb_flash_info{} : bench::make_entry(9000);
         back.index = PB_MAX_ENTRIES;
         if (what != SIM_PB_HANDLE_TYPE_EDIT)
             write(what == SIM_PB_HANDLE_TYPE_ADD ? SIM_PB_HANDLE_TYPE_DEL : SIM_PB_HANDLE_TYPE_ADD, &back);

@@ -13,12 +13,13 @@
 #include <memory>
 #include <vector>
 
+#include "pb_data_dir.h"
 #include "zpt_ui_pb_api.h"
 #include "zpt_ui_pb_func.h"
 
 namespace {
 
-constexpr const char *kBook = PB_DATA_DIR "/pb_device_file";
+const std::string kBook = std::string(pb_data_dir()) + "/pb_device_file";
 constexpr size_t kFullFile = size_t{PB_RECORD_SIZE} * PB_MAX_ENTRIES;
 constexpr off_t kFile999 = off_t{PB_RECORD_SIZE} * (PB_MAX_ENTRIES - 1);
 
@@ -52,16 +53,16 @@ void BM_Floor_ReadWriteFsyncRename(benchmark::State &state)
 {
     make_book(PB_MAX_ENTRIES);
     std::vector<char> buf(kFullFile);
-    const char *copy = PB_DATA_DIR "/floor_copy";
+    const std::string copy = std::string(pb_data_dir()) + "/floor_copy";
     for (auto _ : state) {
-        int in = open(kBook, O_RDONLY);
+        int in = open(kBook.c_str(), O_RDONLY);
         benchmark::DoNotOptimize(read(in, buf.data(), buf.size()));
         close(in);
-        int out = open(copy, O_WRONLY | O_CREAT | O_TRUNC, 0640);
+        int out = open(copy.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0640);
         benchmark::DoNotOptimize(write(out, buf.data(), buf.size()));
         fsync(out);
         close(out);
-        rename(copy, kBook);
+        rename(copy.c_str(), kBook.c_str());
     }
 }
 BENCHMARK(BM_Floor_ReadWriteFsyncRename);
@@ -85,7 +86,7 @@ void BM_AppendTo999(benchmark::State &state)
     for (auto _ : state) {
         simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &e);
         state.PauseTiming();
-        truncate(kBook, kFile999);
+        truncate(kBook.c_str(), kFile999);
         state.ResumeTiming();
     }
 }
@@ -114,7 +115,7 @@ void BM_AddCycle(benchmark::State &state)
         if (pb_func_add_entry(&req) != PB_RCODE_OK)
             state.SkipWithError("add failed");
         state.PauseTiming();
-        truncate(kBook, kFile999);
+        truncate(kBook.c_str(), kFile999);
         req.value = e;
         state.ResumeTiming();
     }

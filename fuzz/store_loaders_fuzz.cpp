@@ -7,11 +7,12 @@
 #include <memory>
 
 #include "../tests/store/table_rules.h"
+#include "pb_data_dir.h"
 #include "zpt_ui_pb_api.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    std::ofstream(PB_DATA_DIR "/pb_sim_file", std::ios::binary)
+    std::ofstream(std::string(pb_data_dir()) + "/pb_sim_file", std::ios::binary)
         .write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(size));
     const struct {
         const char *what;

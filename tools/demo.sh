@@ -12,6 +12,11 @@
 #   PB_DEMO_BUILD_DIR=DIR bash tools/demo.sh
 #                                uses the binaries already built in DIR
 #                                (what the test suite does)
+#   PB_DATA_DIR=DIR bash tools/demo.sh
+#                                keeps the phonebook files in DIR instead of
+#                                the build's data folder, and what it leaves
+#                                behind in DIR/demo: demos with different
+#                                folders run side by side
 #
 # Everything it starts is stopped on exit, also on failure or Ctrl-C.
 set -euo pipefail
@@ -41,9 +46,24 @@ web_bin=$build/tools/pbweb/pbweb
 for b in "$pbcli_bin" "$host_bin" "$sim_bin" "$web_bin"; do
     [ -x "$b" ] || { echo "demo: $b is missing; build it first" >&2; exit 1; }
 done
-data_dir=$(sed -n 's/^MUTILS_PB_DATA_DIR:[A-Z]*=//p' "$build/CMakeCache.txt")
-out=$build/demo
-mkdir -p "$out" "$data_dir"
+if [ -n "${PB_DATA_DIR:-}" ]; then
+    # Only a host build reads the folder from the environment.
+    grep -q '^MUTILS_PB_DATA_DIR_FROM_ENV:BOOL=ON$' "$build/CMakeCache.txt" ||
+        { echo "demo: the programs of $build ignore PB_DATA_DIR (built with MUTILS_PB_DATA_DIR_FROM_ENV=OFF)" >&2; exit 1; }
+    data_dir=$(mkdir -p "$(dirname "$PB_DATA_DIR")" && cd "$(dirname "$PB_DATA_DIR")" && pwd)/$(basename "$PB_DATA_DIR")
+    out=$data_dir/demo
+else
+    data_dir=$(sed -n 's/^MUTILS_PB_DATA_DIR:[A-Z]*=//p' "$build/CMakeCache.txt")
+    out=$build/demo
+fi
+export PB_DATA_DIR=$data_dir
+# A data folder made here is flushed into its parent, as the module does
+# with one it makes, so that it survives a power cut.
+if [ ! -d "$data_dir" ]; then
+    mkdir "$data_dir"
+    sync "$(dirname "$data_dir")"
+fi
+mkdir -p "$out"
 
 # Sockets live in a private folder (socket paths are short); logs, the card
 # and the exported files in $out, where they stay for a look afterwards.

@@ -10,11 +10,13 @@
 #                              the screenshot of the page
 #   bash tools/setup.sh [test] what tools/test-all.sh needs (the default):
 #                              the demo's packages and clang for the fuzzers,
-#                              clang-format, the 32-bit ARM cross toolchain
+#                              clang-format and clang-tidy, the 32-bit ARM cross toolchain
 #                              with qemu-user for the target tests, python3
 #                              for the end-to-end tests, chromium's driver
-#                              and selenium for the browser test, and the
-#                              target's libmicrohttpd for the armhf pbweb
+#                              and selenium for the browser test, the
+#                              target's libmicrohttpd for the armhf pbweb,
+#                              and systemd-analyze, setpriv and curl for the
+#                              check of the service definitions
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -41,9 +43,13 @@ pkgs=(libgtest-dev libgmock-dev libbenchmark-dev libmicrohttpd-dev chromium font
 if [ "$what" = test ]; then
     have clang++ || need+=(clang)
     have clang-format || need+=(clang-format)
+    have clang-tidy || need+=(clang-tidy)
     have arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
     have qemu-arm || need+=(qemu-user)
     [ -x /usr/bin/python3 ] || need+=(python3)
+    have systemd-analyze || need+=(systemd)
+    have setpriv || need+=(util-linux)
+    have curl || need+=(curl)
     pkgs+=(googletest chromium-driver python3-selenium)
 fi
 for p in "${pkgs[@]}"; do

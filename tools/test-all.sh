@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Checks that every tracked C and C++ file is formatted as .clang-format
 # says, then builds and runs every test: the host debug build (unit,
-# end-to-end and benchmark smoke tests), the address+undefined and thread
+# end-to-end and benchmark smoke tests) with the check of the service
+# definitions on its installed programs, the address+undefined and thread
 # sanitizer builds, the 32-bit ARM build with its unit tests under qemu-arm,
-# the ARM target build, the module alone against an SDK made of it, and a
-# short run of every fuzz target.
+# the ARM target build, the module alone against an SDK made of it, a
+# short run of every fuzz target, and the naming rules with clang-tidy.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash tools/setup.sh test
@@ -33,10 +34,12 @@ run_preset() {
   stage "$p: configure, build, test"
   cmake --preset "$p" >/dev/null
   cmake --build --preset "$p" -j"$jobs" >/dev/null
-  ctest --preset "$p" --output-on-failure
+  ctest --preset "$p" --output-on-failure -j"$jobs"
 }
 
 run_preset host
+stage "services: the systemd units and procd init scripts, pb_host and pbweb run as their account"
+bash tools/services/check_services.sh build/host build/host/services
 run_preset asan
 run_preset tsan
 run_preset armhf-test
@@ -45,8 +48,15 @@ cmake --preset armhf >/dev/null
 cmake --build --preset armhf -j"$jobs" >/dev/null
 lib=build/armhf/app/mutils/pb/libmutils_pb.so
 readelf -h "$lib" | grep -q 'Machine: *ARM' || { echo "armhf: $lib is not an ARM library"; exit 1; }
-grep -qa '/data/pb_sim_file' "$lib" || { echo "armhf: $lib does not use /data"; exit 1; }
+# The router's folder is fixed: the target build reads no PB_DATA_DIR.
+strings -a "$lib" | grep -qx '/data' || { echo "armhf: $lib does not use /data"; exit 1; }
+! grep -qa 'PB_DATA_DIR' "$lib" || { echo "armhf: $lib reads PB_DATA_DIR from the environment"; exit 1; }
 echo "armhf: $lib is a 32-bit ARM library using /data"
+# What the router must offer to load it: the device's platform libraries and
+# the C library, no C++ runtime (the host build's device_imports test and the
+# SDK stage below check the same).
+cmake -DLIB="$lib" -DNM=arm-linux-gnueabihf-nm -DREADELF=arm-linux-gnueabihf-readelf \
+  -P tests/foundation/check_imports.cmake
 web=build/armhf/tools/pbweb/pbweb
 if grep -q '^MHD_LIBRARY:FILEPATH=.*microhttpd' build/armhf/CMakeCache.txt; then
     [ -x "$web" ] || { echo "armhf: libmicrohttpd was found, but $web was not built"; exit 1; }
@@ -77,4 +87,6 @@ arm-linux-gnueabihf-gcc -std=c99 -o "$sdk/router" "$sdk/router.c" -Wl,-rpath-lin
 echo "armhf-sdk: module links against the SDK; stripped size $(arm-linux-gnueabihf-strip -o "$sdk/stripped.so" \
   build/armhf-sdk/app/mutils/pb/libmutils_pb.so && stat -c %s "$sdk/stripped.so") bytes"
 run_preset fuzz
+stage "names: clang-tidy's naming check against CONVENTIONS.md (host compile database)"
+bash tools/check-names.sh build/host
 stage "all stages passed"

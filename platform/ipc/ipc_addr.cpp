@@ -100,12 +100,12 @@ socklen_t addr_len(const ipc_addr_t *a, sockaddr_un *out)
     if (a->addr.sun_family != AF_UNIX)
         return 0;
     const char *p = a->addr.sun_path;
-    constexpr size_t room = sizeof(a->addr.sun_path);
+    constexpr size_t kRoom = sizeof(a->addr.sun_path);
     size_t used;
     if (p[0] != '\0')
-        used = strnlen(p, room);
+        used = strnlen(p, kRoom);
     else if (p[1] != '\0')
-        used = 1 + strnlen(p + 1, room - 1);  // abstract name
+        used = 1 + strnlen(p + 1, kRoom - 1);  // abstract name
     else
         return 0;
     *out = a->addr;
@@ -190,7 +190,7 @@ IPC_EXPORT void *ipc_memory_assign(zp_uint32 len, zp_uint32 /*flag*/)
     if (len > IPC_MSG_MAX_PAYLOAD)
         return nullptr;
     const size_t size = delivered_size(len);
-    void *p = mem_malloc_ex(tid16(), kSiteAssign, 0, size);
+    void *p = mem_malloc_ex(tid16(), IPC_SITE_ASSIGN, 0, size);
     if (p != nullptr)
         std::memset(p, 0, size);
     return p;

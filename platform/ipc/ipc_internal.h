@@ -25,12 +25,12 @@ namespace zp_ipc {
 
 /* Call sites of the library in the memory library's accounting. */
 enum : zp_uint16 {
-    kSiteAssign = IPC_MEM_SITE_ASSIGN,
-    kSiteServerBuf = 0x0102, /* a server's receive buffer */
+    IPC_SITE_ASSIGN = IPC_MEM_SITE_ASSIGN,
+    IPC_SITE_SERVER_BUF = 0x0102, /* a server's receive buffer */
 };
 
 /* Longest wait of a send on a receiver whose queue stays full. */
-constexpr long kSendTimeoutUs = 5000000;
+constexpr long IPC_SEND_TIMEOUT_US = 5000000;
 
 constexpr size_t round4(size_t n) { return (n + 3u) & ~static_cast<size_t>(3u); }
 

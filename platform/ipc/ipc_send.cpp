@@ -69,7 +69,7 @@ ReplySocket *reply_socket()
         r.fd.reset();
         return nullptr;
     }
-    set_timeout(r.fd.get(), SO_SNDTIMEO, kSendTimeoutUs);
+    set_timeout(r.fd.get(), SO_SNDTIMEO, IPC_SEND_TIMEOUT_US);
     r.gen = gen;
     r.rcv_timeout_us = -1;
     return &r;

@@ -150,7 +150,7 @@ zp_sdk_ipc_ret_value claim_path(const ipc_addr_t &addr)
 // Closes the server's socket and lock file with it.
 void free_server(ipc_server *srv)
 {
-    mem_free_ex(tid16(), kSiteServerBuf, 0, srv->buf);
+    mem_free_ex(tid16(), IPC_SITE_SERVER_BUF, 0, srv->buf);
     delete srv;
 }
 
@@ -176,7 +176,7 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_ha
         return ret;
     }
     const char *path = srv->addr.addr.sun_path;
-    srv->buf = static_cast<zp_uint8 *>(mem_malloc_ex(tid16(), kSiteServerBuf, 0, kBufSize));
+    srv->buf = static_cast<zp_uint8 *>(mem_malloc_ex(tid16(), IPC_SITE_SERVER_BUF, 0, kBufSize));
     ret = srv->buf != nullptr ? make_dir(ipc_host_dir()) : IPC_SYS_ERR;
     if (ret == IPC_OK)
         ret = take_lock(srv);
@@ -197,7 +197,7 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_ha
         return ret;
     }
     set_timeout(srv->fd.get(), SO_RCVTIMEO, kRecvBackstopUs);
-    set_timeout(srv->fd.get(), SO_SNDTIMEO, kSendTimeoutUs);
+    set_timeout(srv->fd.get(), SO_SNDTIMEO, IPC_SEND_TIMEOUT_US);
     home_register(srv->fd.get());
     if (pthread_create(&srv->thread, nullptr, receive_loop, srv) != 0) {
         IPC_LOG("cannot start the receive thread of %s\n", path);

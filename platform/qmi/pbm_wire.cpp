@@ -11,9 +11,9 @@
 namespace qmi_wire {
 namespace {
 
-constexpr uint8_t TLV_FIRST_OPTIONAL = 0x10;
-constexpr uint8_t TLV_RESULT = 0x02;
-constexpr uint8_t TLV_MAIN = 0x01;
+constexpr uint8_t kTlvFirstOptional = 0x10;
+constexpr uint8_t kTlvResult = 0x02;
+constexpr uint8_t kTlvMain = 0x01;
 
 // The two sides of a walk. A walk names each field with its width on the
 // wire; the Writer appends it, the Reader reads it into the field. Counts
@@ -153,7 +153,7 @@ public:
                 return QMI_IDL_LIB_LENGTH_INCONSISTENCY;
             if (find(t.type))
                 return QMI_IDL_LIB_TLV_DUPLICATED;
-            if (t.type < TLV_FIRST_OPTIONAL && !(mandatory_mask & (1u << t.type)))
+            if (t.type < kTlvFirstOptional && !(mandatory_mask & (1u << t.type)))
                 return QMI_IDL_LIB_UNKNOWN_MANDATORY_TLV;
             tlvs_.push_back(t);
             p += 3 + t.len;
@@ -241,7 +241,7 @@ private:
 
 template <typename Tlvs, typename R> void response(Tlvs &t, R &r)
 {
-    t.mandatory(TLV_RESULT, [&](auto &io) {
+    t.mandatory(kTlvResult, [&](auto &io) {
         io.u16(r.result);
         io.u16(r.error);
     });
@@ -259,7 +259,7 @@ template <typename Io, typename P> void phonebook_info(Io &io, P &p)
 struct PhonebookReq {
     template <typename Tlvs, typename M> static void walk(Tlvs &t, M &m)
     {
-        t.mandatory(TLV_MAIN, [&](auto &io) { phonebook_info(io, m.phonebook_info); });
+        t.mandatory(kTlvMain, [&](auto &io) { phonebook_info(io, m.phonebook_info); });
     }
 };
 
@@ -313,7 +313,7 @@ struct CapsResp {
 struct ReadReq {
     template <typename Tlvs, typename M> static void walk(Tlvs &t, M &m)
     {
-        t.mandatory(TLV_MAIN, [&](auto &io) {
+        t.mandatory(kTlvMain, [&](auto &io) {
             phonebook_info(io, m.record_info);
             io.u16(m.record_info.record_start_id);
             io.u16(m.record_info.record_end_id);
@@ -332,7 +332,7 @@ struct ReadResp {
 struct ReadInd {
     template <typename Tlvs, typename M> static void walk(Tlvs &t, M &m)
     {
-        t.mandatory(TLV_MAIN, [&](auto &io) {
+        t.mandatory(kTlvMain, [&](auto &io) {
             auto &b = m.basic_record_data;
             io.u16(b.seq_num);
             phonebook_info(io, b);
@@ -355,7 +355,7 @@ struct ReadInd {
 struct WriteReq {
     template <typename Tlvs, typename M> static void walk(Tlvs &t, M &m)
     {
-        t.mandatory(TLV_MAIN, [&](auto &io) {
+        t.mandatory(kTlvMain, [&](auto &io) {
             auto &ri = m.record_information;
             io.i32(ri.session_type);
             io.u16(ri.phonebook_type);
@@ -383,7 +383,7 @@ struct RecordIdResp {
 struct DeleteReq {
     template <typename Tlvs, typename M> static void walk(Tlvs &t, M &m)
     {
-        t.mandatory(TLV_MAIN, [&](auto &io) {
+        t.mandatory(kTlvMain, [&](auto &io) {
             phonebook_info(io, m.record_info);
             io.u16(m.record_info.record_id);
         });
@@ -395,8 +395,8 @@ struct ResultOnly {
     template <typename Tlvs, typename M> static void walk(Tlvs &t, M &m) { response(t, m.resp); }
 };
 
-constexpr uint32_t MAIN_ONLY = 1u << TLV_MAIN;
-constexpr uint32_t RESULT_ONLY = 1u << TLV_RESULT;
+constexpr uint32_t kMainOnly = 1u << kTlvMain;
+constexpr uint32_t kResultOnly = 1u << kTlvResult;
 
 // ---- the message table ----
 
@@ -451,9 +451,9 @@ constexpr Message kMessages[] = {
 // be reached.
 constexpr bool each_message_once()
 {
-    constexpr size_t n = sizeof kMessages / sizeof kMessages[0];
-    for (size_t i = 0; i < n; ++i)
-        for (size_t j = i + 1; j < n; ++j)
+    constexpr size_t kRows = sizeof kMessages / sizeof kMessages[0];
+    for (size_t i = 0; i < kRows; ++i)
+        for (size_t j = i + 1; j < kRows; ++j)
             if (kMessages[i].kind == kMessages[j].kind && kMessages[i].msg_id == kMessages[j].msg_id)
                 return false;
     return true;
@@ -528,7 +528,7 @@ int decode(int kind, uint16_t msg_id, const uint8_t *tlv, size_t tlv_len, void *
         return QMI_IDL_LIB_PARAMETER_ERROR;
     std::memset(c, 0, m->c_len);
     TlvSet set;
-    const int rc = set.split(tlv, tlv_len, kind == KIND_RESPONSE ? RESULT_ONLY : MAIN_ONLY);
+    const int rc = set.split(tlv, tlv_len, kind == KIND_RESPONSE ? kResultOnly : kMainOnly);
     if (rc)
         return rc;
     return m->decode(set, c);

@@ -32,7 +32,7 @@
 namespace {
 
 // Marks a service entry that qmi_client_get_service_list filled.
-constexpr unsigned int SERVICE_ENTRY_MARK = 0x50424d31u;
+constexpr unsigned int kServiceEntryMark = 0x50424d31u;
 
 struct Pending {
     uint16_t txn;
@@ -194,7 +194,7 @@ qmi_client_error_type qmi_client_get_service_list(qmi_idl_service_object_type se
         const unsigned int n = service_info_array ? std::min(*num_entries, up) : 0;
         for (unsigned int i = 0; i < n; ++i) {
             std::memset(&service_info_array[i], 0, sizeof service_info_array[i]);
-            service_info_array[i].info[0] = SERVICE_ENTRY_MARK;
+            service_info_array[i].info[0] = kServiceEntryMark;
             service_info_array[i].info[1] = i;  // instance
         }
         *num_entries = n;
@@ -207,7 +207,7 @@ qmi_client_error_type qmi_client_init(qmi_service_info *service_info, qmi_idl_se
                                       qmi_client_os_params * /*os_params*/, qmi_client_type *user_handle)
 {
     if (!is_pbm_object(service_obj) || !user_handle || !service_info ||
-        service_info->info[0] != SERVICE_ENTRY_MARK)
+        service_info->info[0] != kServiceEntryMark)
         return QMI_CLIENT_PARAM_ERR;
     zp_host::UniqueFd fd = connect_service();
     if (!fd.valid())

@@ -22,11 +22,11 @@ struct qmi_idl_service_object {
 };
 
 /* The phonebook manager's QMI service id. */
-constexpr uint32_t kPbmServiceId = 0x0C;
+constexpr uint32_t PBM_SERVICE_ID = 0x0C;
 
 inline bool is_pbm_object(const qmi_idl_service_object *obj)
 {
-    return obj != nullptr && obj->service_id == kPbmServiceId && obj->idl_major == PBM_V01_IDL_MAJOR_VERS &&
+    return obj != nullptr && obj->service_id == PBM_SERVICE_ID && obj->idl_major == PBM_V01_IDL_MAJOR_VERS &&
            obj->idl_minor == PBM_V01_IDL_MINOR_VERS && obj->tool_version == PBM_V01_IDL_TOOL_VERS;
 }
 

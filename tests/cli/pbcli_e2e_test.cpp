@@ -56,7 +56,7 @@ class PbcliE2e : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        std::remove(PB_DATA_DIR "/pb_device_file");
+        std::remove(pbt::book(STORAGE_TYPE_FLASH).c_str());
         setenv("ZP_LOG_FILE", (kWork + "/pbcli_e2e_host.log").c_str(), 1);
         rig_.start(kWork + "/e2e_card.txt",
                    "card 20 14 20\n1,+4930123456,Zoë Müller\n2,84957654321,Анна Каренина\n"

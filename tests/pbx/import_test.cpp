@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "book_text.h"
+#include "pb_data_dir.h"
 #include "pbx.h"
 
 namespace {
@@ -22,7 +23,7 @@ namespace {
 using namespace std::chrono_literals;
 using pbx::Outcome;
 
-const std::string kBook = PB_DATA_DIR "/pb_device_file";
+const std::string kBook = std::string(pb_data_dir()) + "/pb_device_file";
 
 pbx::Contact contact(const std::string &name, const std::string &number, const std::string &email = "",
                      const std::string &label = "")

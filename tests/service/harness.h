@@ -25,6 +25,7 @@
 #include <thread>
 #include <vector>
 
+#include "pb_data_dir.h"
 #include "zp_ipc.h"
 #include "zpt_ui_pb_api.h"
 
@@ -34,9 +35,12 @@ namespace pbt {
 
 constexpr zp_uint32 kNoSim = 0xFFFFFFFFu;
 
+// A file in the phonebook folder the module uses (each test has its own).
+inline std::string data_path(const char *name) { return std::string(pb_data_dir()) + "/" + name; }
+
 inline std::string book(storage_type_t t)
 {
-    return std::string(PB_DATA_DIR) + (t == STORAGE_TYPE_SIM ? "/pb_sim_file" : "/pb_device_file");
+    return data_path(t == STORAGE_TYPE_SIM ? "pb_sim_file" : "pb_device_file");
 }
 
 inline bool exists(const std::string &path) { return ::access(path.c_str(), F_OK) == 0; }
@@ -89,8 +93,8 @@ inline std::string listing(const std::vector<pb_flash_info> &v)
 
 inline void remove_books()
 {
-    for (const char *f : {"/pb_sim_file", "/pb_sim_file_tmp", "/pb_device_file", "/pb_device_file_tmp"})
-        std::remove((PB_DATA_DIR + std::string(f)).c_str());
+    for (const char *f : {"pb_sim_file", "pb_sim_file_tmp", "pb_device_file", "pb_device_file_tmp"})
+        std::remove(data_path(f).c_str());
 }
 
 // Whether the SIM phonebook has been read: a get-all is answered with its

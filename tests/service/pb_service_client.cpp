@@ -1,10 +1,11 @@
 // A client process for the end-to-end tests.
 //   pb_service_client <sim|flash> <prefix> <count>: adds <count> entries
 //     named <prefix>-<k>; exit 0 when every add was answered PB_RCODE_OK.
-//   pb_service_client flood <ms>: sends requests the service answers at once
-//     until an exchange fails (the service has gone) or <ms> pass; exit 0
-//     unless an answer was wrong. A refusal ("not taken, ask again") is a
-//     right answer: a full queue, or a stop under way.
+//   pb_service_client flood <ms> [<file>]: sends requests the service answers
+//     at once until an exchange fails (the service has gone) or <ms> pass;
+//     exit 0 unless an answer was wrong. A refusal ("not taken, ask again")
+//     is a right answer: a full queue, or a stop under way. <file> is made
+//     at the first answer.
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -15,8 +16,9 @@
 
 int main(int argc, char **argv)
 {
-    if (argc == 3 && std::strcmp(argv[1], "flood") == 0) {
+    if ((argc == 3 || argc == 4) && std::strcmp(argv[1], "flood") == 0) {
         const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::atoi(argv[2]));
+        const char *answered = argc == 4 ? argv[3] : nullptr;
         pb_event_req_t req{};
         req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
         for (pb_rsp_t rsp{}; std::chrono::steady_clock::now() < end;) {
@@ -28,6 +30,11 @@ int main(int argc, char **argv)
                 return 0;
             if (rsp.pb_result != PB_RCODE_ARGSERR && rsp.pb_result != PB_RCODE_NODEPUSH_ERR)
                 return 1;
+            if (answered != nullptr) {
+                if (FILE *f = std::fopen(answered, "w"))
+                    std::fclose(f);
+                answered = nullptr;
+            }
         }
         return 0;
     }

@@ -12,8 +12,8 @@
 
 namespace {
 
-const std::string kDevFile = PB_DATA_DIR "/pb_device_file";
-const std::string kSimFile = PB_DATA_DIR "/pb_sim_file";
+const std::string kDevFile = pbt::book(STORAGE_TYPE_FLASH);
+const std::string kSimFile = pbt::book(STORAGE_TYPE_SIM);
 const std::string kText = TEST_WORK_DIR "/import_export_test.txt";
 
 void write_text(const std::string &content) { std::ofstream(kText, std::ios::binary) << content; }

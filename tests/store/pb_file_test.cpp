@@ -33,7 +33,7 @@ namespace {
 using Bytes = std::string;
 using pbt::exists;
 const std::string kBook = pbt::book(STORAGE_TYPE_FLASH), kBackup = kBook + "_tmp";
-const std::string kText = PB_DATA_DIR "/pb_file_test.txt";
+const std::string kText = pbt::data_path("pb_file_test.txt");
 
 // Phonebook file records, as they lie on flash: index and sim_index as
 // little-endian 32-bit words, then name, number and e-mail of 51 bytes each,
@@ -343,15 +343,15 @@ TEST_F(PbFile, ReadersDuringRewritesSeeWholeTables)
 // folder is made 0750.
 TEST_F(PbFile, FilesAndTheDataFolderAreCreatedPrivate)
 {
-    const std::string aside = PB_DATA_DIR ".aside", lock = kBook + PB_LOCK_SUFFIX;
+    const std::string data = pb_data_dir(), aside = data + ".aside", lock = kBook + PB_LOCK_SUFFIX;
     const mode_t old_mask = umask(0);
-    ASSERT_EQ(0, rename(PB_DATA_DIR, aside.c_str()));
+    ASSERT_EQ(0, rename(data.c_str(), aside.c_str()));
     const int appended = simlib_pb_add_to_file(STORAGE_TYPE_FLASH, &nine);
     struct stat dir {
     }, book{};
-    stat(PB_DATA_DIR, &dir);
+    stat(data.c_str(), &dir);
     stat(kBook.c_str(), &book);
-    ASSERT_EQ(0, std::system(("rm -rf '" PB_DATA_DIR "' && mv '" + aside + "' '" PB_DATA_DIR "'").c_str()));
+    ASSERT_EQ(0, std::system(("rm -rf '" + data + "' && mv '" + aside + "' '" + data + "'").c_str()));
     ASSERT_EQ(0, appended);
     EXPECT_EQ(0750u, dir.st_mode & 07777);
     EXPECT_EQ(0640u, book.st_mode & 07777);

@@ -30,6 +30,8 @@ inline std::string json_at(const pbweb::Json &js, const std::string &path)
     case pbweb::Json::NUMBER: return std::to_string(static_cast<long long>(v->number));
     case pbweb::Json::BOOL: return v->boolean ? "true" : "false";
     case pbweb::Json::ARRAY: return "#" + std::to_string(v->items.size());
-    default: return "null";
+    case pbweb::Json::NUL:
+    case pbweb::Json::OBJECT: break;
     }
+    return "null";
 }

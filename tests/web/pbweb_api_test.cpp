@@ -30,7 +30,7 @@ class PbwebApi : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        std::remove(PB_DATA_DIR "/pb_device_file");
+        std::remove(pbt::book(STORAGE_TYPE_FLASH).c_str());
         rig_.start(kWork + "/api_card.txt",
                    "card 20 14 20\n1,+4930123456,Zoë Müller\n2,84957654321,Анна Каренина\n"
                    "4,+8613800138000,王小明\n");

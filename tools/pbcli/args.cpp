@@ -340,7 +340,13 @@ Exit status:
 Environment: ZP_IPC_DIR names the folder of the service's socket;
 ZP_LOG_LEVEL (default 2 here: errors only) and ZP_LOG_FILE control
 the library's log.
-)";
+)"
+#ifdef PB_DATA_DIR_FROM_ENV
+           // Only a host build reads it; the router's folder is fixed.
+           "PB_DATA_DIR names the folder of the phonebook files (default\n" PB_DATA_DIR
+           "); pb_host, pbweb and pbcli of one set-up need the same.\n"
+#endif
+        ;
 }
 
 }  // namespace pbcli

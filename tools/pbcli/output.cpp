@@ -146,11 +146,11 @@ namespace {
 
 // The longest JSON text of an entry: its members around the three text
 // fields, each escaped at worst (six bytes for one).
-constexpr size_t kJsonStringMax(size_t bytes) { return 2 + 6 * bytes; }
+constexpr size_t json_string_max(size_t bytes) { return 2 + 6 * bytes; }
 // {"index":N,"sim_index":N,"name":,"number":,"email":} with the quotes
 // of the texts and a comma.
 constexpr size_t kEntryMembers = 72;
-constexpr size_t kEntryJsonMax = kEntryMembers + 3 * kJsonStringMax(PB_TEXT_LEN);
+constexpr size_t kEntryJsonMax = kEntryMembers + 3 * json_string_max(PB_TEXT_LEN);
 
 template <size_t N> char *put(char *p, const char (&text)[N])
 {
@@ -202,7 +202,7 @@ size_t text_length(const char (&f)[PB_TEXT_LEN])
 }
 
 // Writes the n bytes at s as a JSON string literal at p, at most
-// kJsonStringMax(n) bytes, and returns its end; a text field of an entry
+// json_string_max(n) bytes, and returns its end; a text field of an entry
 // (kField) ends at its NUL. Printable ASCII but the quote and the
 // backslash, and whole UTF-8 characters, go as they are; control
 // characters are escaped; a byte that is not UTF-8 becomes \ufffd. Words
@@ -279,7 +279,7 @@ char *put_json_entry(char *p, const pb_flash_info &e)
 void append_json_string(std::string *out, std::string_view s)
 {
     const size_t at = out->size();
-    out->resize(at + kJsonStringMax(s.size()));
+    out->resize(at + json_string_max(s.size()));
     out->resize(static_cast<size_t>(put_json_text<false>(&(*out)[at], s.data(), s.size()) - out->data()));
 }
 

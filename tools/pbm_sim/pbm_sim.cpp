@@ -23,8 +23,8 @@
 namespace pbm_sim {
 namespace {
 
-constexpr int SESSION = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
-constexpr uint16_t ADN = PBM_PB_TYPE_ADN_V01;
+constexpr int kSession = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
+constexpr uint16_t kAdn = PBM_PB_TYPE_ADN_V01;
 
 template <typename T> std::vector<uint8_t> encode_resp(uint16_t msg_id, const T &m)
 {
@@ -38,9 +38,9 @@ qmi_response_type_v01 failure(qmi_error_type_v01 e) { return {QMI_RESULT_FAILURE
 // Checks the phonebook a request addresses.
 qmi_error_type_v01 check_book(int session, uint16_t pb_type)
 {
-    if (session != SESSION)
+    if (session != kSession)
         return QMI_ERR_INVALID_SESSION_TYPE_V01;
-    if (pb_type != ADN)
+    if (pb_type != kAdn)
         return QMI_ERR_INVALID_PB_TYPE_V01;
     return QMI_ERR_NONE_V01;
 }
@@ -318,7 +318,7 @@ qmi_error_type_v01 Simulator::get_capabilities(const pbm_get_pb_capabilities_req
     rsp->capability_basic_info_valid = 1;
     pbm_capability_basic_info_type_v01 &b = rsp->capability_basic_info;
     b.session_type = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
-    b.pb_type = ADN;
+    b.pb_type = kAdn;
     b.used_records = static_cast<uint16_t>(card_.records.size());
     b.max_records = card_.max_records;
     b.max_num_len = card_.max_num_len;
@@ -346,7 +346,7 @@ qmi_error_type_v01 Simulator::read_records(const pbm_read_records_req_msg_v01 &r
             pbm_basic_record_data_type_v01 &b = inds->back().basic_record_data;
             b.seq_num = ++seq;
             b.session_type = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
-            b.pb_type = ADN;
+            b.pb_type = kAdn;
         }
         pbm_basic_record_data_type_v01 &b = inds->back().basic_record_data;
         fill_instance(it->first, it->second, &b.record_instances[b.record_instances_len++]);

@@ -412,7 +412,9 @@ Response error_response(int status, int code, const std::string &message)
 
 int http_status(int rc)
 {
-    switch (rc) {
+    // Every result code is named, so that one added later does not build
+    // until it is given its status here.
+    switch (static_cast<pb_return_code_enum_t>(rc)) {
     case PB_RCODE_OK: return 200;
     case PB_RCODE_ARGSERR:
     case PB_RCODE_UTF_ERR:
@@ -420,10 +422,30 @@ int http_status(int rc)
     case PB_RCODE_DUPLICATE_ERR: return 400;
     case PB_RCODE_INVALID_ERR: return 404;
     case PB_RCODE_NOTFREE_ERR: return 507;
-    case PB_RCODE_NODEPUSH_ERR: return 503;  // the service's queue is full
+    case PB_RCODE_NODEPUSH_ERR:
+        return 503;  // the service's queue is full
     case PB_RCODE_CHANGED_ERR: return 409;
-    default: return pbcli::rcode_busy(rc) ? 503 : 500;
+    // Not ready yet, or failed: which of the two is pbcli's word (rcode_busy).
+    case PB_RCODE_ERROR:
+    case PB_RCODE_TYPE_ERR:
+    case PB_RCODE_BUFFNULL_ERR:
+    case PB_RCODE_READED_ERR:
+    case PB_RCODE_READ_ERR:
+    case PB_RCODE_WRITE_ERR:
+    case PB_RCODE_SWAP_ERR:
+    case PB_RCODE_READING_ERR:
+    case PB_RCODE_RWLOCK_ERR:
+    case PB_RCODE_NODEPOP_ERR:
+    case PB_RCODE_NODEDEL_ERR:
+    case PB_RCODE_NODEEMPTY_ERR:
+    case PB_RCODE_THREAD_ERR:
+    case PB_RCODE_INIT_ERR:
+    case PB_RCODE_NV_ERR:
+    case PB_RCODE_EMPTY_ERR:
+    case PB_RCODE_UNCONFIRMED_ERR: break;
     }
+    // Also a code from outside the enum, as a newer service might send.
+    return pbcli::rcode_busy(rc) ? 503 : 500;
 }
 
 Response handle_api(Phonebook &pb, const ApiRequest &req)
@@ -440,8 +462,12 @@ Response handle_api(Phonebook &pb, const ApiRequest &req)
     case Op::EXPORT: return export_file(pb, req);
     case Op::COPY: return with_body(pb, req, copy);
     case Op::BAD_METHOD: return error_response(405, PB_RCODE_ARGSERR, "method not allowed here");
-    default: return error_response(404, PB_RCODE_ARGSERR, "no such API path");
+    // Login and logout are the server's (they set the session cookie).
+    case Op::NOT_FOUND:
+    case Op::LOGIN:
+    case Op::LOGOUT: break;
     }
+    return error_response(404, PB_RCODE_ARGSERR, "no such API path");
 }
 
 }  // namespace pbweb

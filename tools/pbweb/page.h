@@ -13,8 +13,8 @@ struct PageFile {
     size_t size;
 };
 
-extern const PageFile kPageFiles[];
-extern const size_t kPageFileCount;
+extern const PageFile PAGE_FILES[];
+extern const size_t PAGE_FILE_COUNT;
 
 }  // namespace pbweb
 

@@ -311,11 +311,11 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
         if (path.compare(0, 5, "/api/") != 0) {
             if (std::strcmp(method, "GET") != 0 && std::strcmp(method, "HEAD") != 0)
                 return refuse(c, 405, "method not allowed here");
-            for (size_t k = 0; k < kPageFileCount; ++k)
-                if (path == kPageFiles[k].path) {
+            for (size_t k = 0; k < PAGE_FILE_COUNT; ++k)
+                if (path == PAGE_FILES[k].path) {
                     Response r;
-                    r.content_type = kPageFiles[k].content_type;
-                    r.body.assign(reinterpret_cast<const char *>(kPageFiles[k].data), kPageFiles[k].size);
+                    r.content_type = PAGE_FILES[k].content_type;
+                    r.body.assign(reinterpret_cast<const char *>(PAGE_FILES[k].data), PAGE_FILES[k].size);
                     return send(c, std::move(r));
                 }
             return refuse(c, 404, "no such page");

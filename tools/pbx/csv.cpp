@@ -205,7 +205,8 @@ void contacts_of_record(const std::vector<Column> &cols, const std::vector<std::
                 numbers.push_back({value, label});
             break;
         }
-        default: break;
+        case Role::NONE:
+        case Role::NUMBER_TYPE: break;  // a kind of number is read with its number
         }
     }
     if (blank)

@@ -19,6 +19,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "pb_data_dir.h"
 #include "pbx.h"
 #include "text.h"
 #include "unique_fd.h"
@@ -33,7 +34,7 @@ constexpr zp_uint32 kNoSimRecord = 0xFFFFFFFFu;
 constexpr size_t kMaxLabel = 12;   // a longer kind of number is no word to put after a name
 constexpr int kRecordDigits = 20;  // digits the number field of a card record holds
 // The lock the service and every other writer of the device phonebook take.
-constexpr const char *kDeviceLock = PB_DATA_DIR "/pb_device_file" PB_LOCK_SUFFIX;
+std::string device_lock_path() { return std::string(pb_data_dir()) + "/pb_device_file" PB_LOCK_SUFFIX; }
 
 // The exclusive lock on a phonebook's lock file, held from construction to
 // destruction; closing the file releases it.
@@ -252,7 +253,7 @@ std::vector<Contact> contacts_of(const std::vector<pb_flash_info> &entries)
 int import_to_device(const std::vector<Contact> &contacts, Report *report)
 {
     report->lines.clear();
-    FileLock lock(kDeviceLock);
+    FileLock lock(device_lock_path().c_str());
     Table table(static_cast<pb_mem_info *>(std::calloc(1, sizeof(pb_mem_info))));
     if (!lock.held() || !table || simlib_pb_from_flash(STORAGE_TYPE_FLASH, table.get()) != 0)
         return PB_RCODE_READ_ERR;

@@ -10,22 +10,35 @@
 #include <cstdio>
 #include <cstring>
 
+#include "pb_data_dir.h"
+
 namespace {
 
 // The phonebook folder is private to the service and the UI processes.
 constexpr mode_t kDataDirMode = 0750;
 
-// Makes a missing PB_DATA_DIR; false (errno ENOENT) when it was there, so
-// that the ENOENT the caller saw has another cause.
+// Makes the missing data folder (pb_data_dir()) and flushes the folder
+// above it, so that the new folder, and with it every file saved in it
+// later, survives a power cut. False (errno ENOENT) when the folder was
+// there, so that the ENOENT the caller saw has another cause.
 bool make_data_dir()
 {
-    if (::mkdir(PB_DATA_DIR, kDataDirMode) != 0) {
+    char dir[PATH_MAX];
+    const int n = std::snprintf(dir, sizeof dir, "%s", pb_data_dir());
+    if (n < 0 || static_cast<size_t>(n) >= sizeof dir) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    // "/data/" names the folder "/data": its parent is the folder above.
+    for (size_t end = static_cast<size_t>(n); end > 1 && dir[end - 1] == '/'; --end)
+        dir[end - 1] = '\0';
+    if (::mkdir(dir, kDataDirMode) != 0) {
         if (errno == EEXIST)
             errno = ENOENT;
         return false;
     }
-    (void)::chmod(PB_DATA_DIR, kDataDirMode);  // the umask may have taken bits
-    return true;
+    (void)::chmod(dir, kDataDirMode);  // the umask may have taken bits
+    return pb_fs_sync_folder(dir) == 0;
 }
 
 }  // namespace

@@ -48,7 +48,7 @@ constexpr mode_t PB_FILE_MODE = 0640;
 
 /* Opens path with flags (O_CLOEXEC added). With O_CREAT, a file it creates
  * gets PB_FILE_MODE whatever the umask, and a missing data folder is made
- * first (0750). -1 with errno on failure. */
+ * first (0750, and flushed into its parent folder). -1 with errno on failure. */
 int pb_fs_open(const char *path, int flags);
 
 /* Ends the writing of tmp (open in fd): when written, flushes it to the

@@ -11,7 +11,7 @@ namespace {
 
 using CharTable = unsigned char[128];
 
-const CharTable ascii_to_def_alpha_table = {
+const CharTable kAsciiToDefAlpha = {
     0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x0A, 0x2E, 0x2E, 0x0D, 0x2E, 0x2E,
     0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E, 0x2E,
     0x20, 0x21, 0x22, 0x23, 0x02, 0x25, 0x26, 0x27, 0x28, 0x29, 0x2A, 0x2B, 0x2C, 0x2D, 0x2E, 0x2F,
@@ -22,7 +22,7 @@ const CharTable ascii_to_def_alpha_table = {
     0x70, 0x71, 0x72, 0x73, 0x74, 0x75, 0x76, 0x77, 0x78, 0x79, 0x7A, 0x21, 0x2F, 0x29, 0x2D, 0x2E,
 };
 
-const CharTable def_alpha_to_ascii_table = {
+const CharTable kDefAlphaToAscii = {
     0x40, 0x23, 0x24, 0x59, 0x65, 0x65, 0x75, 0x69, 0x6F, 0x43, 0x0A, 0x4F, 0x6F, 0x0D, 0x41, 0x61,
     0x44, 0x20, 0x3F, 0x3F, 0x4C, 0x4F, 0x50, 0x3F, 0x53, 0x54, 0x3F, 0x20, 0x41, 0x61, 0x73, 0x45,
     0x20, 0x21, 0x22, 0x23, 0x3F, 0x25, 0x26, 0x27, 0x28, 0x29, 0x2A, 0x2B, 0x2C, 0x2D, 0x2E, 0x2F,
@@ -126,9 +126,8 @@ int map_checked(char *des_data, int *des_len, const char *src_data, int src_len,
 extern "C" int conv_ascii_to_gsm7(char *des_data, int *des_len, char *src_data, int src_len)
 {
     PB_LOG("src_len = %d\n\n", src_len);
-    if (map_checked(des_data, des_len, src_data, src_len, ascii_to_def_alpha_table,
-                    "dest or source data is NULL\n", "the length of source data is invalid\n\n",
-                    __func__) != 0)
+    if (map_checked(des_data, des_len, src_data, src_len, kAsciiToDefAlpha, "dest or source data is NULL\n",
+                    "the length of source data is invalid\n\n", __func__) != 0)
         return -1;
     PB_LOG("des_len = %d\n\n", *des_len);
     return 0;
@@ -137,7 +136,7 @@ extern "C" int conv_ascii_to_gsm7(char *des_data, int *des_len, char *src_data, 
 extern "C" int conv_gsm7_to_ascii(char *des_data, int *des_len, char *src_data, int src_len)
 {
     PB_LOG("src_len=%d\n\n", src_len);
-    return map_checked(des_data, des_len, src_data, src_len, def_alpha_to_ascii_table,
+    return map_checked(des_data, des_len, src_data, src_len, kDefAlphaToAscii,
                        "dest and source data is NULL\n\n", "the length of source data is validate\n\n",
                        __func__);
 }
@@ -157,7 +156,7 @@ extern "C" int conv_ascii_to_gsm_alphabet(char *des_data, int *des_len, int shif
         return -1;
     }
     for (int k = 0; k < src_len; ++k)
-        septets[k] = map_char(ascii_to_def_alpha_table, src_data[k]);
+        septets[k] = map_char(kAsciiToDefAlpha, src_data[k]);
     PB_LOG("src_len = %d\n\n", src_len);
     pack_7bit_code(septets.get(), src_len, shift, outlenmax, des_data);
     *des_len = static_cast<int>((7LL * src_len + 7) / 8);
@@ -182,7 +181,7 @@ extern "C" int conv_gsm_to_ascii_alphabet(char *des_data, int *des_len, int shif
     // Positions the unpacking did not reach (outlenmax below src_len) hold '?'.
     for (int k = got; k < src_len; ++k)
         des_data[k] = static_cast<char>(kNoEntry);
-    map_text(des_data, des_len, des_data, src_len, def_alpha_to_ascii_table);
+    map_text(des_data, des_len, des_data, src_len, kDefAlphaToAscii);
     PB_LOG("ok\n\n");
     return 0;
 }

@@ -6,7 +6,7 @@
 namespace {
 
 // The GSM 7-bit default alphabet as UCS-2; the escape code 0x1B gives 0x0014.
-const int gsm2ascii[128] = {
+const int kGsmToAscii[128] = {
     0x0040, 0x00A3, 0x0024, 0x00A5, 0x00E8, 0x00E9, 0x00F9, 0x00EC, 0x00F2, 0x00C7, 0x000A, 0x00D8, 0x00F8,
     0x000D, 0x00C5, 0x00E5, 0x0394, 0x005F, 0x03A6, 0x0393, 0x039B, 0x03A9, 0x03A0, 0x03A8, 0x03A3, 0x0398,
     0x039E, 0x0014, 0x00C6, 0x00E6, 0x00DF, 0x00C9, 0x0020, 0x0021, 0x0022, 0x0023, 0x00A4, 0x0025, 0x0026,
@@ -34,7 +34,8 @@ int expand(unsigned short *des, int *des_len, const unsigned char *chars, int n,
     int i = 0;
     for (; i < n && i < kMaxChars; ++i) {
         const unsigned char b = chars[i];
-        put_be(des, i, b < 0x80 ? static_cast<unsigned int>(gsm2ascii[b]) : ((base + (b & 0x7Fu)) & 0xFFFF));
+        put_be(des, i,
+               b < 0x80 ? static_cast<unsigned int>(kGsmToAscii[b]) : ((base + (b & 0x7Fu)) & 0xFFFF));
     }
     put_be(des, i, 0xFFFF);
     *des_len = 2 * i;

@@ -24,10 +24,10 @@ enum : zp_uint16 {
     SITE_RESPONSE = PB_SITE_CLIENT + 2,
 };
 
-constexpr zp_uint32 k_notify_timeout_ms = 480000;
-constexpr zp_uint32 k_del_any_timeout_ms = 50000;
+constexpr zp_uint32 kNotifyTimeoutMs = 480000;
+constexpr zp_uint32 kDelAnyTimeoutMs = 50000;
 
-pb_flash_info s_read_result[PB_MAX_ENTRIES];
+pb_flash_info g_read_result[PB_MAX_ENTRIES];
 
 const char *storage_name(storage_type_t type)
 {
@@ -53,8 +53,8 @@ pb_return_code_enum_t pb_event_notify(sim_pb_handle_t event, storage_type_t type
 
     pb_rsp_t rsp{0, 0};
     size_t rsp_len = sizeof rsp;
-    if (simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &rsp_len,
-                                 k_notify_timeout_ms) != 0)
+    if (simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &rsp_len, kNotifyTimeoutMs) !=
+        0)
         return PB_RCODE_ERROR;
     if (event == SIM_PB_HANDLE_TYPE_ADD && pvalue != nullptr)
         pvalue->sim_index = static_cast<zp_uint32>(rsp.value);
@@ -148,8 +148,8 @@ pb_return_code_enum_t simlib_pb_del_any(storage_type_t type, int *idx_array, int
 
     pb_rsp_t rsp{0, 0};
     size_t rsp_len = sizeof rsp;
-    if (simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &rsp_len,
-                                 k_del_any_timeout_ms) != 0) {
+    if (simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &rsp_len, kDelAnyTimeoutMs) !=
+        0) {
         PB_LOG("simlib_send_request_sync failed\n");
         return PB_RCODE_ERROR;
     }
@@ -189,7 +189,7 @@ pb_flash_info *simlib_pb_read_handler(storage_type_t type, sim_pb_handle_t h_typ
         *count_out = 0;
         return nullptr;
     }
-    std::memset(s_read_result, 0, sizeof s_read_result);
+    std::memset(g_read_result, 0, sizeof g_read_result);
     if (h_type != SIM_PB_HANDLE_TYPE_GETALL)
         return nullptr;
 
@@ -198,7 +198,7 @@ pb_flash_info *simlib_pb_read_handler(storage_type_t type, sim_pb_handle_t h_typ
     int count = 0;
     for (const pb_flash_info &e : table->mem.pb) {
         if (e.index != 0)
-            s_read_result[count++] = e;
+            g_read_result[count++] = e;
     }
     PB_LOG("found %d entries, pb_count = %d\n", count, table->mem.pb_count);
     if (my_shm_unlock(&table->pb_rwlock) != 0) {
@@ -211,5 +211,5 @@ pb_flash_info *simlib_pb_read_handler(storage_type_t type, sim_pb_handle_t h_typ
         return nullptr;
     }
     *count_out = count;
-    return s_read_result;
+    return g_read_result;
 }

@@ -23,12 +23,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
 #include <memory>
 
 #include "pb_book.h"
+#include "pb_data_dir.h"
 #include "pb_fs.h"
 #include "pb_log.h"
 #include "pb_stdio.h"
@@ -47,39 +49,73 @@ void use_big_buffer(FILE *f) { (void)std::setvbuf(f, nullptr, _IOFBF, kStreamBuf
 // lock of fread buys nothing; skip it.
 size_t read_bytes(void *buf, size_t n, FILE *f) { return fread_unlocked(buf, 1, n, f); }
 
-struct BookPaths {
-    const char *book;
-    const char *backup;  // left by a cut-short write of an older firmware
-    const char *fresh;   // a rewrite's new file until it is renamed
-    const char *lock;
+// The files of one phonebook in the data folder as it is when the object is
+// made: the phonebook file, the backup an older firmware's cut-short write
+// left, a rewrite's new file until it is renamed, and the lock file. The
+// four paths share one buffer, each ending with its '\0'.
+class BookPaths {
+public:
+    explicit BookPaths(storage_type_t type)
+    {
+        const char *name = book_name(type);
+        if (name == nullptr)
+            return;
+        const char *dir = pb_data_dir();
+        const char **paths[] = {&book_, &backup_, &fresh_, &lock_};
+        const char *suffixes[] = {"", "_tmp", ".new", PB_LOCK_SUFFIX};
+        char *at = buf_;
+        size_t left = sizeof buf_;
+        for (size_t k = 0; k < sizeof paths / sizeof paths[0]; ++k) {
+            const int n = std::snprintf(at, left, "%s/%s%s", dir, name, suffixes[k]);
+            if (n < 0 || static_cast<size_t>(n) >= left) {
+                PB_LOG("data folder path too long: %s\n", dir);
+                book_ = nullptr;
+                return;
+            }
+            *paths[k] = at;
+            at += n + 1;
+            left -= static_cast<size_t>(n) + 1;
+        }
+    }
+    BookPaths(const BookPaths &) = delete;
+    BookPaths &operator=(const BookPaths &) = delete;
+
+    // False for a storage type without a file, or a data folder whose
+    // paths do not fit.
+    bool ok() const { return book_ != nullptr; }
+    const char *book() const { return book_; }
+    const char *backup() const { return backup_; }
+    const char *fresh() const { return fresh_; }
+    const char *lock() const { return lock_; }
+
+private:
+    static const char *book_name(storage_type_t type)
+    {
+        switch (type) {
+        case STORAGE_TYPE_SIM: return "pb_sim_file";
+        case STORAGE_TYPE_FLASH: return "pb_device_file";
+        case STORAGE_TYPE_UNKNOWN: return nullptr;
+        }
+        return nullptr;  // a value from outside the enum, through the C API
+    }
+
+    const char *book_ = nullptr;
+    const char *backup_ = nullptr;
+    const char *fresh_ = nullptr;
+    const char *lock_ = nullptr;
+    char buf_[PATH_MAX];
 };
 
-constexpr BookPaths kSimPaths{PB_DATA_DIR "/pb_sim_file", PB_DATA_DIR "/pb_sim_file_tmp",
-                              PB_DATA_DIR "/pb_sim_file.new", PB_DATA_DIR "/pb_sim_file" PB_LOCK_SUFFIX};
-constexpr BookPaths kDevicePaths{PB_DATA_DIR "/pb_device_file", PB_DATA_DIR "/pb_device_file_tmp",
-                                 PB_DATA_DIR "/pb_device_file.new",
-                                 PB_DATA_DIR "/pb_device_file" PB_LOCK_SUFFIX};
-
-const BookPaths *paths_of(storage_type_t type)
-{
-    switch (type) {
-    case STORAGE_TYPE_SIM: return &kSimPaths;
-    case STORAGE_TYPE_FLASH: return &kDevicePaths;
-    default: return nullptr;
-    }
-}
-
 // The argument check shared by the loaders and the writers.
-const BookPaths *checked_paths(storage_type_t type, const void *table_or_entry)
+bool checked(const BookPaths &paths, const void *table_or_entry)
 {
     if (table_or_entry == nullptr) {
         PB_LOG("pb memory is null \n\n");
-        return nullptr;
+        return false;
     }
-    const BookPaths *paths = paths_of(type);
-    if (paths == nullptr)
+    if (!paths.ok())
         PB_LOG("file path error\n\n");
-    return paths;
+    return paths.ok();
 }
 
 // Record fields in file byte order, independent of the host's.
@@ -198,9 +234,9 @@ int simlib_pb_backup_file(const char *backup, const char *book)
 // may be what the cut-short write left.
 pb_file open_book(const BookPaths &p)
 {
-    pb_file f(std::fopen(p.backup, "re"));
+    pb_file f(std::fopen(p.backup(), "re"));
     if (!f)
-        f.reset(std::fopen(p.book, "re"));
+        f.reset(std::fopen(p.book(), "re"));
     return f;
 }
 
@@ -222,10 +258,10 @@ pb_file open_for_load(const BookPaths &p, pb_mem_info *p_pb_mem)
 
 pb_book_lock::pb_book_lock(storage_type_t type)
 {
-    const BookPaths *p = paths_of(type);
-    if (p == nullptr)
+    const BookPaths p(type);
+    if (!p.ok())
         return;
-    pb_fd fd(pb_fs_open(p->lock, O_RDWR | O_CREAT));
+    pb_fd fd(pb_fs_open(p.lock(), O_RDWR | O_CREAT));
     if (fd) {
         int rc;
         while ((rc = flock(fd.get(), LOCK_EX)) != 0 && errno == EINTR) {
@@ -235,7 +271,7 @@ pb_book_lock::pb_book_lock(storage_type_t type)
             return;
         }
     }
-    PB_LOG("lock %s failed, errno = %d\n", p->lock, errno);
+    PB_LOG("lock %s failed, errno = %d\n", p.lock(), errno);
     ok_ = false;
 }
 
@@ -248,8 +284,8 @@ pb_book_lock::~pb_book_lock()
 
 int pb_book_recover(storage_type_t type)
 {
-    const BookPaths *p = paths_of(type);
-    return p == nullptr ? -1 : simlib_pb_backup_file(p->backup, p->book);
+    const BookPaths p(type);
+    return p.ok() ? simlib_pb_backup_file(p.backup(), p.book()) : -1;
 }
 
 // The backup goes first: readers take it while it is there, so a crash
@@ -258,19 +294,19 @@ int pb_book_recover(storage_type_t type)
 int simlib_clear_flash(storage_type_t type)
 {
     PB_LOG("enter \n\n");
-    const BookPaths *p = paths_of(type);
-    if (p == nullptr) {
+    const BookPaths p(type);
+    if (!p.ok()) {
         PB_LOG("file path error\n\n");
         return -1;
     }
     int result = 0;
-    for (const char *path : {p->backup, p->fresh, p->book}) {
+    for (const char *path : {p.backup(), p.fresh(), p.book()}) {
         if (unlink(path) != 0 && errno != ENOENT) {
             PB_LOG("remove %s failed, errno = %d\n", path, errno);
             result = -1;
         }
     }
-    if (result == 0 && pb_fs_sync_folder(p->book) != 0)
+    if (result == 0 && pb_fs_sync_folder(p.book()) != 0)
         result = -1;
     PB_LOG("ok \n\n");
     return result;
@@ -336,10 +372,10 @@ int load_book(storage_type_t type, pb_mem_info *p_pb_mem,
               void (*place)(FILE *f, pb_flash_info_v &mem, const char *caller), const char *caller)
 {
     PB_LOG_FOR(caller, "enter \n\n");
-    const BookPaths *p = checked_paths(type, p_pb_mem);
-    if (p == nullptr)
+    const BookPaths p(type);
+    if (!checked(p, p_pb_mem))
         return -1;
-    pb_file f = open_for_load(*p, p_pb_mem);
+    pb_file f = open_for_load(p, p_pb_mem);
     if (!f)
         return 0;
     place(f.get(), p_pb_mem->mem, caller);
@@ -364,11 +400,11 @@ int simlib_pb_from_flash(storage_type_t type, pb_mem_info *p_pb_mem)
 // every start, so an append is not flushed to the disk.
 int pb_book_append(storage_type_t type, const pb_flash_info *records, int count)
 {
-    const BookPaths *p = checked_paths(type, records);
-    if (p == nullptr || simlib_pb_backup_file(p->backup, p->book) != 0)
+    const BookPaths p(type);
+    if (!checked(p, records) || simlib_pb_backup_file(p.backup(), p.book()) != 0)
         return -1;
-    PB_LOG_FOR("simlib_pb_add_to_file", "open file %s\n\n", p->book);
-    pb_fd fd(pb_fs_open(p->book, O_WRONLY | O_CREAT));
+    PB_LOG_FOR("simlib_pb_add_to_file", "open file %s\n\n", p.book());
+    pb_fd fd(pb_fs_open(p.book(), O_WRONLY | O_CREAT));
     struct stat st {};
     if (!fd || fstat(fd.get(), &st) != 0) {
         PB_LOG_FOR("simlib_pb_add_to_file", "open file error \n\n");
@@ -405,13 +441,13 @@ int simlib_pb_add_to_file(storage_type_t type, pb_flash_info *p_info)
 int simlib_pb_to_flash(storage_type_t type, pb_mem_info *p_pb_mem)
 {
     PB_LOG("enter \n\n");
-    const BookPaths *p = checked_paths(type, p_pb_mem);
-    if (p == nullptr || simlib_pb_backup_file(p->backup, p->book) != 0)
+    const BookPaths p(type);
+    if (!checked(p, p_pb_mem) || simlib_pb_backup_file(p.backup(), p.book()) != 0)
         return -1;
-    PB_LOG("open file %s\n\n", p->fresh);
+    PB_LOG("open file %s\n\n", p.fresh());
     // A new file of an earlier cut-short rewrite is dropped, whatever it is.
-    (void)unlink(p->fresh);
-    pb_fd fd(pb_fs_open(p->fresh, O_WRONLY | O_CREAT | O_EXCL));
+    (void)unlink(p.fresh());
+    pb_fd fd(pb_fs_open(p.fresh(), O_WRONLY | O_CREAT | O_EXCL));
     if (!fd) {
         PB_LOG("open file error \n\n");
         return -1;
@@ -429,7 +465,7 @@ int simlib_pb_to_flash(storage_type_t type, pb_mem_info *p_pb_mem)
         out.add(slot);
     }
     const bool written = out.flush();
-    int result = pb_fs_replace(fd, p->fresh, p->book, written);
+    int result = pb_fs_replace(fd, p.fresh(), p.book(), written);
     if (result != 0)
         PB_LOG("error \n\n");
     PB_LOG("ok \n\n");
