@@ -255,9 +255,11 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
             return "number '" + *args->number + "': " + why;
         args->number = tidied;
     }
-    for (auto [what, v] :
-         {std::pair{"name", &args->name}, {"number", &args->number}, {"e-mail", &args->email},
-          {"expected name", &args->expect_name}, {"expected number", &args->expect_number}})
+    for (auto [what, v] : {std::pair{"name", &args->name},
+                           {"number", &args->number},
+                           {"e-mail", &args->email},
+                           {"expected name", &args->expect_name},
+                           {"expected number", &args->expect_number}})
         if (std::string err = check_field(what, *v); !err.empty())
             return err;
     return "";

@@ -422,8 +422,7 @@ int http_status(int rc)
     case PB_RCODE_DUPLICATE_ERR: return 400;
     case PB_RCODE_INVALID_ERR: return 404;
     case PB_RCODE_NOTFREE_ERR: return 507;
-    case PB_RCODE_NODEPUSH_ERR:
-        return 503;  // the service's queue is full
+    case PB_RCODE_NODEPUSH_ERR: return 503;  // the service's queue is full
     case PB_RCODE_CHANGED_ERR: return 409;
     // Not ready yet, or failed: which of the two is pbcli's word (rcode_busy).
     case PB_RCODE_ERROR:
