@@ -46,7 +46,7 @@ enum : zp_uint16 {
 // Id of the inner message that wakes the thread; it is none of the
 // phonebook's ids, so the thread frees it and looks at the running flag and
 // the own list again.
-constexpr zp_uint32 MSG_ID_PB_WAKE = 0;
+constexpr zp_uint32 kMsgIdWake = 0;
 
 // Indications kept at most: more than a read of a whole card sends (at
 // least one record each), so only a modem that floods the service with
@@ -55,42 +55,42 @@ constexpr unsigned kOwnMax = 2 * PB_MAX_ENTRIES;
 
 // An indication's copy on the own list: the link, then the message (head
 // and the basic records only).
-struct pb_own_msg {
-    pb_own_msg *next;
+struct OwnMsg {
+    OwnMsg *next;
     size_t pad;  // keeps the message 8-aligned on 32-bit targets too
     void *msg() { return this + 1; }
 };
-static_assert(sizeof(pb_own_msg) % 8 == 0, "message after the link stays aligned");
+static_assert(sizeof(OwnMsg) % 8 == 0, "message after the link stays aligned");
 
 ipc_mq_cb_pt mm_pb_mq;
-ipc_addr_t mm_pb_self;  // MU_ID's own address: where forwarded indications come from
+ipc_addr_t g_self;  // MU_ID's own address: where forwarded indications come from
 pthread_t mm_pb_pid;
-bool mm_pb_started;  // mm_pb_pid names a thread not yet joined
+bool g_started;  // mm_pb_pid names a thread not yet joined
 // Written by the host's thread, read by the service thread before each
-// receive. mm_pb_proc() looks at it and queues under mm_pb_gate, so that
+// receive. mm_pb_proc() looks at it and queues under g_gate, so that
 // nothing is queued once mm_pb_fin() has cleared it.
 std::atomic<int> mm_pb_running_flag{0};
-pthread_mutex_t mm_pb_gate = PTHREAD_MUTEX_INITIALIZER;
+pthread_mutex_t g_gate = PTHREAD_MUTEX_INITIALIZER;
 
-// The own list (under mm_pb_own_lock) and whether a wake-up message sits on
+// The own list (under g_own_lock) and whether a wake-up message sits on
 // the queue, so that a burst of indications queues one, not one each.
-pthread_mutex_t mm_pb_own_lock = PTHREAD_MUTEX_INITIALIZER;
-pb_own_msg *mm_pb_own_head;
-pb_own_msg *mm_pb_own_tail;
-unsigned mm_pb_own_count;
-std::atomic<bool> mm_pb_wake_queued{false};
+pthread_mutex_t g_own_lock = PTHREAD_MUTEX_INITIALIZER;
+OwnMsg *g_own_head;
+OwnMsg *g_own_tail;
+unsigned g_own_count;
+std::atomic<bool> g_wake_queued{false};
 
 pb_return_code_enum_t pb_call_init_entries(pb_event_req_t *) { return pb_init_entries(); }
 
 // What the service does with each action; any action not listed is
 // answered PB_RCODE_ARGSERR.
-struct pb_action {
+struct Action {
     zp_int32 event;
     pb_return_code_enum_t (*run)(pb_event_req_t *);
 };
 
 // clang-format off
-constexpr pb_action k_actions[] = {
+constexpr Action kActions[] = {
     {SIM_PB_HANDLE_TYPE_GETALL, pb_call_init_entries},
     {SIM_PB_HANDLE_TYPE_ADD, pb_func_add_entry},
     {SIM_PB_HANDLE_TYPE_EDIT, pb_func_edit_entry},
@@ -126,8 +126,8 @@ void pb_handle_request(const void *msg)
     pb_rsp_t rsp{0, 0};
     PB_LOG("IPC RECV: EVENT = %d\n", req.event);
 
-    const pb_action *action = nullptr;
-    for (const pb_action &a : k_actions) {
+    const Action *action = nullptr;
+    for (const Action &a : kActions) {
         if (a.event == req.event) {
             action = &a;
             break;
@@ -160,23 +160,23 @@ void pb_handle_read_ind(const void *msg)
     (void)pb_qmi_read_cb(&ind);
 }
 
-pb_own_msg *pb_own_pop()
+OwnMsg *pb_own_pop()
 {
-    pthread_mutex_lock(&mm_pb_own_lock);
-    pb_own_msg *m = mm_pb_own_head;
+    pthread_mutex_lock(&g_own_lock);
+    OwnMsg *m = g_own_head;
     if (m != nullptr) {
-        mm_pb_own_head = m->next;
-        if (mm_pb_own_head == nullptr)
-            mm_pb_own_tail = nullptr;
-        --mm_pb_own_count;
+        g_own_head = m->next;
+        if (g_own_head == nullptr)
+            g_own_tail = nullptr;
+        --g_own_count;
     }
-    pthread_mutex_unlock(&mm_pb_own_lock);
+    pthread_mutex_unlock(&g_own_lock);
     return m;
 }
 
 void pb_own_free_all()
 {
-    while (pb_own_msg *m = pb_own_pop())
+    while (OwnMsg *m = pb_own_pop())
         mem_free_ex(pb_tid16(), SITE_OWN, 0, m);
 }
 
@@ -188,7 +188,7 @@ void *mm_pb_thread(void *)
             break;
         // The card's records before any request: a get-all then sees the
         // read as far as it has come.
-        if (pb_own_msg *own = pb_own_pop()) {
+        if (OwnMsg *own = pb_own_pop()) {
             pb_handle_read_ind(own->msg());
             mem_free_ex(pb_tid16(), SITE_OWN, 0, own);
             continue;
@@ -205,8 +205,8 @@ void *mm_pb_thread(void *)
 
         if (head != nullptr && id == MSG_ID_PB_REQ)
             pb_handle_request(msg);
-        else if (head != nullptr && type == IPC_INNER_MQ && id == MSG_ID_PB_WAKE)
-            mm_pb_wake_queued.store(false);  // before the own list is looked at again
+        else if (head != nullptr && type == IPC_INNER_MQ && id == kMsgIdWake)
+            g_wake_queued.store(false);  // before the own list is looked at again
         else
             PB_LOG("IPC RECV: ID =0x%x ignored\n", id);
 
@@ -229,7 +229,7 @@ const char *pb_msg_refusal(const void *msg)
         if (head->length > sizeof(pbm_record_read_ind_msg_v01))
             return "read indication too long";
         const ipc_addr_t *from = pb_msg_sender(msg);
-        const auto &own = mm_pb_self.addr;
+        const auto &own = g_self.addr;
         if (from->addr.sun_family != own.sun_family ||
             std::strncmp(from->addr.sun_path, own.sun_path, sizeof own.sun_path) != 0)
             return "read indication from outside the service";
@@ -257,24 +257,24 @@ void pb_refuse_request(const void *msg, const char *why)
 // at both before its next receive.
 bool pb_wake_thread()
 {
-    if (mm_pb_wake_queued.exchange(true))
+    if (g_wake_queued.exchange(true))
         return true;
     void *wake = mem_malloc_ex(pb_tid16(), SITE_WAKE, 0, IPC_MSG_HEAD_LEN);
     zp_sdk_ipc_ret_value ret = IPC_SYS_ERR;
     if (wake != nullptr) {
-        ipc_msg_head_t head{IPC_INNER_MQ, MSG_ID_PB_WAKE, 0, 0};
+        ipc_msg_head_t head{IPC_INNER_MQ, kMsgIdWake, 0, 0};
         std::memcpy(wake, &head, sizeof head);
         ret = ipc_mq_send(mm_pb_mq, wake, 0, 0);
         if (ret != IPC_OK)
             mem_free_ex(pb_tid16(), SITE_WAKE, 0, wake);
     }
     if (ret != IPC_OK)
-        mm_pb_wake_queued.store(false);
+        g_wake_queued.store(false);
     return ret == IPC_OK || ret == IPC_MQ_FULL;
 }
 
 // Puts a copy of a record-read indication, its records only, on the own
-// list (mm_pb_gate held, service running).
+// list (g_gate held, service running).
 void pb_own_put(const void *msg)
 {
     const auto *head = static_cast<const ipc_msg_head_t *>(msg);
@@ -288,8 +288,8 @@ void pb_own_put(const void *msg)
             kRecords + n * sizeof(pbm_record_instance_type_v01) < keep)
             keep = kRecords + n * sizeof(pbm_record_instance_type_v01);
     }
-    auto *own = static_cast<pb_own_msg *>(
-        mem_malloc_ex(pb_tid16(), SITE_OWN, 0, sizeof(pb_own_msg) + IPC_MSG_HEAD_LEN + keep));
+    auto *own = static_cast<OwnMsg *>(
+        mem_malloc_ex(pb_tid16(), SITE_OWN, 0, sizeof(OwnMsg) + IPC_MSG_HEAD_LEN + keep));
     if (own == nullptr) {
         PB_LOG("read indication lost: no memory\n");
         return;
@@ -300,14 +300,14 @@ void pb_own_put(const void *msg)
     std::memcpy(own->msg(), &copy, sizeof copy);
     std::memcpy(static_cast<zp_uint8 *>(own->msg()) + IPC_MSG_HEAD_LEN, pb_msg_payload(msg), keep);
 
-    pthread_mutex_lock(&mm_pb_own_lock);
-    const bool room = mm_pb_own_count < kOwnMax;
+    pthread_mutex_lock(&g_own_lock);
+    const bool room = g_own_count < kOwnMax;
     if (room) {
-        (mm_pb_own_tail != nullptr ? mm_pb_own_tail->next : mm_pb_own_head) = own;
-        mm_pb_own_tail = own;
-        ++mm_pb_own_count;
+        (g_own_tail != nullptr ? g_own_tail->next : g_own_head) = own;
+        g_own_tail = own;
+        ++g_own_count;
     }
-    pthread_mutex_unlock(&mm_pb_own_lock);
+    pthread_mutex_unlock(&g_own_lock);
     if (!room) {
         PB_LOG("read indication dropped: %u waiting already\n", kOwnMax);
         mem_free_ex(pb_tid16(), SITE_OWN, 0, own);
@@ -316,7 +316,7 @@ void pb_own_put(const void *msg)
     (void)pb_wake_thread();
 }
 
-// Queues a copy of a client request (mm_pb_gate held, service running).
+// Queues a copy of a client request (g_gate held, service running).
 void pb_queue_request(const void *msg)
 {
     const auto *head = static_cast<const ipc_msg_head_t *>(msg);
@@ -337,7 +337,7 @@ void pb_queue_request(const void *msg)
 
 int mm_pb_init(void)
 {
-    if (ipc_get_addr_by_id(MU_ID, 0, &mm_pb_self) != IPC_OK)
+    if (ipc_get_addr_by_id(MU_ID, 0, &g_self) != IPC_OK)
         return -1;
     (void)pb_qmi_init();
     // Made once and kept: a later start finds what an earlier stop left.
@@ -348,7 +348,7 @@ int mm_pb_init(void)
     mm_pb_running_flag.store(1);
     if (pthread_create(&mm_pb_pid, nullptr, mm_pb_thread, nullptr) != 0)
         return -1;
-    mm_pb_started = true;
+    g_started = true;
     return 0;
 }
 
@@ -366,30 +366,30 @@ int mm_pb_proc(void *msg)
         return 0;
     }
 
-    pthread_mutex_lock(&mm_pb_gate);
+    pthread_mutex_lock(&g_gate);
     if (mm_pb_running_flag.load() != 1 || mm_pb_mq == nullptr)
         pb_refuse_request(msg, "service not running");  // an indication is dropped
     else if (head->msg_id == MSG_ID_PB_READ_IND)
         pb_own_put(msg);
     else
         pb_queue_request(msg);
-    pthread_mutex_unlock(&mm_pb_gate);
+    pthread_mutex_unlock(&g_gate);
     return 0;
 }
 
 int mm_pb_fin(void)
 {
-    pthread_mutex_lock(&mm_pb_gate);
+    pthread_mutex_lock(&g_gate);
     mm_pb_running_flag.store(0);
-    pthread_mutex_unlock(&mm_pb_gate);
+    pthread_mutex_unlock(&g_gate);
     // A stop that can't wake the thread leaves it to be retried.
-    if (!mm_pb_started || !pb_wake_thread())
+    if (!g_started || !pb_wake_thread())
         return -1;
     // The request in hand is finished and answered first.
     if (pthread_join(mm_pb_pid, nullptr) != 0)
         return -1;
-    mm_pb_started = false;
-    mm_pb_wake_queued.store(false);
+    g_started = false;
+    g_wake_queued.store(false);
     for (void *left = nullptr; ipc_mq_recv(mm_pb_mq, &left, 0) == IPC_OK;) {
         pb_refuse_request(left, "service stopping");
         mem_free_ex(pb_tid16(), SITE_RECEIVED, 0, left);

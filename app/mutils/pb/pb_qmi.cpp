@@ -33,14 +33,14 @@
 
 namespace {
 
-constexpr unsigned PB_QMI_READ_TIMEOUT_MS = 50000;
-constexpr unsigned PB_QMI_WRITE_TIMEOUT_MS = 60000;
-constexpr unsigned PB_QMI_DEL_ALL_TIMEOUT_MS = 300000;
-constexpr pbm_session_type_enum_v01 PB_QMI_SESSION = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
-constexpr uint16_t PB_QMI_ADN = PBM_PB_TYPE_ADN_V01;
-constexpr int PB_QMI_SERVICE_SLOTS = 3;
-constexpr size_t PB_QMI_NUMBER_SENT = QMI_PBM_NUMBER_MAX_LENGTH_V01 - 1; /* 40th byte stays 0 */
-constexpr size_t PB_TEXT_MAX = PB_TEXT_LEN - 1;                          /* bytes before the NUL */
+constexpr unsigned kReadTimeoutMs = 50000;
+constexpr unsigned kWriteTimeoutMs = 60000;
+constexpr unsigned kDelAllTimeoutMs = 300000;
+constexpr pbm_session_type_enum_v01 kSession = PBM_SESSION_TYPE_GLOBAL_PB_SLOT1_V01;
+constexpr uint16_t kAdn = PBM_PB_TYPE_ADN_V01;
+constexpr int kServiceSlots = 3;
+constexpr size_t kNumberSent = QMI_PBM_NUMBER_MAX_LENGTH_V01 - 1; /* 40th byte stays 0 */
+constexpr size_t kTextMax = PB_TEXT_LEN - 1;                      /* bytes before the NUL */
 
 enum : zp_uint16 {
     PB_SITE_QMI_READ_IND = PB_SITE_QMI + 1, /* the forwarded record-read indication */
@@ -51,8 +51,8 @@ enum : zp_uint16 {
  * up. Records come in tens within milliseconds of each other, so a pause of
  * seconds means indications were lost (a full socket, a modem that dropped
  * them), and waiting longer would not bring them. */
-constexpr long PB_QMI_READ_STALL_MS = 3000;
-constexpr int PB_QMI_READ_RESTARTS = 3;
+constexpr long kReadStallMs = 3000;
+constexpr int kReadRestarts = 3;
 
 qmi_idl_service_object_type pbm_service_obj;
 qmi_client_type pbm_user_handle;
@@ -60,16 +60,16 @@ qmi_client_type g_pbm_srv_notifier;
 int pb_index = 1;
 /* The transport failed under pbm_user_handle: the modem went away or
  * restarted, and the client has to be replaced (pb_qmi_reconnect). */
-bool pb_qmi_client_lost;
+bool g_client_lost;
 /* The last request was sent but its answer did not come in time. */
-bool pb_qmi_timed_out;
+bool g_timed_out;
 /* When the running read last started or stored an indication (ms). */
-long pb_read_progress_ms;
-int pb_read_restarts;
+long g_read_progress_ms;
+int g_read_restarts;
 /* The card records stored by the running read, by record number: a record
  * that comes twice (a late indication of a read that was started again) is
  * stored once. */
-unsigned char pb_read_seen[65536 / 8];
+unsigned char g_read_seen[65536 / 8];
 
 long pb_now_ms()
 {
@@ -81,7 +81,7 @@ long pb_now_ms()
 // Marks record `id` as stored by this read; false when it already was.
 bool pb_read_first_time(uint16_t id)
 {
-    unsigned char &byte = pb_read_seen[id / 8];
+    unsigned char &byte = g_read_seen[id / 8];
     const auto bit = static_cast<unsigned char>(1u << (id % 8));
     if (byte & bit)
         return false;
@@ -97,10 +97,10 @@ qmi_client_error_type pb_qmi_send(unsigned int msg_id, void *req, unsigned int r
 {
     const qmi_client_error_type rc =
         qmi_client_send_msg_sync(pbm_user_handle, msg_id, req, req_len, rsp, rsp_len, timeout_ms);
-    pb_qmi_timed_out = rc == QMI_TIMEOUT_ERR;
-    if (rc != QMI_NO_ERR && !pb_qmi_client_lost) {
+    g_timed_out = rc == QMI_TIMEOUT_ERR;
+    if (rc != QMI_NO_ERR && !g_client_lost) {
         PB_LOG("modem client lost (error %d): the SIM phonebook is to be read again\n", rc);
-        pb_qmi_client_lost = true;
+        g_client_lost = true;
         g_sim_module.pb_sim_read_flag = 0;
     }
     return rc;
@@ -159,15 +159,15 @@ void pb_qmi_unsol_ind_handle(qmi_client_type user_handle, unsigned long msg_id, 
 // in PBM's letters, name as UCS-2 low byte first. Returns the name's UTF-8 length.
 size_t pb_qmi_fill_record(pb_flash_info *info, uint16_t record_id, pbm_record_information_type_v01 *ri)
 {
-    ri->session_type = PB_QMI_SESSION;
-    ri->phonebook_type = PB_QMI_ADN;
+    ri->session_type = kSession;
+    ri->phonebook_type = kAdn;
     ri->record_id = record_id;
     ri->num_type = PBM_NUM_TYPE_UNKNOWN_V01;
     ri->num_plan = PBM_NUM_PLAN_UNKNOWN_V01;
 
     size_t num_len = strnlen(info->num, sizeof info->num);
-    if (num_len > PB_QMI_NUMBER_SENT)
-        num_len = PB_QMI_NUMBER_SENT;
+    if (num_len > kNumberSent)
+        num_len = kNumberSent;
     std::memcpy(ri->number, info->num, num_len);
     display_to_sim(ri->number, static_cast<int>(num_len));
     ri->number_len = static_cast<uint32_t>(num_len);
@@ -214,8 +214,8 @@ int pb_qmi_change(unsigned int msg_id, void *req, unsigned int req_len, void *rs
 int pb_qmi_send_write(pbm_write_record_req_msg_v01 *req, pbm_write_record_resp_msg_v01 *rsp,
                       const char *caller)
 {
-    return pb_qmi_change(QMI_PBM_WRITE_RECORD_REQ_V01, req, sizeof *req, rsp, sizeof *rsp,
-                         PB_QMI_WRITE_TIMEOUT_MS, caller,
+    return pb_qmi_change(QMI_PBM_WRITE_RECORD_REQ_V01, req, sizeof *req, rsp, sizeof *rsp, kWriteTimeoutMs,
+                         caller,
                          "Error: Sending asynchronous request for writing record failed with error code ",
                          "Writing a record using PBM failed with error code ",
                          "Writing a record using PBM was successful\n\n");
@@ -238,10 +238,10 @@ qmi_client_error_type pb_qmi_ask_caps(pbm_get_pb_capabilities_resp_msg_v01 *rsp)
     pbm_get_pb_capabilities_req_msg_v01 req;
     std::memset(&req, 0, sizeof req);
     std::memset(rsp, 0, sizeof *rsp);
-    req.phonebook_info.session_type = PB_QMI_SESSION;
-    req.phonebook_info.pb_type = PB_QMI_ADN;
+    req.phonebook_info.session_type = kSession;
+    req.phonebook_info.pb_type = kAdn;
     return pb_qmi_send(QMI_PBM_GET_PB_CAPABILITIES_REQ_V01, &req, sizeof req, rsp, sizeof *rsp,
-                       PB_QMI_READ_TIMEOUT_MS);
+                       kReadTimeoutMs);
 }
 
 // The message library's idea of each structure's size against ours: a
@@ -323,7 +323,7 @@ int wm_qmi_init_client(qmi_idl_service_object_type *service_object, qmi_client_t
     }
     PB_LOG("get_service_list OK!\n");
 
-    num_entries = num_services < PB_QMI_SERVICE_SLOTS ? num_services : PB_QMI_SERVICE_SLOTS;
+    num_entries = num_services < kServiceSlots ? num_services : kServiceSlots;
     const qmi_client_error_type rc =
         qmi_client_get_service_list(obj, service_info, &num_entries, &num_services);
     PB_LOG(" 2rc:%d num_entries=%d num_services=%d\n\n", rc, num_entries, num_services);
@@ -336,7 +336,7 @@ int wm_qmi_init_client(qmi_idl_service_object_type *service_object, qmi_client_t
 
 int pb_qmi_init(void)
 {
-    qmi_service_info service_info[PB_QMI_SERVICE_SLOTS];
+    qmi_service_info service_info[kServiceSlots];
     std::memset(service_info, 0, sizeof service_info);
     pbm_user_handle = nullptr;
     g_pbm_srv_notifier = nullptr;
@@ -363,7 +363,7 @@ int pb_qmi_init(void)
                static_cast<unsigned int>(reinterpret_cast<uintptr_t>(pbm_user_handle)));
     }
     /* A failed connection shows as failing requests, which lose it. */
-    pb_qmi_client_lost = false;
+    g_client_lost = false;
     return 0;
 }
 
@@ -374,13 +374,13 @@ int pb_qmi_fin(void)
     return 0;
 }
 
-bool pb_qmi_lost() { return pb_qmi_client_lost; }
+bool pb_qmi_lost() { return g_client_lost; }
 
-bool pb_qmi_unanswered() { return pb_qmi_timed_out; }
+bool pb_qmi_unanswered() { return g_timed_out; }
 
 int pb_qmi_reconnect()
 {
-    if (!pb_qmi_client_lost)
+    if (!g_client_lost)
         return 0;
     if (pbm_user_handle != nullptr || g_pbm_srv_notifier != nullptr) {
         pb_qmi_fin();
@@ -397,7 +397,7 @@ int pb_qmi_reconnect()
     }
     (void)pb_qmi_init();
     if (pbm_user_handle == nullptr) {
-        pb_qmi_client_lost = true;
+        g_client_lost = true;
         return -1;
     }
     return 0;
@@ -411,18 +411,18 @@ void pb_qmi_start_read()
 
 pb_return_code_enum_t pb_qmi_check_read()
 {
-    if (g_sim_module.pb_sim_read_flag != 2 || pb_now_ms() - pb_read_progress_ms < PB_QMI_READ_STALL_MS)
+    if (g_sim_module.pb_sim_read_flag != 2 || pb_now_ms() - g_read_progress_ms < kReadStallMs)
         return PB_RCODE_READED_ERR;
-    if (pb_read_restarts >= PB_QMI_READ_RESTARTS) {
+    if (g_read_restarts >= kReadRestarts) {
         PB_LOG("SIM phonebook not read: %d of %d records after %d tries\n", pb_index - 1,
-               g_sim_module.pb_sim_used, pb_read_restarts + 1);
+               g_sim_module.pb_sim_used, g_read_restarts + 1);
         g_sim_module.pb_sim_read_flag = 0;
-        pb_read_restarts = 0; /* the next get-all starts anew */
+        g_read_restarts = 0; /* the next get-all starts anew */
         return PB_RCODE_READ_ERR;
     }
-    ++pb_read_restarts;
-    PB_LOG("no record for %ld ms with %d of %d read: reading the card again (%d)\n", PB_QMI_READ_STALL_MS,
-           pb_index - 1, g_sim_module.pb_sim_used, pb_read_restarts);
+    ++g_read_restarts;
+    PB_LOG("no record for %ld ms with %d of %d read: reading the card again (%d)\n", kReadStallMs,
+           pb_index - 1, g_sim_module.pb_sim_used, g_read_restarts);
     g_sim_module.pb_sim_read_flag = 0;
     (void)simlib_clear_flash(g_storage_type);
     /* A modem that is gone fails this at the transport and loses the
@@ -434,16 +434,16 @@ pb_return_code_enum_t pb_qmi_check_read()
 int pb_qmi_get_all(void)
 {
     pb_index = 1;
-    std::memset(pb_read_seen, 0, sizeof pb_read_seen);
-    pb_read_progress_ms = pb_now_ms();
+    std::memset(g_read_seen, 0, sizeof g_read_seen);
+    g_read_progress_ms = pb_now_ms();
 
     pbm_get_pb_capabilities_resp_msg_v01 caps_rsp;
     PB_LOG("Size of request is %d\n\n", static_cast<int>(sizeof(pbm_get_pb_capabilities_req_msg_v01)));
     PB_LOG("Size of response is %d\n\n", static_cast<int>(sizeof caps_rsp));
-    PB_LOG("Information being sent is session type = %d, PB type = %d\n\n", PB_QMI_SESSION, PB_QMI_ADN);
+    PB_LOG("Information being sent is session type = %d, PB type = %d\n\n", kSession, kAdn);
     qmi_client_error_type rc = pb_qmi_ask_caps(&caps_rsp);
     if (rc != QMI_NO_ERR) {
-        PB_LOG("Getting PB info for PB type %d returned error %d\n\n", PB_QMI_ADN, rc);
+        PB_LOG("Getting PB info for PB type %d returned error %d\n\n", kAdn, rc);
         PB_LOG("get_pb_info failed\n");
         return -1;
     }
@@ -464,12 +464,12 @@ int pb_qmi_get_all(void)
     pbm_read_records_resp_msg_v01 read_rsp;
     std::memset(&read_req, 0, sizeof read_req);
     std::memset(&read_rsp, 0, sizeof read_rsp);
-    read_req.record_info.session_type = PB_QMI_SESSION;
-    read_req.record_info.pb_type = PB_QMI_ADN;
+    read_req.record_info.session_type = kSession;
+    read_req.record_info.pb_type = kAdn;
     read_req.record_info.record_start_id = 1;
     read_req.record_info.record_end_id = caps.max_records;
     rc = pb_qmi_send(QMI_PBM_READ_RECORDS_REQ_V01, &read_req, sizeof read_req, &read_rsp, sizeof read_rsp,
-                     PB_QMI_READ_TIMEOUT_MS);
+                     kReadTimeoutMs);
     if (rc != QMI_NO_ERR) {
         PB_LOG("Read request for ADN failed with error code = %d\n\n", rc);
         return -1;
@@ -480,11 +480,11 @@ int pb_qmi_get_all(void)
     if (read_rsp.num_of_recs == 0) {
         PB_LOG("There are no entries filled in ADN, nothing to read\n\n");
         g_sim_module.pb_sim_read_flag = 1;
-        pb_read_restarts = 0;
+        g_read_restarts = 0;
         return 0;
     }
     PB_LOG("There are %d filled entries in ADN\n\n", read_rsp.num_of_recs);
-    pb_read_progress_ms = pb_now_ms();
+    g_read_progress_ms = pb_now_ms();
     g_sim_module.pb_sim_read_flag = 2;
     return 0;
 }
@@ -549,7 +549,7 @@ pb_return_code_enum_t pb_qmi_read_cb(pbm_record_read_ind_msg_v01 *pbm_read_ind)
         if (conv != 0) {
             PB_LOG("decode record 's name error, error code=%d\n", conv);
         } else if (utf8_len > 0) {
-            const size_t n = pb_utf8_cut(utf8, static_cast<size_t>(utf8_len), PB_TEXT_MAX);
+            const size_t n = pb_utf8_cut(utf8, static_cast<size_t>(utf8_len), kTextMax);
             std::memcpy(info.name, utf8, n);
         }
 
@@ -571,11 +571,11 @@ pb_return_code_enum_t pb_qmi_read_cb(pbm_record_read_ind_msg_v01 *pbm_read_ind)
         PB_LOG("write pb record into share memory failure\n\n");
         result = PB_RCODE_ERROR;
     }
-    pb_read_progress_ms = pb_now_ms();
+    g_read_progress_ms = pb_now_ms();
     PB_LOG("pb_index = %d, pb_sim_used = %d\n", pb_index, g_sim_module.pb_sim_used);
     if (g_sim_module.pb_sim_used < pb_index) {
         g_sim_module.pb_sim_read_flag = 1;
-        pb_read_restarts = 0;
+        g_read_restarts = 0;
     }
     return result;
 }
@@ -617,12 +617,12 @@ int pb_qmi_del_entry(pb_flash_info *info)
         return -1;
     pbm_delete_record_req_msg_v01 req;
     std::memset(&req, 0, sizeof req);
-    req.record_info.session_type = PB_QMI_SESSION;
-    req.record_info.pb_type = PB_QMI_ADN;
+    req.record_info.session_type = kSession;
+    req.record_info.pb_type = kAdn;
     req.record_info.record_id = static_cast<uint16_t>(info->sim_index);
     pbm_delete_record_resp_msg_v01 rsp;
     return pb_qmi_change(
-        QMI_PBM_DELETE_RECORD_REQ_V01, &req, sizeof req, &rsp, sizeof rsp, PB_QMI_WRITE_TIMEOUT_MS, __func__,
+        QMI_PBM_DELETE_RECORD_REQ_V01, &req, sizeof req, &rsp, sizeof rsp, kWriteTimeoutMs, __func__,
         "Error: Sending synchronous request for delete record failed with error code ",
         "Writing a record using PBM failed with error code ", "Delete a record using PBM was successful\n");
 }
@@ -631,11 +631,11 @@ int pb_qmi_del_all(void)
 {
     pbm_delete_all_pb_records_req_msg_v01 req;
     std::memset(&req, 0, sizeof req);
-    req.phonebook_info.session_type = PB_QMI_SESSION;
-    req.phonebook_info.pb_type = PB_QMI_ADN;
+    req.phonebook_info.session_type = kSession;
+    req.phonebook_info.pb_type = kAdn;
     pbm_delete_all_pb_records_resp_msg_v01 rsp;
     return pb_qmi_change(QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01, &req, sizeof req, &rsp, sizeof rsp,
-                         PB_QMI_DEL_ALL_TIMEOUT_MS, __func__,
+                         kDelAllTimeoutMs, __func__,
                          "Error: Sending synchronous request for delete record failed with error code ",
                          "delete all pb failed with error code ", "Delete all pb successful\n");
 }

@@ -168,7 +168,7 @@ namespace {
 
 // Edit and delete differ only in their log texts and in the card and table
 // calls; the checks and their order are the same.
-struct pb_change_op {
+struct ChangeOp {
     bool edit;
     const char *name;  // "EDIT" or "DEL"
     int (*card)(pb_flash_info *);
@@ -176,7 +176,7 @@ struct pb_change_op {
     const char *card_failed;
 };
 
-pb_return_code_enum_t pb_func_change_entry(pb_event_req_t *req, const pb_change_op &op)
+pb_return_code_enum_t pb_func_change_entry(pb_event_req_t *req, const ChangeOp &op)
 {
     if (!pb_req_ok(req, __func__))
         return PB_RCODE_ARGSERR;
@@ -238,14 +238,13 @@ pb_return_code_enum_t pb_func_change_entry(pb_event_req_t *req, const pb_change_
 
 pb_return_code_enum_t pb_func_edit_entry(pb_event_req_t *req)
 {
-    static const pb_change_op op = {true, "EDIT", pb_qmi_edit_entry, simlib_pb_edit,
-                                    "pb_qmi_edit_entry failed"};
+    static const ChangeOp op = {true, "EDIT", pb_qmi_edit_entry, simlib_pb_edit, "pb_qmi_edit_entry failed"};
     return pb_func_change_entry(req, op);
 }
 
 pb_return_code_enum_t pb_func_del_entry(pb_event_req_t *req)
 {
-    static const pb_change_op op = {false, "DEL", pb_qmi_del_entry, simlib_pb_del, "pb_qmi_del_entry failed"};
+    static const ChangeOp op = {false, "DEL", pb_qmi_del_entry, simlib_pb_del, "pb_qmi_del_entry failed"};
     return pb_func_change_entry(req, op);
 }
 
