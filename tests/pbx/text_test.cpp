@@ -1,7 +1,7 @@
 // Contact files read and written: sample files in the shapes phones,
 // desktop programs and address books write, the examples of RFC 2426 and
 // RFC 6350, odd but valid texts of every format, round trips of every
-// format, and the number and SIM rules.
+// format, and the SIM name rule.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -176,41 +176,6 @@ TEST(Formats, EveryFormatReadsBackWhatItWrote)
             expect.push_back(std::string(e.name) + "|" + e.num + "|" + e.email + "|");
         EXPECT_EQ(flat(pbx::parse(text, f)), expect) << pbx::format_name(f) << "\n" << text;
     }
-}
-
-TEST(Numbers, SeparatorsGoAndOnlyDialableCharactersStay)
-{
-    const struct {
-        const char *in, *out, *error;  // error: part of the message, or null
-    } cases[] = {
-        {"+49 (30) 123-456", "+4930123456", nullptr},
-        {"030.123\xC2\xA0"
-         "456",
-         "030123456", nullptr},
-        {"*100#", "*100#", nullptr},
-        {"0301234p5w6t", "0301234P5W6T", nullptr},
-        {"", "", nullptr},
-        {"+", nullptr, "without digits"},
-        {"12+3", nullptr, "at the start"},
-        {"++1", nullptr, "at the start"},
-        {"0800-FLOWERS", nullptr, "'F' cannot"},
-        {"123/456", nullptr, "'/' cannot"},
-        {"1\x01", nullptr, "'\\x01'"},
-        {"\xFF", nullptr, "UTF-8"},
-    };
-    for (const auto &c : cases) {
-        std::string out;
-        const std::string why = pbx::tidy_number(c.in, &out);
-        if (c.error) {
-            EXPECT_NE(why.find(c.error), std::string::npos) << c.in << ": " << why;
-        } else {
-            EXPECT_EQ(why, "") << c.in;
-            EXPECT_EQ(out, c.out) << c.in;
-        }
-    }
-    std::string out;
-    EXPECT_EQ(pbx::tidy_number(std::string(50, '1'), &out), "");
-    EXPECT_NE(pbx::tidy_number("+" + std::string(50, '1'), &out), "") << "51 characters";
 }
 
 TEST(SimNames, OctetsFollowTheEncodingTheNameNeeds)

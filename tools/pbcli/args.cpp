@@ -298,10 +298,12 @@ Options:
                       (at a whole character) instead of leaving it out
   -h, --help          show this text
 
-Numbers lose their spaces, dashes, dots and brackets on the way in; what is
-left must be digits * # P W T with + only in front. A name that is taken by
-another number gets the kind of number or a count after it, Anna (work) or
-Anna (2); the same name and number are not added twice.
+Numbers are read as people write them: separators, labels (Tel:), a tel:
+URI and a bracketed trunk 0 after the country code go, an extension (ext. 12,
+x12, ,12) becomes P12; what is left must be digits * # P W T with + only in
+front. A name that is taken by another number gets the kind of number or a
+count after it, Anna (work) or Anna (2); the same name and number are not
+added twice.
 
 The module's own lines have no header and no quoting: export writes
 name,number,email, import reads number,name,email (and name first when the

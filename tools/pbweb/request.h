@@ -55,9 +55,8 @@ struct EntryFields {
 
 // Reads "name", "number" and "email" of a JSON object: each must be a
 // string of at most 50 bytes without control characters; the number is
-// tidied (spaces, dashes, dots and brackets dropped, p w t upper case) and
-// must then hold only digits, * # P W T and a leading +. Fields of other
-// names are ignored.
+// read as people write it (pbx::tidy_number) and stored as a phone dials
+// it. Fields of other names are ignored.
 bool read_entry_fields(const Json &obj, EntryFields *out, std::string *error);
 
 // The entry as the page showed it, which an edit or delete carries so that

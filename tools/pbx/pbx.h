@@ -78,11 +78,19 @@ std::string format_csv(const std::vector<pb_flash_info> &entries);
 std::string format_module(const std::vector<pb_flash_info> &entries);
 std::string format(const std::vector<pb_flash_info> &entries, Format f);
 
-/* Tidies a dialling number: spaces, dashes, dots and brackets are dropped,
- * p, w and t are written upper case. What is left must be digits, '*', '#',
- * 'P', 'W', 'T' and at most one '+', in front, at most 50 characters.
- * Returns "" with the tidied number in *out, or why the number cannot be
- * stored (*out then holds nothing useful). An empty number is no error. */
+/* Reads a dialling number as people write it, into the characters a phone
+ * dials: separators (spaces of every kind, - and the dashes, '.', '/',
+ * brackets) dropped; full-width digits read as digits; "++" read as "+"; a
+ * label in front ("Tel:", "Phone:", "Mobile:"...) or a tel: URI's scheme
+ * and parameters dropped; a trunk prefix 0 in brackets after a country code
+ * dropped ("+49 (0)30" is "+4930", "+61 (02)" is "+612"; not where the 0 is
+ * dialled, as in Italy); an extension ("ext. 12", "x12", ";ext=12", ",12")
+ * written as a pause and its digits ("P12"); p, w, t upper case. A leading
+ * 00 and a national number are kept as written. Letters of a vanity number
+ * are refused, as is every other character, with its place (from 1).
+ * Returns "" with the number in *out (at most 50 characters), or why it
+ * cannot be stored (*out then holds nothing useful). An empty number is no
+ * error. */
 std::string tidy_number(std::string_view in, std::string *out);
 
 /* The longest head of text that fits in max_bytes, cut at a whole UTF-8
