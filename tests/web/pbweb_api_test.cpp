@@ -32,7 +32,7 @@ protected:
     {
         std::remove(PB_DATA_DIR "/pb_device_file");
         rig_.start(kWork + "/api_card.txt",
-                   "card 20 14 20\n1,+4930123456,Zoë Müller\n2,84957654321,Анна Каренина\n"
+                   "card 20 18 20\n1,+4930123456,Zoë Müller\n2,84957654321,Анна Каренина\n"
                    "4,+8613800138000,王小明\n");
         start_web({});
     }
@@ -107,7 +107,7 @@ TEST_F(PbwebApi, SimChangesReachTheCardAndTheCardsLimitsAreReported)
     EXPECT_EQ(list.at("entries.1.name"), "Анна Каренина");
     Reply st = http("GET", "/api/status");
     EXPECT_EQ(st.at("sim.state"), "ready");
-    EXPECT_EQ(st.at("sim.name_max") + "/" + st.at("sim.number_max"), "14/20");
+    EXPECT_EQ(st.at("sim.name_max") + "/" + st.at("sim.number_max"), "18/20");
     EXPECT_EQ(st.at("device.used") + "/" + st.at("device.total"), "0/1000");
 
     Reply add = http("POST", "/api/sim/entries", R"({"name":"Ольга","number":"+74957654321"})");
@@ -277,7 +277,7 @@ TEST_F(PbwebApi, ImportCopyAndExportReportEveryContact)
     EXPECT_EQ(imp.at("contacts.1.outcome"), "no_number");
     ASSERT_EQ(http("POST", "/api/device/entries", R"({"name":"Eva","number":"030 12-34 p5"})").status, 201);
 
-    // The card takes names of 14 characters: skipped, or cut when asked.
+    // The card takes names of 18 octets: skipped, or cut when asked.
     sim_list();
     const std::string max = R"({"entries":[{"index":1,"name":"Maximilian Mustermann"},{"index":2}]})";
     Reply copy = http("POST", "/api/device/copy", max);
@@ -287,9 +287,10 @@ TEST_F(PbwebApi, ImportCopyAndExportReportEveryContact)
     EXPECT_EQ(copy.at("contacts.1.entry.sim_index"), "3");
     EXPECT_EQ(rig_.card_name(3), "Eva");
     copy = http("POST", "/api/device/copy", max.substr(0, max.size() - 1) + ",\"cut\":true}");
-    EXPECT_EQ(copy.at("contacts.0.entry.name") + "|" + copy.at("contacts.0.name_cut"), "Maximilian Mus|true");
+    EXPECT_EQ(copy.at("contacts.0.entry.name") + "|" + copy.at("contacts.0.name_cut"),
+              "Maximilian Musterm|true");
     EXPECT_EQ(copy.at("contacts.1.outcome"), "duplicate");
-    EXPECT_EQ(rig_.card_name(5), "Maximilian Mus");
+    EXPECT_EQ(rig_.card_name(5), "Maximilian Musterm");
 
     Reply all = http("POST", "/api/sim/copy", R"({"all":true})");
     EXPECT_EQ(all.at("phonebook") + " " + all.at("added") + "/" + all.at("read"), "device 4/5")

@@ -27,6 +27,7 @@ const CmdInfo kCommands[] = {
     {"import", Cmd::IMPORT, false},
     {"export", Cmd::EXPORT, true},
     {"copy", Cmd::COPY, true},
+    {"check", Cmd::CHECK, true},
 };
 
 constexpr int kOptCut = 0x100;  // --cut has no short spelling
@@ -230,6 +231,13 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         if (n == 0)
             return "delete: give one or more indexes";
         break;
+    case Cmd::CHECK:
+        if (n != 0 || !has_fields)
+            return "check: give --name, --number or --email, and no index";
+        if (args->format || args->cut)
+            return "check takes no --format or --cut";
+        // The fields are the check's to judge, not refusals of the command line.
+        return "";
     case Cmd::EXPORT:
     case Cmd::COPY: break;
     }
@@ -277,6 +285,11 @@ Commands:
                                    index is given
   copy sim device [INDEX...]       copy entries (all when no index is given)
   copy device sim [INDEX...]       from one phonebook into the other
+  check PHONEBOOK [--name NAME] [--number NUMBER] [--email EMAIL]
+                                   how the fields would be stored and whether
+                                   they fit: bytes of 50, and on the SIM the
+                                   name's octets on the card (GSM 7-bit, or
+                                   UCS-2) and the number's digits
   help                             show this text
 
 Options:

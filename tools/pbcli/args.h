@@ -12,7 +12,7 @@
 
 namespace pbcli {
 
-enum class Cmd { HELP, LIST, SHOW, ADD, EDIT, DELETE, DELETE_ALL, IMPORT, EXPORT, COPY };
+enum class Cmd { HELP, LIST, SHOW, ADD, EDIT, DELETE, DELETE_ALL, IMPORT, EXPORT, COPY, CHECK };
 
 struct Args {
     Cmd cmd = Cmd::HELP;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -457,6 +458,45 @@ Exit cmd_copy(Session &s, const Entries &v)
     return print_report(s, report, "\"from\":\"" + std::string(storage_name(a.type)) + "\",", a.to, "index");
 }
 
+// How the fields given would be stored, and whether they fit: the page's
+// live check, from the command line.
+Exit cmd_check(Session &s)
+{
+    const Args &a = s.args();
+    pbx::SimLimits limits;
+    const bool known = a.type == STORAGE_TYPE_SIM && pbx::read_sim_limits(&limits);
+    const pbx::FieldsCheck c =
+        pbx::check_fields(a.type, a.name, a.number, a.email, known ? &limits : nullptr);
+    const bool fits = c.name_fits && c.number_fits && c.email_fits;
+    if (a.json) {
+        std::cout << "{\"ok\":" << (fits ? "true" : "false") << "," << json_check(c) << "}\n";
+        return fits ? EXIT_OK : EXIT_FAILED;
+    }
+    const auto max = [&](int v) { return known ? std::to_string(v) : std::string("?"); };
+    const auto verdict = [](bool ok) { return ok ? "" : ": does not fit"; };
+    if (c.has_name) {
+        std::cout << "Name:    " << c.name_bytes << " of " << PB_TEXT_LEN - 1 << " bytes";
+        if (c.sim && c.name_card.encoding == pbx::SimText::NONE)
+            std::cout << "; the card cannot store characters outside the basic plane (emoji)";
+        else if (c.sim)
+            std::cout << "; on the card " << pbx::sim_text_name(c.name_card.encoding) << ", "
+                      << c.name_card.octets << " of " << max(c.limits.name_octets) << " octets";
+        std::cout << verdict(c.name_fits) << "\n";
+    }
+    if (c.has_number && !c.number_error.empty())
+        std::cout << "Number:  " << c.number_error << "\n";
+    else if (c.has_number)
+        std::cout << "Number:  stored as " << (c.number.empty() ? "(none)" : c.number)
+                  << (c.sim ? "; " + std::to_string(c.number_digits) + " of " +
+                                  max(pbx::sim_max_digits(c.limits)) + " digits on the card"
+                            : std::string())
+                  << "\n";
+    if (c.has_email)
+        std::cout << "E-mail:  " << c.email_bytes << " of " << PB_TEXT_LEN - 1 << " bytes"
+                  << verdict(c.email_fits) << "\n";
+    return fits ? EXIT_OK : EXIT_FAILED;
+}
+
 }  // namespace
 
 Exit run_command(const Args &args)
@@ -466,7 +506,7 @@ Exit run_command(const Args &args)
     // the SIM, waiting while the card is being read): a change goes out
     // only to a phonebook that is ready.
     Entries v;
-    if (args.type != STORAGE_TYPE_UNKNOWN)
+    if (args.type != STORAGE_TYPE_UNKNOWN && args.cmd != Cmd::CHECK)
         if (int rc = s.read_all(args.type, &v); rc != PB_RCODE_OK)
             return s.fail(rc, command_word(args.cmd));
     switch (args.cmd) {
@@ -480,6 +520,7 @@ Exit run_command(const Args &args)
     case Cmd::IMPORT: return cmd_import(s);
     case Cmd::EXPORT: return cmd_export(s, v);
     case Cmd::COPY: return cmd_copy(s, v);
+    case Cmd::CHECK: return cmd_check(s);
     }
     return EXIT_USAGE;
 }

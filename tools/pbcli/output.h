@@ -58,6 +58,12 @@ std::string json_ints(const std::vector<int> &v);  // [1,2,3]
 // "read":N,"added":N,"not_added":N,"contacts":[...] of the whole report.
 std::string json_report_line(const pbx::ReportLine &l);
 std::string json_report(const pbx::Report &r);
+// The members of a check of an entry's fields ("phonebook", then "name",
+// "number", "email" as given): bytes of the 50 a field holds, whether it
+// fits, and for the SIM how the card stores it (the name's encoding and
+// octets, the number's digits) against the card's limits (null while
+// unknown). pbweb's check answer and pbcli check --json alike.
+std::string json_check(const pbx::FieldsCheck &c);
 
 // The entry with this index, or null.
 const pb_flash_info *find_entry(const std::vector<pb_flash_info> &v, int index);

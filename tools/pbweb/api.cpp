@@ -89,7 +89,7 @@ Response status(Phonebook &pb, bool login)
     s += src == PB_RCODE_OK ? "ready" : busy ? "reading" : "unavailable";
     s += "\",\"used\":" + (src == PB_RCODE_OK ? std::to_string(sim.size()) : "null");
     s += ",\"total\":" + total_of(pb, STORAGE_TYPE_SIM);
-    s += ",\"name_max\":" + (lim.name_chars > 0 ? std::to_string(lim.name_chars) : "null");
+    s += ",\"name_max\":" + (lim.name_octets > 0 ? std::to_string(lim.name_octets) : "null");
     s += ",\"number_max\":" + (lim.number_digits > 0 ? std::to_string(lim.number_digits) : "null");
     if (src != PB_RCODE_OK)
         s += ",\"code\":" + std::to_string(src) + ",\"error\":" + json_string(rcode_message(src));
@@ -397,6 +397,19 @@ Response copy(Phonebook &pb, const ApiRequest &req, const Json &body)
     return report_answer(into, "\"from\":\"" + std::string(book(from)) + "\",", report);
 }
 
+// How the fields given would be stored and whether they fit: the page's
+// live counters ask here rather than repeating the rules.
+Response check(Phonebook &pb, const ApiRequest &req)
+{
+    const SimLimits lim = pb.sim_limits();
+    pbx::SimLimits card;
+    card.name_octets = lim.name_octets;
+    card.number_digits = lim.number_digits;
+    const bool known = card.name_octets > 0 && card.number_digits > 0;
+    return ok(pbcli::json_check(
+        pbx::check_fields(req.route.type, req.name, req.number, req.email, known ? &card : nullptr)));
+}
+
 }  // namespace
 
 Response error_response(int status, int code, const std::string &message)
@@ -441,6 +454,7 @@ Response handle_api(Phonebook &pb, const ApiRequest &req)
     case Op::IMPORT: return import(pb, req);
     case Op::EXPORT: return export_file(pb, req);
     case Op::COPY: return with_body(pb, req, copy);
+    case Op::CHECK: return check(pb, req);
     case Op::BAD_METHOD: return error_response(405, PB_RCODE_ARGSERR, "method not allowed here");
     default: return error_response(404, PB_RCODE_ARGSERR, "no such API path");
     }

@@ -100,6 +100,8 @@ Route parse_route(const std::string &method, const std::string &path)
             return want("POST", Op::IMPORT);
         if (what == "copy")
             return want("POST", Op::COPY);
+        if (what == "check")
+            return want("GET", Op::CHECK);
         return r;
     }
     if (p.size() == 5 && what == "entries" && parse_index(p[4], &r.index))

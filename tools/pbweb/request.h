@@ -29,6 +29,7 @@ enum class Op {
     IMPORT,      // POST /api/device/import
     EXPORT,      // GET  /api/{book}/export[?index=1,2,...][&format=F]
     COPY,        // POST /api/{book}/copy: into the other phonebook
+    CHECK,       // GET  /api/{book}/check?name=&number=&email=
 };
 
 struct Route {

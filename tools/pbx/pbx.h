@@ -23,6 +23,7 @@
 #define PBX_H
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -108,14 +109,51 @@ struct SimLimits {
  * has not read one yet. */
 bool read_sim_limits(SimLimits *out);
 
-/* Octets a name takes on the card: one per character of the GSM 7-bit
- * default alphabet (two for its extension table) when every character has a
- * GSM code, else the UCS-2 form, 1 + 2 per character. -1 when a character
- * lies outside the basic plane and cannot be stored at all. */
-int sim_name_octets(std::string_view name);
+/* How a name is stored in a card record's alpha identifier: in the GSM
+ * 7-bit default alphabet when every character has a GSM code, one octet a
+ * character and two for one of its extension table (^ { } \\ [ ~ ] | and
+ * the euro sign); else in the UCS-2 form 0x80, 1 + 2 octets a character.
+ * The one rule for every user interface, the copy and the simulated card. */
+enum class SimText { GSM7, UCS2, NONE /* a character outside the basic plane: not storable */ };
+struct SimName {
+    SimText encoding;
+    int octets; /* -1 when NONE */
+};
+SimName sim_name(std::string_view name);
+int sim_name_octets(std::string_view name); /* sim_name(name).octets */
+const char *sim_text_name(SimText t);       /* "GSM 7-bit", "UCS-2", "none" */
+
+/* Digits the number field of a card record holds, whatever the card says. */
+constexpr int SIM_RECORD_DIGITS = 20;
+/* The most digits a number may have on this card. */
+int sim_max_digits(const SimLimits &limits);
 
 /* Digits a number takes on the card; a leading '+' is not one of them. */
 int sim_number_digits(std::string_view number);
+
+/* What an entry's fields become in a phonebook and whether they fit: the
+ * check behind the page's live counters and `pbcli check`. A field not
+ * given is not checked. */
+struct FieldsCheck {
+    bool sim = false;          /* checked for the SIM phonebook */
+    bool limits_known = false; /* the card's limits were read (SIM) */
+    SimLimits limits;
+    bool has_name = false, has_number = false, has_email = false;
+    size_t name_bytes = 0;
+    SimName name_card{SimText::GSM7, 0}; /* SIM only */
+    bool name_fits = true;
+    std::string number;       /* as it will be stored */
+    std::string number_error; /* why it cannot be stored, else "" */
+    int number_digits = 0;    /* on the card (SIM only) */
+    bool number_fits = true;
+    size_t email_bytes = 0;
+    bool email_fits = true;
+};
+/* limits: the card's, or null when not known (a name or number is then
+ * checked against the 50-byte fields alone). */
+FieldsCheck check_fields(storage_type_t type, const std::optional<std::string> &name,
+                         const std::optional<std::string> &number, const std::optional<std::string> &email,
+                         const SimLimits *limits);
 
 /* What became of one contact. */
 enum class Outcome {
