@@ -4,6 +4,11 @@
 // files behind it.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -92,7 +97,9 @@ TEST_F(PbcliE2e, SeveralIndexesAreDoneAndTheMissingOnesReported)
 
     Outcome exp = pbcli({"export", "device", out, "3", "1", "9"});
     EXPECT_EQ(exp.status, 5) << "index 9 has no entry";
-    EXPECT_EQ(pbt::slurp(out), "李娜,+861087654321,\nJürgen Groß,+491711234567,j@example.de\n");
+    EXPECT_EQ(pbt::slurp(out),
+              "name,number,email\r\n李娜,+861087654321,\r\nJürgen Groß,+491711234567,j@example.de\r\n")
+        << "CSV unless told";
 
     Outcome del = pbcli({"delete", "device", "1", "3", "77"});
     EXPECT_EQ(del.status, 5);
@@ -215,6 +222,78 @@ TEST_F(PbcliE2e, ModemRestartsAreRecoveredWithoutRestartingTheHost)
     rig_.stop_host();
     rig_.start_host();
     EXPECT_EQ(listed_sim(), kListed);
+}
+
+// Every export format imported back gives the same phonebook, through a
+// file and through a pipe; the router's own lines refuse, naming it, an
+// entry they cannot carry instead of splitting it.
+TEST_F(PbcliE2e, EveryExportFormatReadsBackAsTheSamePhonebook)
+{
+    const std::string in = kWork + "/e2e_trip_in.csv";
+    std::ofstream(in)
+        << "name,number,email\n\"Smith, John \"\"Jack\"\"\",+44 20 7946 0018 ext. 12,\n"
+           "Zoë Müller,030/1234567,zoe@example.de\nАнна,*100#,\n王小明,+86 138 0013 8000,w@x.cn\n";
+    ASSERT_EQ(pbcli({"import", in}).at("added"), "4");
+    const std::string before = pbcli({"list", "device"}).out;
+    const auto round_trip = [&](const std::string &format, const std::string &file) {
+        Outcome exp = pbcli({"export", "device", file, "--format", format});
+        EXPECT_EQ(exp.status, 0) << format << ": " << exp.out;
+        ASSERT_EQ(pbcli({"delete-all", "device", "--yes"}).status, 0);
+        Outcome imp = pbcli({"import", file});
+        EXPECT_EQ(imp.at("format"), format);
+        EXPECT_EQ(pbcli({"list", "device"}).out, before) << format << "\n" << pbt::slurp(file);
+    };
+    round_trip("csv", kWork + "/e2e_trip.csv");
+    round_trip("vcard", kWork + "/e2e_trip.vcf");
+
+    // '-': standard output, piped into an import from standard input.
+    ASSERT_EQ(
+        std::system((PBCLI_BIN " export device - --format vcard > " + kWork + "/e2e_piped.vcf").c_str()), 0);
+    ASSERT_EQ(pbcli({"delete-all", "device", "--yes"}).status, 0);
+    ASSERT_EQ(std::system(("cat " + kWork + "/e2e_piped.vcf | " PBCLI_BIN " import - >/dev/null").c_str()),
+              0);
+    EXPECT_EQ(pbcli({"list", "device"}).out, before) << "through a pipe";
+
+    const std::string backup = kWork + "/e2e_backup.txt";
+    std::remove(backup.c_str());
+    Outcome refused = pbcli({"export", "device", backup, "--format", "module"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.at("error").find("entry 1 (\"Smith, John \"Jack\"\"): its name holds a comma"),
+              std::string::npos)
+        << refused.at("error");
+    EXPECT_FALSE(pbt::exists(backup)) << "nothing written";
+    ASSERT_EQ(pbcli({"delete-all", "device", "--yes"}).status, 0);
+    std::ofstream(in) << "name,number,email\nZoë Müller,030/1234567,zoe@example.de\nАнна,*100#,\n";
+    ASSERT_EQ(pbcli({"import", in}).at("added"), "2");
+    const std::string rest = pbcli({"list", "device"}).out;
+    Outcome saved = pbcli({"export", "device", backup, "--format", "module"});
+    ASSERT_EQ(saved.status, 0) << saved.out;
+    ASSERT_EQ(pbcli({"delete-all", "device", "--yes"}).status, 0);
+    ASSERT_EQ(pbcli({"import", backup}).at("format"), "module");
+    EXPECT_EQ(pbcli({"list", "device"}).out, rest) << pbt::slurp(backup);
+}
+
+// The temporary file of an export cut short is cleared by the next export
+// into its folder; one whose writer still holds it is left alone.
+TEST_F(PbcliE2e, ExportsClearTheTemporaryFilesOfExportsCutShort)
+{
+    const std::string dir = kWork + "/e2e_exports";
+    mkdir(dir.c_str(), 0700);
+    const std::string target = dir + "/book.csv", dead = dir + "/.book.csv.pbexport-AbC123",
+                      busy = dir + "/.book.csv.pbexport-XyZ789";
+    std::ofstream(dead) << "half a";
+    std::ofstream(busy) << "being written";
+    const timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
+    utimensat(AT_FDCWD, dead.c_str(), old, 0);
+    utimensat(AT_FDCWD, busy.c_str(), old, 0);
+    const int held = open(busy.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+
+    ASSERT_EQ(pbcli({"export", "sim", target}).status, 0);
+    EXPECT_EQ(pbt::slurp(target).rfind("name,number,email\r\nZoë Müller,+4930123456,\r\n", 0), 0u);
+    EXPECT_FALSE(pbt::exists(dead)) << "left by an export that died";
+    EXPECT_TRUE(pbt::exists(busy)) << "its writer holds it";
+    close(held);
 }
 
 // "Does this name fit the card?" has one answer: the page's (pbweb's check),

@@ -178,6 +178,28 @@ TEST(Formats, EveryFormatReadsBackWhatItWrote)
     }
 }
 
+// The router's lines have no quoting: what would read back as another
+// contact is named, so that the export refuses it rather than split it.
+TEST(Formats, TheRoutersLinesNameWhatTheyCannotCarry)
+{
+    const struct {
+        pb_flash_info e;
+        const char *why;  // part of the refusal, or "" for none
+    } cases[] = {
+        {entry(1, "Zoë Müller", "+4930123456", "zoe@example.de"), ""},
+        {entry(2, "Smith, John", "1", ""), "entry 2 (\"Smith, John\"): its name holds a comma"},
+        {entry(3, "Two\nLines", "1", ""), "line break"},
+        {entry(4, "112", "999", ""), "read back as the number"},
+        {entry(5, "", "999", ""), "both a name and a number"},
+        {entry(6, "Anna", "", ""), "both a name and a number"},
+        {entry(7, "Anna", "1", "a b@x"), "e-mail holds a blank"},
+    };
+    for (const auto &c : cases) {
+        const std::string why = pbx::module_lines_refusal({c.e});
+        EXPECT_TRUE(*c.why ? why.find(c.why) != std::string::npos : why.empty()) << c.e.index << ": " << why;
+    }
+}
+
 TEST(SimNames, OctetsFollowTheEncodingTheNameNeeds)
 {
     const struct {

@@ -154,12 +154,22 @@ TEST_F(PbwebApi, DevicePhonebookEveryOperation)
     Reply edit = http("PUT", "/api/device/entries/2", R"({"email":"olga@example.ru"})");
     EXPECT_EQ(edit.at("entry.email"), "olga@example.ru");
 
-    Reply some = http("GET", "/api/device/export?index=3,1");
+    // The router's own lines are a backup: a text file, not CSV.
+    Reply some = http("GET", "/api/device/export?index=3,1&format=module");
     EXPECT_EQ(some.status, 200);
-    EXPECT_EQ(some.headers["content-disposition"], "attachment; filename=\"device-phonebook.csv\"");
+    EXPECT_EQ(some.headers["content-disposition"], "attachment; filename=\"device-phonebook.txt\"");
+    EXPECT_EQ(some.headers["content-type"], "text/plain; charset=utf-8");
     EXPECT_EQ(some.body, "李娜,+861087654321,\nJürgen Groß,+491711234567,j@example.de\n");
-    const std::string all = http("GET", "/api/device/export").body;
-    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 4);
+    Reply all = http("GET", "/api/device/export");
+    EXPECT_EQ(all.headers["content-disposition"], "attachment; filename=\"device-phonebook.csv\"")
+        << "CSV unless told";
+    EXPECT_EQ(std::count(all.body.begin(), all.body.end(), '\n'), 5);
+    // A name the lines cannot carry is refused with the entry, not split.
+    ASSERT_EQ(http("PUT", "/api/device/entries/3", R"({"name":"Li, Na"})").status, 200);
+    Reply split = http("GET", "/api/device/export?format=module");
+    EXPECT_EQ(split.status, 400);
+    EXPECT_NE(split.at("error").find("entry 3 (\"Li, Na\"): its name holds a comma"), std::string::npos)
+        << split.body;
 
     Reply del = http("POST", "/api/device/delete", R"({"entries":[{"index":1},{"index":3},{"index":1}]})");
     EXPECT_EQ(del.at("deleted"), "#2") << del.body;

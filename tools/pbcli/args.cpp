@@ -282,7 +282,10 @@ Commands:
                                    module's own lines) to the device phonebook
                                    and report what became of each
   export PHONEBOOK FILE [INDEX...] write entries to a file, all of them when no
-                                   index is given
+                                   index is given; the file is replaced whole
+                                   and flushed to the disk; FILE - is
+                                   standard output (import - reads standard
+                                   input)
   copy sim device [INDEX...]       copy entries (all when no index is given)
   copy device sim [INDEX...]       from one phonebook into the other
   check PHONEBOOK [--name NAME] [--number NUMBER] [--email EMAIL]
@@ -301,11 +304,13 @@ Options:
                       at most 50 bytes
   -e, --email EMAIL   e-mail address, at most 50 bytes
   -y, --yes           confirm delete-all
-  -f, --format FORMAT import and export: vcard (vCard 3.0 written; 2.1, 3.0
-                      and 4.0 read), csv (a header row name,number,email;
-                      address-book columns read) or module (one entry a line,
-                      no header, no quoting). Export writes module unless
-                      told; import tells the format from the content.
+  -f, --format FORMAT import and export: csv (a header row name,number,email;
+                      address-book columns read), vcard (vCard 3.0 written;
+                      2.1, 3.0 and 4.0 read) or module (the router's own
+                      lines: a backup format, no header, no quoting; an entry
+                      it cannot carry, such as a name with a comma, stops the
+                      export). Export writes csv unless told; import tells
+                      the format from the content.
   -v, --verbose       import, copy: a line for every contact
       --cut           copy device sim: cut a name the card cannot hold to fit
                       (at a whole character) instead of leaving it out
@@ -320,7 +325,8 @@ added twice.
 
 The module's own lines have no header and no quoting: export writes
 name,number,email, import reads number,name,email (and name first when the
-first field is no number).
+first field is no number). Keep them as a backup (.txt); give address
+books CSV or vCard.
 
 Exit status:
   0  done

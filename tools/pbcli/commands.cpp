@@ -187,14 +187,14 @@ Exit not_found(const Session &s, int index)
 // line of text), and the indexes without an entry, which make the exit
 // status EXIT_NOT_FOUND.
 Exit print_done(const Session &s, const std::string &json_members, const std::string &text,
-                const std::vector<int> &missing)
+                const std::vector<int> &missing, std::ostream &out = std::cout)
 {
     const Exit status = missing.empty() ? EXIT_OK : EXIT_NOT_FOUND;
     if (s.args().json) {
-        std::cout << "{\"ok\":" << (status == EXIT_OK ? "true" : "false") << ",\"phonebook\":\"" << s.book()
-                  << "\"," << json_members << ",\"not_found\":" << json_ints(missing) << "}\n";
+        out << "{\"ok\":" << (status == EXIT_OK ? "true" : "false") << ",\"phonebook\":\"" << s.book()
+            << "\"," << json_members << ",\"not_found\":" << json_ints(missing) << "}\n";
     } else {
-        std::cout << text << "\n";
+        out << text << "\n";
         if (!missing.empty())
             std::cerr << "pbcli: no entry at index " << join(missing) << "\n";
     }
@@ -404,27 +404,23 @@ Exit cmd_export(Session &s, const Entries &v)
 {
     const Args &a = s.args();
     const auto [chosen, missing] = choose(v, a.indexes);
-    const pbx::Format f = a.format.value_or(pbx::Format::MODULE);
-    bool written;
+    const pbx::Format f = a.format.value_or(pbx::DEFAULT_EXPORT);
     if (f == pbx::Format::MODULE) {
-        // The module's own writer, as it always was.
-        std::vector<zp_int32> arr;
-        for (const auto &e : chosen)
-            arr.push_back(static_cast<zp_int32>(e.index));
-        written =
-            simlib_pb_export(a.file.c_str(), a.type, arr.data(), static_cast<int>(arr.size())) == PB_RCODE_OK;
-    } else {
-        written = write_text_file(a.file, pbx::format(chosen, f));
+        // A backup that would read back otherwise is refused whole.
+        if (const std::string why = pbx::module_lines_refusal(chosen); !why.empty())
+            return s.fail_text(EXIT_FAILED, "export: " + why);
     }
-    if (!written)
+    if (!write_text_file(a.file, pbx::format(chosen, f)))
         return s.fail_text(EXIT_FAILED, "export: cannot write '" + a.file + "'");
+    // Written to standard output: what is said goes to standard error.
+    const bool piped = a.file == "-";
     return print_done(s,
                       "\"file\":" + json_string(a.file) + ",\"format\":\"" + pbx::format_name(f) +
                           "\",\"exported\":" + std::to_string(chosen.size()),
                       "Exported " + std::to_string(chosen.size()) +
                           (chosen.size() == 1 ? " entry" : " entries") + " of the " + book_title(a.type) +
-                          " phonebook to " + a.file,
-                      missing);
+                          " phonebook to " + (piped ? "standard output" : a.file),
+                      missing, piped ? std::cerr : std::cout);
 }
 
 Exit cmd_copy(Session &s, const Entries &v)

@@ -342,7 +342,7 @@ Response export_file(Phonebook &pb, const ApiRequest &req)
     std::string err;
     if (req.has_index_list && !parse_index_list(req.index_list, &indexes, &err))
         return bad_input("index: " + err);
-    if (!read_format(req, pbx::Format::MODULE, &f, &err))
+    if (!read_format(req, pbx::DEFAULT_EXPORT, &f, &err))
         return bad_input(err);
     Entries now, chosen;
     if (int rc = pb.read(type, &now); rc != PB_RCODE_OK)
@@ -353,12 +353,17 @@ Response export_file(Phonebook &pb, const ApiRequest &req)
             return failure(kMissing, "", type, i);
         chosen.push_back(*e);
     }
+    const Entries &out = indexes.empty() ? now : chosen;
+    if (f == pbx::Format::MODULE) {
+        // A backup that would read back otherwise is refused whole.
+        if (const std::string why = pbx::module_lines_refusal(out); !why.empty())
+            return bad_input("export: " + why);
+    }
     Response r;
-    r.body = pbx::format(indexes.empty() ? now : chosen, f);
-    r.content_type = f == pbx::Format::VCARD ? "text/vcard; charset=utf-8" : "text/csv; charset=utf-8";
+    r.body = pbx::format(out, f);
+    r.content_type = pbx::format_media_type(f);
     r.headers.emplace_back("Content-Disposition", "attachment; filename=\"" + std::string(book(type)) +
-                                                      "-phonebook." +
-                                                      (f == pbx::Format::VCARD ? "vcf" : "csv") + "\"");
+                                                      "-phonebook." + pbx::format_extension(f) + "\"");
     return r;
 }
 

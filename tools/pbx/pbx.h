@@ -50,6 +50,13 @@ enum class Format { VCARD, CSV, MODULE };
 /* "vcard", "csv" or "module". False for anything else. */
 bool parse_format(std::string_view word, Format *out);
 const char *format_name(Format f);
+/* What an export is offered as unless told otherwise: CSV, which every
+ * address book reads and which carries every name. */
+constexpr Format DEFAULT_EXPORT = Format::CSV;
+/* A file of the format: its extension ("vcf", "csv", "txt" for the
+ * module's lines, a backup format) and its media type. */
+const char *format_extension(Format f);
+const char *format_media_type(Format f);
 
 /* vCard when the text (after a byte-order mark and blank lines) begins with
  * BEGIN:VCARD; CSV when its first line is a header naming a name, number or
@@ -75,8 +82,15 @@ std::vector<Contact> parse(std::string_view text, Format f);
 std::string format_vcard(const std::vector<pb_flash_info> &entries);
 /* CSV with the header "name,number,email", quoted where needed, CRLF. */
 std::string format_csv(const std::vector<pb_flash_info> &entries);
-/* The module's own "name,number,email" lines, as simlib_pb_export writes. */
+/* The module's own "name,number,email" lines, as simlib_pb_export writes:
+ * a backup format, with no quoting. */
 std::string format_module(const std::vector<pb_flash_info> &entries);
+/* Why those lines cannot carry the entries so that they read back the same
+ * (a comma or a line break in a name, a name that reads as a number, no
+ * name or no number, a blank in the e-mail), naming each entry ("...;
+ * entry 3 (\"Smith, John\"): its name holds a comma or a line break"), or
+ * "" when they can. */
+std::string module_lines_refusal(const std::vector<pb_flash_info> &entries);
 std::string format(const std::vector<pb_flash_info> &entries, Format f);
 
 /* Reads a dialling number as people write it, into the characters a phone

@@ -412,7 +412,9 @@ async function exportEntries(indexes) {
     const blob = await res.blob();
     const a = document.createElement('a');
     a.href = URL.createObjectURL(blob);
-    a.download = `${state.book}-phonebook.${format === 'vcard' ? 'vcf' : 'csv'}`;
+    // The file's name is pbweb's (its extension says the format).
+    const named = /filename="([^"]+)"/.exec(res.headers.get('Content-Disposition') || '');
+    a.download = named ? named[1] : `${state.book}-phonebook`;
     document.body.append(a);
     a.click();
     a.remove();
