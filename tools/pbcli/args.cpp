@@ -28,6 +28,7 @@ const CmdInfo kCommands[] = {
     {"export", Cmd::EXPORT, true},
     {"copy", Cmd::COPY, true},
     {"check", Cmd::CHECK, true},
+    {"find", Cmd::FIND, false},
 };
 
 constexpr int kOptCut = 0x100;  // --cut has no short spelling
@@ -190,6 +191,11 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
             return "copy: name the phonebook to copy into: copy sim device, or copy device sim";
         next = 3;
     }
+    if (args->cmd == Cmd::FIND) {
+        if (pos.size() <= next)
+            return "find: give the text to look for";
+        args->text = pos[next++];
+    }
     if (args->cmd == Cmd::IMPORT || args->cmd == Cmd::EXPORT) {
         if (pos.size() <= next)
             return pos[0] + ": name the text file";
@@ -209,6 +215,7 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
     case Cmd::LIST:
     case Cmd::DELETE_ALL:
     case Cmd::IMPORT:
+    case Cmd::FIND:
         if (n != 0)
             return pos[0] + " takes no index";
         if (args->cmd == Cmd::DELETE_ALL && !args->yes)
@@ -288,6 +295,10 @@ Commands:
                                    input)
   copy sim device [INDEX...]       copy entries (all when no index is given)
   copy device sim [INDEX...]       from one phonebook into the other
+  find TEXT                        the entries of both phonebooks whose name
+                                   holds TEXT in any case (every script with
+                                   case) or whose number holds its digits,
+                                   separators ignored
   check PHONEBOOK [--name NAME] [--number NUMBER] [--email EMAIL]
                                    how the fields would be stored and whether
                                    they fit: bytes of 50, and on the SIM the

@@ -12,7 +12,7 @@
 
 namespace pbcli {
 
-enum class Cmd { HELP, LIST, SHOW, ADD, EDIT, DELETE, DELETE_ALL, IMPORT, EXPORT, COPY, CHECK };
+enum class Cmd { HELP, LIST, SHOW, ADD, EDIT, DELETE, DELETE_ALL, IMPORT, EXPORT, COPY, CHECK, FIND };
 
 struct Args {
     Cmd cmd = Cmd::HELP;
@@ -22,6 +22,7 @@ struct Args {
     std::vector<int> indexes;  // device indexes, 1..1000
     std::optional<std::string> name, number, email;
     std::string file;
+    std::string text;                          // find: what to look for
     bool yes = false;                          // confirms delete-all
     storage_type_t to = STORAGE_TYPE_UNKNOWN;  // copy: the phonebook copied into
     std::optional<pbx::Format> format;         // import, export: the text format

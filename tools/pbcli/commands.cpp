@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 #include <iostream>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <thread>
@@ -454,6 +455,33 @@ Exit cmd_copy(Session &s, const Entries &v)
     return print_report(s, report, "\"from\":\"" + std::string(storage_name(a.type)) + "\",", a.to, "index");
 }
 
+// The entries of both phonebooks that the text finds, by the search the
+// page uses.
+Exit cmd_find(Session &s)
+{
+    const pbx::Search search(s.args().text);
+    std::string json;
+    for (storage_type_t type : {STORAGE_TYPE_SIM, STORAGE_TYPE_FLASH}) {
+        Entries all, found;
+        if (int rc = s.read_all(type, &all); rc != PB_RCODE_OK)
+            return s.fail(rc, std::string("find in the ") + book_title(type) + " phonebook");
+        std::copy_if(all.begin(), all.end(), std::back_inserter(found),
+                     [&](const pb_flash_info &e) { return search.matches(e); });
+        if (s.args().json) {
+            json += std::string(",\"") + storage_name(type) +
+                    "\":{\"count\":" + std::to_string(found.size()) + ",\"entries\":" + json_entries(found) +
+                    "}";
+            continue;
+        }
+        std::cout << "Found in the " << book_title(type) << " phonebook: " << found.size() << " of "
+                  << all.size() << (all.size() == 1 ? " entry" : " entries") << "\n";
+        print_table(std::cout, type, found, false);
+    }
+    if (s.args().json)
+        std::cout << "{\"ok\":true,\"text\":" << json_string(s.args().text) << json << "}\n";
+    return EXIT_OK;
+}
+
 // How the fields given would be stored, and whether they fit: the page's
 // live check, from the command line.
 Exit cmd_check(Session &s)
@@ -517,6 +545,7 @@ Exit run_command(const Args &args)
     case Cmd::EXPORT: return cmd_export(s, v);
     case Cmd::COPY: return cmd_copy(s, v);
     case Cmd::CHECK: return cmd_check(s);
+    case Cmd::FIND: return cmd_find(s);
     }
     return EXIT_USAGE;
 }

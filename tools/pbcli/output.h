@@ -84,8 +84,10 @@ size_t display_width(const std::string &s);
 // \n, \t, \xNN, so that one entry stays on one line.
 std::string display_text(const std::string &s);
 
-// A table of entries, with the SIM record column for the SIM phonebook.
-void print_table(std::ostream &out, storage_type_t type, const std::vector<pb_flash_info> &v);
+// A table of entries, with the SIM record column for the SIM phonebook,
+// under a line with the phonebook and its count unless heading is false.
+void print_table(std::ostream &out, storage_type_t type, const std::vector<pb_flash_info> &v,
+                 bool heading = true);
 
 }  // namespace pbcli
 

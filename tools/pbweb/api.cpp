@@ -114,9 +114,10 @@ Response list(Phonebook &pb, const ApiRequest &req)
         if (req.search.empty()) {
             pbcli::append_json_entries(&r.body, all, count);
         } else {
+            const pbx::Search search(req.search);
             Entries found;
             std::copy_if(all, all + count, std::back_inserter(found),
-                         [&](const pb_flash_info &e) { return entry_matches_search(e, req.search); });
+                         [&](const pb_flash_info &e) { return search.matches(e); });
             pbcli::append_json_entries(&r.body, found.data(), found.size());
         }
         r.body += '}';

@@ -37,13 +37,6 @@ std::vector<std::string> split(const std::string &s, char sep)
     return parts;
 }
 
-std::string lower(std::string s)
-{
-    for (char &c : s)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-}
-
 bool read_text(const Json &obj, const char *key, std::optional<std::string> *out, std::string *error)
 {
     const Json *v = obj.get(key);
@@ -171,14 +164,6 @@ bool entry_matches(const pb_flash_info &e, const EntryFields &shown)
 {
     return (!shown.name || *shown.name == e.name) && (!shown.number || *shown.number == e.num) &&
            (!shown.email || *shown.email == e.email);
-}
-
-bool entry_matches_search(const pb_flash_info &e, const std::string &text)
-{
-    if (text.empty())
-        return true;
-    return lower(e.name).find(lower(text)) != std::string::npos ||
-           std::strstr(e.num, text.c_str()) != nullptr;
 }
 
 }  // namespace pbweb

@@ -73,10 +73,6 @@ bool read_shown_entry(const Json &obj, ShownEntry *out, std::string *error);
 // True when the entry still holds every field that was shown.
 bool entry_matches(const pb_flash_info &e, const EntryFields &shown);
 
-// Search of a list: true when the text is in the name (ASCII letters in any
-// case) or in the number. An empty text matches every entry.
-bool entry_matches_search(const pb_flash_info &e, const std::string &text);
-
 }  // namespace pbweb
 
 #endif

@@ -22,48 +22,6 @@ struct Char {
     size_t place;
 };
 
-// Full-width forms (U+FF01..U+FF5E) are the ASCII characters; the
-// ideographic space is a space.
-char32_t narrow(char32_t c)
-{
-    if (c >= 0xFF01 && c <= 0xFF5E)
-        return c - 0xFEE0;
-    return c == 0x3000 ? U' ' : c;
-}
-
-// Written between digit groups: spaces of every kind, dashes, dots,
-// slashes and brackets ("+49 (30) 123-456", "030/123 456", "030.123.456").
-bool separator(char32_t c)
-{
-    switch (c) {
-    case ' ':
-    case '\t':
-    case '-':
-    case '.':
-    case '/':
-    case '(':
-    case ')':
-    case '[':
-    case ']':
-    case 0x00A0:  // no-break space
-    case 0x1680:  // ogham space mark
-    case 0x2010:  // hyphen
-    case 0x2011:  // non-breaking hyphen
-    case 0x2012:  // figure dash
-    case 0x2013:  // en dash
-    case 0x2014:  // em dash
-    case 0x2015:  // horizontal bar
-    case 0x2212:  // minus sign
-    case 0x202F:  // narrow no-break space
-    case 0x205F:  // medium mathematical space
-    case 0x200B:  // zero width space
-    case 0x2060:  // word joiner
-    case 0xFEFF:  // zero width no-break space
-        return true;
-    default: return c >= 0x2000 && c <= 0x200A;  // en quad .. hair space
-    }
-}
-
 bool ascii_letter(char32_t c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 bool digit(char32_t c) { return c >= '0' && c <= '9'; }
 
@@ -133,7 +91,7 @@ private:
             trunk_zero_ = !cc.empty() && !zero_is_dialled(cc);
             return "";
         }
-        if (separator(c))
+        if (number_separator(c))
             return "";
         if (digit(c)) {
             if (trunk_zero_ && c == '0') {
@@ -239,7 +197,7 @@ private:
 
     void skip_blanks()
     {
-        while (i_ < in_.size() && separator(in_[i_].c))
+        while (i_ < in_.size() && number_separator(in_[i_].c))
             ++i_;
     }
 
@@ -284,7 +242,7 @@ std::string tidy_number(std::string_view in, std::string *out)
         char32_t c;
         if (!next_char(in, &i, &c))
             return "the number is not valid UTF-8 text";
-        chars.push_back({narrow(c), chars.size() + 1});
+        chars.push_back({narrow_width(c), chars.size() + 1});
     }
     if (std::string why = Reader(std::move(chars)).read(out); !why.empty())
         return why;

@@ -169,6 +169,24 @@ FieldsCheck check_fields(storage_type_t type, const std::optional<std::string> &
                          const std::optional<std::string> &number, const std::optional<std::string> &email,
                          const SimLimits *limits);
 
+/* Search of a phonebook, the same for every user interface: an entry
+ * matches when its name holds the text with case folded in every script
+ * that has case (Latin, Greek, Cyrillic, Armenian, ...; "анна" finds "Анна
+ * Каренина", "σ" finds "Σ" and "ς"), or when the text reads as a number and
+ * the entry's number holds it with the separators of both ignored ("030
+ * 12-34" finds 0301234...). An empty text matches every entry. Made once
+ * per search; matches() may then be called from any thread. */
+class Search {
+public:
+    explicit Search(std::string_view text);
+    bool matches(const pb_flash_info &e) const;
+
+private:
+    bool empty_;
+    std::u32string text_; /* folded */
+    std::string number_;  /* the text as a number, "" when it is none */
+};
+
 /* What became of one contact. */
 enum class Outcome {
     ADDED,           /* at `index` */
