@@ -339,6 +339,8 @@ std::string module_lines_refusal(const std::vector<pb_flash_info> &entries)
             why = "a line needs both a name and a number";
         else if (tidy_number(name, &as_number).empty())
             why = "its name would be read back as the number";
+        else if (name.compare(0, 3, "\xEF\xBB\xBF") == 0)
+            why = "its name begins with a byte-order mark";
         else if (email.find_first_of(" \t\v\f\r\n") != std::string_view::npos)
             why = "its e-mail holds a blank or a line break";
         if (why != nullptr)

@@ -86,8 +86,9 @@ std::string format_csv(const std::vector<pb_flash_info> &entries);
  * a backup format, with no quoting. */
 std::string format_module(const std::vector<pb_flash_info> &entries);
 /* Why those lines cannot carry the entries so that they read back the same
- * (a comma or a line break in a name, a name that reads as a number, no
- * name or no number, a blank in the e-mail), naming each entry ("...;
+ * (a comma or a line break in a name, a name that reads as a number or
+ * begins with a byte-order mark, no name or no number, a blank in the
+ * e-mail), naming each entry ("...;
  * entry 3 (\"Smith, John\"): its name holds a comma or a line break"), or
  * "" when they can. */
 std::string module_lines_refusal(const std::vector<pb_flash_info> &entries);
