@@ -182,13 +182,13 @@ pbcli copy sim device 1 2
 pbcli copy device sim 1 8
 pbcli copy --cut device sim 1
 
-step "Export a selection (entries 2, 4 and 5), all of the SIM phonebook, the device as vCard and CSV"
+step "Export a selection (entries 2, 4 and 5), all of the SIM phonebook (CSV unless told), the device as vCard, and a backup in the router's own lines"
 pbcli export device "$out/device_selection.csv" 2 4 5
 sed 's/^/    /' "$out/device_selection.csv"
 pbcli export sim "$out/sim_all.csv"
 pbcli export device "$out/device.vcf" 1 8 --format vcard
 sed 's/^/    /' "$out/device.vcf"
-pbcli export device "$out/device.csv" --format csv
+pbcli export device "$out/device-backup.txt" --format module
 
 step "Delete several entries at once, and what a script sees"
 pbcli delete device 3 6
@@ -238,7 +238,7 @@ step "Where the files are"
 cat <<EOF
   phonebook files:     $data_dir/pb_sim_file, $data_dir/pb_device_file
   exported text files: $out/device_selection.csv, $out/sim_all.csv,
-                       $out/device.vcf, $out/device.csv
+                       $out/device.vcf, $out/device-backup.txt
   the card as changed: $out/sim_card.txt
   service log:         $out/pb_host.log
   the web page:        $out/pbweb.png (screenshot), $out/pbweb.log

@@ -32,7 +32,7 @@ TEST(ParseArgs, RefusesWhatTheServiceWouldMisread)
         {{"add", "sim", "-n", "a\nb"}, "line feed"},  // would split an exported line
         {{"edit", "device", "4"}, "at least one"},
         {{"delete-all", "sim"}, "--yes"},
-        {{"add", "sim", "-n", "x", "-N", "030/123"}, "'/' cannot"},
+        {{"add", "sim", "-n", "x", "-N", "030_123"}, "'_' at place 4"},
         {{"copy", "sim", "sim"}, "copy sim device, or copy device sim"},
         {{"copy", "sim", "device", "--cut"}, "--cut is for copy device sim"},
         {{"import", "f.vcf", "--format", "xml"}, "vcard, csv or module"},

@@ -54,7 +54,7 @@ TEST_F(Exchange, ImportFillsFreePlacesAndSaysWhatBecameOfEveryContact)
     ASSERT_EQ(
         pbx::import_to_device({contact("Cleo", "+49 (30) 1-2", "c@x"), contact("Anna", "101"),
                                contact("Anna", "555", "", "work"), contact("Anna", "556"),
-                               contact("Anna", "557", "", "work"), contact("Dan", ""), contact("Eve", "12/3"),
+                               contact("Anna", "557", "", "work"), contact("Dan", ""), contact("Eve", "12_3"),
                                contact(long_name, "7", std::string(60, 'm')), contact("Anna (2)", "556")},
                               &r),
         PB_RCODE_OK);

@@ -1,7 +1,7 @@
 // Contact files read and written: sample files in the shapes phones,
 // desktop programs and address books write, the examples of RFC 2426 and
 // RFC 6350, odd but valid texts of every format, round trips of every
-// format, and the number and SIM rules.
+// format, and the SIM name rule.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -178,39 +178,26 @@ TEST(Formats, EveryFormatReadsBackWhatItWrote)
     }
 }
 
-TEST(Numbers, SeparatorsGoAndOnlyDialableCharactersStay)
+// The router's lines have no quoting: what would read back as another
+// contact is named, so that the export refuses it rather than split it.
+TEST(Formats, TheRoutersLinesNameWhatTheyCannotCarry)
 {
     const struct {
-        const char *in, *out, *error;  // error: part of the message, or null
+        pb_flash_info e;
+        const char *why;  // part of the refusal, or "" for none
     } cases[] = {
-        {"+49 (30) 123-456", "+4930123456", nullptr},
-        {"030.123\xC2\xA0"
-         "456",
-         "030123456", nullptr},
-        {"*100#", "*100#", nullptr},
-        {"0301234p5w6t", "0301234P5W6T", nullptr},
-        {"", "", nullptr},
-        {"+", nullptr, "without digits"},
-        {"12+3", nullptr, "at the start"},
-        {"++1", nullptr, "at the start"},
-        {"0800-FLOWERS", nullptr, "'F' cannot"},
-        {"123/456", nullptr, "'/' cannot"},
-        {"1\x01", nullptr, "'\\x01'"},
-        {"\xFF", nullptr, "UTF-8"},
+        {entry(1, "Zoë Müller", "+4930123456", "zoe@example.de"), ""},
+        {entry(2, "Smith, John", "1", ""), "entry 2 (\"Smith, John\"): its name holds a comma"},
+        {entry(3, "Two\nLines", "1", ""), "line break"},
+        {entry(4, "112", "999", ""), "read back as the number"},
+        {entry(5, "", "999", ""), "both a name and a number"},
+        {entry(6, "Anna", "", ""), "both a name and a number"},
+        {entry(7, "Anna", "1", "a b@x"), "e-mail holds a blank"},
     };
     for (const auto &c : cases) {
-        std::string out;
-        const std::string why = pbx::tidy_number(c.in, &out);
-        if (c.error) {
-            EXPECT_NE(why.find(c.error), std::string::npos) << c.in << ": " << why;
-        } else {
-            EXPECT_EQ(why, "") << c.in;
-            EXPECT_EQ(out, c.out) << c.in;
-        }
+        const std::string why = pbx::module_lines_refusal({c.e});
+        EXPECT_TRUE(*c.why ? why.find(c.why) != std::string::npos : why.empty()) << c.e.index << ": " << why;
     }
-    std::string out;
-    EXPECT_EQ(pbx::tidy_number(std::string(50, '1'), &out), "");
-    EXPECT_NE(pbx::tidy_number("+" + std::string(50, '1'), &out), "") << "51 characters";
 }
 
 TEST(SimNames, OctetsFollowTheEncodingTheNameNeeds)

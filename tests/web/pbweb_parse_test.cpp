@@ -127,7 +127,7 @@ TEST(PbwebRequest, EntryFieldsAreCheckedAndMatched)
     EXPECT_FALSE(f.email.has_value());
     ASSERT_TRUE(fields(R"({"number":"+49 (30) 1-2.3 p*#wt"})", &f, &err)) << err;
     EXPECT_EQ(*f.number, "+4930123P*#WT") << "tidied as stored";
-    for (const char *bad : {R"({"number":"1+2"})", R"({"number":"++1"})", R"({"number":"1a"})",
+    for (const char *bad : {R"({"number":"1+2"})", R"({"number":"030_1"})", R"({"number":"1a"})",
                             R"({"number":"+"})", R"({"email":"a\tb"})", R"({"name":null})", R"([])"})
         EXPECT_FALSE(fields(bad, &f, &err)) << bad;
     EXPECT_TRUE(fields(("{\"name\":\"" + std::string(25, '\xD0') + "\"}").c_str(), &f, &err) == false)
@@ -139,11 +139,6 @@ TEST(PbwebRequest, EntryFieldsAreCheckedAndMatched)
         entry_matches(e, {std::string("Jürgen Groß"), std::string("+491711234567"), std::string("")}));
     EXPECT_FALSE(entry_matches(e, {std::string("Jürgen"), {}, {}}));
     EXPECT_FALSE(entry_matches(e, {{}, {}, std::string("x")}));
-    EXPECT_TRUE(entry_matches_search(e, "JÜRGEN") == false) << "only ASCII letters fold";
-    EXPECT_TRUE(entry_matches_search(e, "jürgen"));
-    EXPECT_TRUE(entry_matches_search(e, "GROß"));
-    EXPECT_TRUE(entry_matches_search(e, "1711"));
-    EXPECT_FALSE(entry_matches_search(e, "x"));
 }
 
 }  // namespace

@@ -27,6 +27,8 @@ const CmdInfo kCommands[] = {
     {"import", Cmd::IMPORT, false},
     {"export", Cmd::EXPORT, true},
     {"copy", Cmd::COPY, true},
+    {"check", Cmd::CHECK, true},
+    {"find", Cmd::FIND, false},
 };
 
 // Long options without a short spelling.
@@ -196,6 +198,11 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
             return "copy: name the phonebook to copy into: copy sim device, or copy device sim";
         next = 3;
     }
+    if (args->cmd == Cmd::FIND) {
+        if (pos.size() <= next)
+            return "find: give the text to look for";
+        args->text = pos[next++];
+    }
     if (args->cmd == Cmd::IMPORT || args->cmd == Cmd::EXPORT) {
         if (pos.size() <= next)
             return pos[0] + ": name the text file";
@@ -215,6 +222,7 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
     case Cmd::LIST:
     case Cmd::DELETE_ALL:
     case Cmd::IMPORT:
+    case Cmd::FIND:
         if (n != 0)
             return pos[0] + " takes no index";
         if (args->cmd == Cmd::DELETE_ALL && !args->yes)
@@ -237,6 +245,13 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         if (n == 0)
             return "delete: give one or more indexes";
         break;
+    case Cmd::CHECK:
+        if (n != 0 || !has_fields)
+            return "check: give --name, --number or --email, and no index";
+        if (args->format || args->cut)
+            return "check takes no --format or --cut";
+        // The fields are the check's to judge, not refusals of the command line.
+        return "";
     case Cmd::EXPORT:
     case Cmd::COPY: break;
     }
@@ -287,9 +302,21 @@ Commands:
                                    module's own lines) to the device phonebook
                                    and report what became of each
   export PHONEBOOK FILE [INDEX...] write entries to a file, all of them when no
-                                   index is given
+                                   index is given; the file is replaced whole
+                                   and flushed to the disk; FILE - is
+                                   standard output (import - reads standard
+                                   input)
   copy sim device [INDEX...]       copy entries (all when no index is given)
   copy device sim [INDEX...]       from one phonebook into the other
+  find TEXT                        the entries of both phonebooks whose name
+                                   holds TEXT in any case (every script with
+                                   case) or whose number holds its digits,
+                                   separators ignored
+  check PHONEBOOK [--name NAME] [--number NUMBER] [--email EMAIL]
+                                   how the fields would be stored and whether
+                                   they fit: bytes of 50, and on the SIM the
+                                   name's octets on the card (GSM 7-bit, or
+                                   UCS-2) and the number's digits
   help                             show this text
 
 Options:
@@ -301,11 +328,13 @@ Options:
                       at most 50 bytes
   -e, --email EMAIL   e-mail address, at most 50 bytes
   -y, --yes           confirm delete-all
-  -f, --format FORMAT import and export: vcard (vCard 3.0 written; 2.1, 3.0
-                      and 4.0 read), csv (a header row name,number,email;
-                      address-book columns read) or module (one entry a line,
-                      no header, no quoting). Export writes module unless
-                      told; import tells the format from the content.
+  -f, --format FORMAT import and export: csv (a header row name,number,email;
+                      address-book columns read), vcard (vCard 3.0 written;
+                      2.1, 3.0 and 4.0 read) or module (the router's own
+                      lines: a backup format, no header, no quoting; an entry
+                      it cannot carry, such as a name with a comma, stops the
+                      export). Export writes csv unless told; import tells
+                      the format from the content.
   -v, --verbose       import, copy: a line for every contact
       --cut           copy device sim: cut a name the card cannot hold to fit
                       (at a whole character) instead of leaving it out
@@ -322,14 +351,17 @@ the entry at the index holds something else by the time the change is made,
 nothing is changed and pbcli follows the entry to its new index, or fails
 with "the entry changed meanwhile" when it is gone.
 
-Numbers lose their spaces, dashes, dots and brackets on the way in; what is
-left must be digits * # P W T with + only in front. A name that is taken by
-another number gets the kind of number or a count after it, Anna (work) or
-Anna (2); the same name and number are not added twice.
+Numbers are read as people write them: separators, labels (Tel:), a tel:
+URI and a bracketed trunk 0 after the country code go, an extension (ext. 12,
+x12, ,12) becomes P12; what is left must be digits * # P W T with + only in
+front. A name that is taken by another number gets the kind of number or a
+count after it, Anna (work) or Anna (2); the same name and number are not
+added twice.
 
 The module's own lines have no header and no quoting: export writes
 name,number,email, import reads number,name,email (and name first when the
-first field is no number).
+first field is no number). Keep them as a backup (.txt); give address
+books CSV or vCard.
 
 Exit status:
   0  done

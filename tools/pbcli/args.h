@@ -12,7 +12,7 @@
 
 namespace pbcli {
 
-enum class Cmd { HELP, LIST, SHOW, ADD, EDIT, DELETE, DELETE_ALL, IMPORT, EXPORT, COPY };
+enum class Cmd { HELP, LIST, SHOW, ADD, EDIT, DELETE, DELETE_ALL, IMPORT, EXPORT, COPY, CHECK, FIND };
 
 struct Args {
     Cmd cmd = Cmd::HELP;
@@ -25,6 +25,7 @@ struct Args {
     // is made only while the entry at the index still holds it
     std::optional<std::string> expect_name, expect_number;
     std::string file;
+    std::string text;                          // find: what to look for
     bool yes = false;                          // confirms delete-all
     storage_type_t to = STORAGE_TYPE_UNKNOWN;  // copy: the phonebook copied into
     std::optional<pbx::Format> format;         // import, export: the text format

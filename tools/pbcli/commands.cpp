@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstring>
 #include <iostream>
+#include <iterator>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -193,14 +195,14 @@ Exit not_found(const Session &s, int index)
 // line of text), and the indexes without an entry, which make the exit
 // status EXIT_NOT_FOUND.
 Exit print_done(const Session &s, const std::string &json_members, const std::string &text,
-                const std::vector<int> &missing)
+                const std::vector<int> &missing, std::ostream &out = std::cout)
 {
     const Exit status = missing.empty() ? EXIT_OK : EXIT_NOT_FOUND;
     if (s.args().json) {
-        std::cout << "{\"ok\":" << (status == EXIT_OK ? "true" : "false") << ",\"phonebook\":\"" << s.book()
-                  << "\"," << json_members << ",\"not_found\":" << json_ints(missing) << "}\n";
+        out << "{\"ok\":" << (status == EXIT_OK ? "true" : "false") << ",\"phonebook\":\"" << s.book()
+            << "\"," << json_members << ",\"not_found\":" << json_ints(missing) << "}\n";
     } else {
-        std::cout << text << "\n";
+        out << text << "\n";
         if (!missing.empty())
             std::cerr << "pbcli: no entry at index " << join(missing) << "\n";
     }
@@ -434,27 +436,23 @@ Exit cmd_export(Session &s, const Entries &v)
 {
     const Args &a = s.args();
     const auto [chosen, missing] = choose(v, a.indexes);
-    const pbx::Format f = a.format.value_or(pbx::Format::MODULE);
-    bool written;
+    const pbx::Format f = a.format.value_or(pbx::DEFAULT_EXPORT);
     if (f == pbx::Format::MODULE) {
-        // The module's own writer, as it always was.
-        std::vector<zp_int32> arr;
-        for (const auto &e : chosen)
-            arr.push_back(static_cast<zp_int32>(e.index));
-        written =
-            simlib_pb_export(a.file.c_str(), a.type, arr.data(), static_cast<int>(arr.size())) == PB_RCODE_OK;
-    } else {
-        written = write_text_file(a.file, pbx::format(chosen, f));
+        // A backup that would read back otherwise is refused whole.
+        if (const std::string why = pbx::module_lines_refusal(chosen); !why.empty())
+            return s.fail_text(EXIT_FAILED, "export: " + why);
     }
-    if (!written)
+    if (!write_text_file(a.file, pbx::format(chosen, f)))
         return s.fail_text(EXIT_FAILED, "export: cannot write '" + a.file + "'");
+    // Written to standard output: what is said goes to standard error.
+    const bool piped = a.file == "-";
     return print_done(s,
                       "\"file\":" + json_string(a.file) + ",\"format\":\"" + pbx::format_name(f) +
                           "\",\"exported\":" + std::to_string(chosen.size()),
                       "Exported " + std::to_string(chosen.size()) +
                           (chosen.size() == 1 ? " entry" : " entries") + " of the " + book_title(a.type) +
-                          " phonebook to " + a.file,
-                      missing);
+                          " phonebook to " + (piped ? "standard output" : a.file),
+                      missing, piped ? std::cerr : std::cout);
 }
 
 Exit cmd_copy(Session &s, const Entries &v)
@@ -488,6 +486,72 @@ Exit cmd_copy(Session &s, const Entries &v)
     return print_report(s, report, "\"from\":\"" + std::string(storage_name(a.type)) + "\",", a.to, "index");
 }
 
+// The entries of both phonebooks that the text finds, by the search the
+// page uses.
+Exit cmd_find(Session &s)
+{
+    const pbx::Search search(s.args().text);
+    std::string json;
+    for (storage_type_t type : {STORAGE_TYPE_SIM, STORAGE_TYPE_FLASH}) {
+        Entries all, found;
+        if (int rc = s.read_all(type, &all); rc != PB_RCODE_OK)
+            return s.fail(rc, std::string("find in the ") + book_title(type) + " phonebook");
+        std::copy_if(all.begin(), all.end(), std::back_inserter(found),
+                     [&](const pb_flash_info &e) { return search.matches(e); });
+        if (s.args().json) {
+            json += std::string(",\"") + storage_name(type) +
+                    "\":{\"count\":" + std::to_string(found.size()) + ",\"entries\":" + json_entries(found) +
+                    "}";
+            continue;
+        }
+        std::cout << "Found in the " << book_title(type) << " phonebook: " << found.size() << " of "
+                  << all.size() << (all.size() == 1 ? " entry" : " entries") << "\n";
+        print_table(std::cout, type, found, false);
+    }
+    if (s.args().json)
+        std::cout << "{\"ok\":true,\"text\":" << json_string(s.args().text) << json << "}\n";
+    return EXIT_OK;
+}
+
+// How the fields given would be stored, and whether they fit: the page's
+// live check, from the command line.
+Exit cmd_check(Session &s)
+{
+    const Args &a = s.args();
+    pbx::SimLimits limits;
+    const bool known = a.type == STORAGE_TYPE_SIM && pbx::read_sim_limits(&limits);
+    const pbx::FieldsCheck c =
+        pbx::check_fields(a.type, a.name, a.number, a.email, known ? &limits : nullptr);
+    const bool fits = c.name_fits && c.number_fits && c.email_fits;
+    if (a.json) {
+        std::cout << "{\"ok\":" << (fits ? "true" : "false") << "," << json_check(c) << "}\n";
+        return fits ? EXIT_OK : EXIT_FAILED;
+    }
+    const auto max = [&](int v) { return known ? std::to_string(v) : std::string("?"); };
+    const auto verdict = [](bool ok) { return ok ? "" : ": does not fit"; };
+    if (c.has_name) {
+        std::cout << "Name:    " << c.name_bytes << " of " << PB_TEXT_LEN - 1 << " bytes";
+        if (c.sim && c.name_card.encoding == pbx::SimText::NONE)
+            std::cout << "; the card cannot store characters outside the basic plane (emoji)";
+        else if (c.sim)
+            std::cout << "; on the card " << pbx::sim_text_name(c.name_card.encoding) << ", "
+                      << c.name_card.octets << " of " << max(c.limits.name_octets) << " octets";
+        std::cout << verdict(c.name_fits) << "\n";
+    }
+    if (c.has_number && !c.number_error.empty())
+        std::cout << "Number:  " << c.number_error << "\n";
+    else if (c.has_number)
+        std::cout << "Number:  stored as " << (c.number.empty() ? "(none)" : c.number)
+                  << (c.sim ? "; " + std::to_string(c.number_digits) + " of " +
+                                  max(pbx::sim_max_digits(c.limits)) + " digits on the card"
+                            : std::string())
+                  << "\n";
+    if (c.has_email)
+        std::cout << "E-mail:  " << c.email_bytes << " of " << PB_TEXT_LEN - 1 << " bytes"
+                  << verdict(c.email_fits) << "\n";
+    return fits ? EXIT_OK : EXIT_FAILED;
+}
+
 }  // namespace
 
 Exit run_command(const Args &args)
@@ -497,7 +561,7 @@ Exit run_command(const Args &args)
     // the SIM, waiting while the card is being read): a change goes out
     // only to a phonebook that is ready.
     Entries v;
-    if (args.type != STORAGE_TYPE_UNKNOWN)
+    if (args.type != STORAGE_TYPE_UNKNOWN && args.cmd != Cmd::CHECK)
         if (int rc = s.read_all(args.type, &v); rc != PB_RCODE_OK)
             return s.fail(rc, command_word(args.cmd));
     switch (args.cmd) {
@@ -511,6 +575,8 @@ Exit run_command(const Args &args)
     case Cmd::IMPORT: return cmd_import(s);
     case Cmd::EXPORT: return cmd_export(s, v);
     case Cmd::COPY: return cmd_copy(s, v);
+    case Cmd::CHECK: return cmd_check(s);
+    case Cmd::FIND: return cmd_find(s);
     }
     return EXIT_USAGE;
 }

@@ -404,7 +404,7 @@ size_t display_width(const std::string &s)
     return w;
 }
 
-void print_table(std::ostream &out, storage_type_t type, const std::vector<pb_flash_info> &v)
+void print_table(std::ostream &out, storage_type_t type, const std::vector<pb_flash_info> &v, bool heading)
 {
     const bool sim = type == STORAGE_TYPE_SIM;
     std::vector<std::vector<std::string>> rows;
@@ -417,8 +417,9 @@ void print_table(std::ostream &out, storage_type_t type, const std::vector<pb_fl
         for (size_t c = 0; c < 5; ++c)
             width[c] = std::max(width[c], display_width(r[c]));
 
-    out << (sim ? "SIM" : "Device") << " phonebook: " << v.size() << (v.size() == 1 ? " entry" : " entries")
-        << "\n";
+    if (heading)
+        out << (sim ? "SIM" : "Device") << " phonebook: " << v.size()
+            << (v.size() == 1 ? " entry" : " entries") << "\n";
     if (v.empty())
         return;
     for (const auto &r : rows) {

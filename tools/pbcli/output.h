@@ -54,6 +54,12 @@ std::string json_ints(const std::vector<int> &v);  // [1,2,3]
 // "read":N,"added":N,"not_added":N,"contacts":[...] of the whole report.
 std::string json_report_line(const pbx::ReportLine &l);
 std::string json_report(const pbx::Report &r);
+// The members of a check of an entry's fields ("phonebook", then "name",
+// "number", "email" as given): bytes of the 50 a field holds, whether it
+// fits, and for the SIM how the card stores it (the name's encoding and
+// octets, the number's digits) against the card's limits (null while
+// unknown). pbweb's check answer and pbcli check --json alike.
+std::string json_check(const pbx::FieldsCheck &c);
 
 // The entry with this index, or null.
 const pb_flash_info *find_entry(const std::vector<pb_flash_info> &v, int index);
@@ -74,8 +80,10 @@ size_t display_width(const std::string &s);
 // \n, \t, \xNN, so that one entry stays on one line.
 std::string display_text(const std::string &s);
 
-// A table of entries, with the SIM record column for the SIM phonebook.
-void print_table(std::ostream &out, storage_type_t type, const std::vector<pb_flash_info> &v);
+// A table of entries, with the SIM record column for the SIM phonebook,
+// under a line with the phonebook and its count unless heading is false.
+void print_table(std::ostream &out, storage_type_t type, const std::vector<pb_flash_info> &v,
+                 bool heading = true);
 
 }  // namespace pbcli
 

@@ -101,9 +101,9 @@ bool load_card(const std::string &path, Card *card, std::string *error)
             std::string word;
             unsigned recs = 0, name = 0, num = 0;
             if (!(ss >> word >> recs >> name >> num) || word != "card" || recs < 1 || recs > 65535 ||
-                name < 1 || name > 120 || num < 1 || num > 40)
+                name < 1 || name > 241 || num < 1 || num > 40)
                 return fail(
-                    "expected: card <max_records 1..65535> <max_name_chars 1..120> <max_digits 1..40>");
+                    "expected: card <max_records 1..65535> <max_name_octets 1..241> <max_digits 1..40>");
             c.max_records = static_cast<uint16_t>(recs);
             c.max_name_len = static_cast<uint8_t>(name);
             c.max_num_len = static_cast<uint8_t>(num);
@@ -143,7 +143,7 @@ bool save_card(const std::string &path, const Card &card)
         std::ofstream out(tmp, std::ios::trunc);
         if (!out)
             return false;
-        out << "# simulated SIM phonebook: card <records> <name chars> <number digits>, then "
+        out << "# simulated SIM phonebook: card <records> <name octets> <number digits>, then "
                "id,number,name\n";
         out << "card " << card.max_records << ' ' << unsigned(card.max_name_len) << ' '
             << unsigned(card.max_num_len) << '\n';

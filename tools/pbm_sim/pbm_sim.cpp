@@ -19,6 +19,7 @@
 #include "make_dirs.h"
 #include "pbm_transport.h"
 #include "pbm_wire.h"
+#include "pbx.h"
 
 namespace pbm_sim {
 namespace {
@@ -364,9 +365,15 @@ qmi_error_type_v01 Simulator::write_record(const pbm_write_record_req_msg_v01 &r
         return e;
     if (ri.name_len % 2)
         return QMI_ERR_ENCODING_V01;
-    if (ri.name_len / 2 > card_.max_name_len)
-        return QMI_ERR_PB_TEXT_TOO_LONG_V01;
     Record r;
+    for (uint32_t i = 0; i + 1 < ri.name_len; i += 2)
+        r.name.push_back(static_cast<char16_t>(static_cast<uint8_t>(ri.name[i]) |
+                                               static_cast<uint8_t>(ri.name[i + 1]) << 8));
+    // The card stores the name in the encoding it needs: what does not fit
+    // its alpha identifier's octets is refused, as a card would.
+    const int octets = pbx::sim_name_octets(ucs2_to_utf8(r.name));
+    if (octets < 0 || octets > card_.max_name_len)
+        return QMI_ERR_PB_TEXT_TOO_LONG_V01;
     if (!number_from_pbm(ri.number, ri.number_len, ri.num_type, &r.number))
         return QMI_ERR_INVALID_ARG_V01;
     const size_t digits = r.number.size() - (!r.number.empty() && r.number[0] == '+');
@@ -380,9 +387,6 @@ qmi_error_type_v01 Simulator::write_record(const pbm_write_record_req_msg_v01 &r
             id = k;
     if (id == 0)
         return QMI_ERR_DEVICE_STORAGE_FULL_V01;
-    for (uint32_t i = 0; i + 1 < ri.name_len; i += 2)
-        r.name.push_back(static_cast<char16_t>(static_cast<uint8_t>(ri.name[i]) |
-                                               static_cast<uint8_t>(ri.name[i + 1]) << 8));
     card_.records[id] = r;
     changed();
     rsp->record_id_valid = omit_record_id_ ? 0 : 1;

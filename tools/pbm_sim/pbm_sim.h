@@ -2,14 +2,17 @@
  * pbm_sim.h - a simulated modem phonebook (PBM) service on the host QMI
  * transport, for tests (in-process) and for the demo (pbm_simd).
  *
- * The card: a profile (record count, the longest name in characters and the
- * longest number in digits the card takes) and its filled records. Numbers
+ * The card: a profile (record count, the octets of a record's alpha
+ * identifier and the longest number in digits the card takes) and its
+ * filled records. A name is stored as the SIM name rule of the user
+ * interfaces says (pbx::sim_name: GSM 7-bit when it can be, else UCS-2),
+ * and a write whose name takes more octets is refused. Numbers
  * are kept in the system's form (digits, '*', '#', 'T', 'P', 'W', a leading
  * '+'); on the wire they travel in PBM's number text ('e' for P, '?' for W,
  * num_type 1 instead of the '+'). Names travel as UCS-2, low byte first.
  *
  * Card file (text, UTF-8, one item a line; '#' starts a comment line):
- *     card <max_records> <max_name_chars> <max_number_digits>
+ *     card <max_records> <max_name_octets> <max_number_digits>
  *     <record_id>,<number>,<name>
  * The card line comes first; the name is the rest of its line and may hold
  * commas. Example:
@@ -43,7 +46,7 @@ struct Record {
 
 struct Card {
     uint16_t max_records = 250;
-    uint8_t max_name_len = 14; /* characters */
+    uint8_t max_name_len = 14; /* octets of the alpha identifier */
     uint8_t max_num_len = 20;  /* digits, a leading '+' not counted */
     std::map<uint16_t, Record> records;
 };

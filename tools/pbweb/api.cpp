@@ -91,7 +91,7 @@ Response status(Phonebook &pb, bool login)
     s += src == PB_RCODE_OK ? "ready" : busy ? "reading" : "unavailable";
     s += "\",\"used\":" + (src == PB_RCODE_OK ? std::to_string(sim.size()) : "null");
     s += ",\"total\":" + total_of(pb, STORAGE_TYPE_SIM);
-    s += ",\"name_max\":" + (lim.name_chars > 0 ? std::to_string(lim.name_chars) : "null");
+    s += ",\"name_max\":" + (lim.name_octets > 0 ? std::to_string(lim.name_octets) : "null");
     s += ",\"number_max\":" + (lim.number_digits > 0 ? std::to_string(lim.number_digits) : "null");
     if (src != PB_RCODE_OK)
         s += ",\"code\":" + std::to_string(src) + ",\"error\":" + json_string(rcode_message(src));
@@ -116,9 +116,10 @@ Response list(Phonebook &pb, const ApiRequest &req)
         if (req.search.empty()) {
             pbcli::append_json_entries(&r.body, all, count);
         } else {
+            const pbx::Search search(req.search);
             Entries found;
             std::copy_if(all, all + count, std::back_inserter(found),
-                         [&](const pb_flash_info &e) { return entry_matches_search(e, req.search); });
+                         [&](const pb_flash_info &e) { return search.matches(e); });
             pbcli::append_json_entries(&r.body, found.data(), found.size());
         }
         r.body += '}';
@@ -336,7 +337,7 @@ Response export_file(Phonebook &pb, const ApiRequest &req)
     std::string err;
     if (req.has_index_list && !parse_index_list(req.index_list, &indexes, &err))
         return bad_input("index: " + err);
-    if (!read_format(req, pbx::Format::MODULE, &f, &err))
+    if (!read_format(req, pbx::DEFAULT_EXPORT, &f, &err))
         return bad_input(err);
     Entries now, chosen;
     if (int rc = pb.read(type, &now); rc != PB_RCODE_OK)
@@ -347,12 +348,17 @@ Response export_file(Phonebook &pb, const ApiRequest &req)
             return failure(kMissing, "", type, i);
         chosen.push_back(*e);
     }
+    const Entries &out = indexes.empty() ? now : chosen;
+    if (f == pbx::Format::MODULE) {
+        // A backup that would read back otherwise is refused whole.
+        if (const std::string why = pbx::module_lines_refusal(out); !why.empty())
+            return bad_input("export: " + why);
+    }
     Response r;
-    r.body = pbx::format(indexes.empty() ? now : chosen, f);
-    r.content_type = f == pbx::Format::VCARD ? "text/vcard; charset=utf-8" : "text/csv; charset=utf-8";
+    r.body = pbx::format(out, f);
+    r.content_type = pbx::format_media_type(f);
     r.headers.emplace_back("Content-Disposition", "attachment; filename=\"" + std::string(book(type)) +
-                                                      "-phonebook." +
-                                                      (f == pbx::Format::VCARD ? "vcf" : "csv") + "\"");
+                                                      "-phonebook." + pbx::format_extension(f) + "\"");
     return r;
 }
 
@@ -389,6 +395,19 @@ Response copy(Phonebook &pb, const ApiRequest &req, const Json &body)
     if (rc != PB_RCODE_OK)
         return failure(rc, "copy", rc == kChanged || rc == kMissing ? from : into, bad_index);
     return report_answer(into, "\"from\":\"" + std::string(book(from)) + "\",", report);
+}
+
+// How the fields given would be stored and whether they fit: the page's
+// live counters ask here rather than repeating the rules.
+Response check(Phonebook &pb, const ApiRequest &req)
+{
+    const SimLimits lim = pb.sim_limits();
+    pbx::SimLimits card;
+    card.name_octets = lim.name_octets;
+    card.number_digits = lim.number_digits;
+    const bool known = card.name_octets > 0 && card.number_digits > 0;
+    return ok(pbcli::json_check(
+        pbx::check_fields(req.route.type, req.name, req.number, req.email, known ? &card : nullptr)));
 }
 
 }  // namespace
@@ -460,6 +479,7 @@ Response handle_api(Phonebook &pb, const ApiRequest &req)
     case Op::IMPORT: return import(pb, req);
     case Op::EXPORT: return export_file(pb, req);
     case Op::COPY: return with_body(pb, req, copy);
+    case Op::CHECK: return check(pb, req);
     case Op::BAD_METHOD: return error_response(405, PB_RCODE_ARGSERR, "method not allowed here");
     // Login and logout are the server's (they set the session cookie).
     case Op::NOT_FOUND:

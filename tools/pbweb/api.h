@@ -6,6 +6,7 @@
 #ifndef PBWEB_API_H
 #define PBWEB_API_H
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,7 +30,8 @@ struct ApiRequest {
     std::string search;      // ?q=
     std::string index_list;  // ?index=
     bool has_index_list = false;
-    std::string format;  // ?format= of an import or export, "" when not given
+    std::string format;                              // ?format= of an import or export, "" when not given
+    std::optional<std::string> name, number, email;  // ?name= &number= &email= of a check
     std::string body;
     bool login = false;  // pbweb asks for a password (status tells the page)
 };

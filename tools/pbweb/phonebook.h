@@ -22,7 +22,7 @@ using Entries = std::vector<pb_flash_info>;
 // capabilities; 0 while unknown.
 struct SimLimits {
     int records = 0;
-    int name_chars = 0;
+    int name_octets = 0;  // of a record's alpha identifier (pbx::sim_name)
     int number_digits = 0;
 };
 

@@ -37,13 +37,6 @@ std::vector<std::string> split(const std::string &s, char sep)
     return parts;
 }
 
-std::string lower(std::string s)
-{
-    for (char &c : s)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-}
-
 bool read_text(const Json &obj, const char *key, std::optional<std::string> *out, std::string *error)
 {
     const Json *v = obj.get(key);
@@ -100,6 +93,8 @@ Route parse_route(const std::string &method, const std::string &path)
             return want("POST", Op::IMPORT);
         if (what == "copy")
             return want("POST", Op::COPY);
+        if (what == "check")
+            return want("GET", Op::CHECK);
         return r;
     }
     if (p.size() == 5 && what == "entries" && parse_index(p[4], &r.index))
@@ -125,6 +120,7 @@ bool changes_state(Op op)
     case Op::STATUS:
     case Op::LIST:
     case Op::SHOW:
+    case Op::CHECK:
     case Op::EXPORT: return false;
     }
     return true;  // not an Op: treated as a change, so the Origin check runs
@@ -177,14 +173,6 @@ bool entry_matches(const pb_flash_info &e, const EntryFields &shown)
 {
     return (!shown.name || *shown.name == e.name) && (!shown.number || *shown.number == e.num) &&
            (!shown.email || *shown.email == e.email);
-}
-
-bool entry_matches_search(const pb_flash_info &e, const std::string &text)
-{
-    if (text.empty())
-        return true;
-    return lower(e.name).find(lower(text)) != std::string::npos ||
-           std::strstr(e.num, text.c_str()) != nullptr;
 }
 
 }  // namespace pbweb

@@ -29,6 +29,7 @@ enum class Op {
     IMPORT,      // POST /api/device/import
     EXPORT,      // GET  /api/{book}/export[?index=1,2,...][&format=F]
     COPY,        // POST /api/{book}/copy: into the other phonebook
+    CHECK,       // GET  /api/{book}/check?name=&number=&email=
 };
 
 struct Route {
@@ -55,9 +56,8 @@ struct EntryFields {
 
 // Reads "name", "number" and "email" of a JSON object: each must be a
 // string of at most 50 bytes without control characters; the number is
-// tidied (spaces, dashes, dots and brackets dropped, p w t upper case) and
-// must then hold only digits, * # P W T and a leading +. Fields of other
-// names are ignored.
+// read as people write it (pbx::tidy_number) and stored as a phone dials
+// it. Fields of other names are ignored.
 bool read_entry_fields(const Json &obj, EntryFields *out, std::string *error);
 
 // The entry as the page showed it, which an edit or delete carries so that
@@ -72,10 +72,6 @@ bool read_shown_entry(const Json &obj, ShownEntry *out, std::string *error);
 
 // True when the entry still holds every field that was shown.
 bool entry_matches(const pb_flash_info &e, const EntryFields &shown);
-
-// Search of a list: true when the text is in the name (ASCII letters in any
-// case) or in the number. An empty text matches every entry.
-bool entry_matches_search(const pb_flash_info &e, const std::string &text);
 
 }  // namespace pbweb
 

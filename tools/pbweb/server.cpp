@@ -403,6 +403,9 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
         req.index_list = idx, req.has_index_list = true;
     if (const char *f = MHD_lookup_connection_value(c, MHD_GET_ARGUMENT_KIND, "format"))
         req.format = f;
+    for (auto [key, field] : {std::pair{"name", &req.name}, {"number", &req.number}, {"email", &req.email}})
+        if (const char *v = MHD_lookup_connection_value(c, MHD_GET_ARGUMENT_KIND, key))
+            *field = v;
     return send(c, handle_api(pb_, req));
 }
 

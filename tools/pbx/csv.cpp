@@ -324,6 +324,32 @@ std::string format_module(const std::vector<pb_flash_info> &entries)
     return out;
 }
 
+std::string module_lines_refusal(const std::vector<pb_flash_info> &entries)
+{
+    // What parse_module() would read back differently: the lines have no
+    // quoting, and a line's first field is taken for the number unless it
+    // is none and the second is.
+    std::string out;
+    for (const pb_flash_info &e : entries) {
+        const std::string_view name = e.name, email = e.email;
+        std::string as_number;
+        const char *why = nullptr;
+        if (name.find_first_of(",\r\n") != std::string_view::npos)
+            why = "its name holds a comma or a line break";
+        else if (name.empty() || e.num[0] == '\0')
+            why = "a line needs both a name and a number";
+        else if (tidy_number(name, &as_number).empty())
+            why = "its name would be read back as the number";
+        else if (name.compare(0, 3, "\xEF\xBB\xBF") == 0)
+            why = "its name begins with a byte-order mark";
+        else if (email.find_first_of(" \t\v\f\r\n") != std::string_view::npos)
+            why = "its e-mail holds a blank or a line break";
+        if (why != nullptr)
+            out += "; entry " + std::to_string(e.index) + " (\"" + as_utf8(name) + "\"): " + why;
+    }
+    return out.empty() ? out : "the router's lines cannot carry every entry (CSV and vCard can)" + out;
+}
+
 bool parse_format(std::string_view word, Format *out)
 {
     for (Format f : {Format::VCARD, Format::CSV, Format::MODULE})
@@ -342,6 +368,26 @@ const char *format_name(Format f)
     case Format::MODULE: break;
     }
     return "module";
+}
+
+const char *format_extension(Format f)
+{
+    switch (f) {
+    case Format::VCARD: return "vcf";
+    case Format::CSV: return "csv";
+    case Format::MODULE: break;
+    }
+    return "txt";  // no quoting, no header: not a CSV file, whatever its commas
+}
+
+const char *format_media_type(Format f)
+{
+    switch (f) {
+    case Format::VCARD: return "text/vcard; charset=utf-8";
+    case Format::CSV: return "text/csv; charset=utf-8";
+    case Format::MODULE: break;
+    }
+    return "text/plain; charset=utf-8";
 }
 
 std::vector<Contact> parse(std::string_view text, Format f)

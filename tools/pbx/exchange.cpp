@@ -31,8 +31,7 @@ namespace {
 
 constexpr size_t kFieldBytes = PB_TEXT_LEN - 1;
 constexpr zp_uint32 kNoSimRecord = 0xFFFFFFFFu;
-constexpr size_t kMaxLabel = 12;   // a longer kind of number is no word to put after a name
-constexpr int kRecordDigits = 20;  // digits the number field of a card record holds
+constexpr size_t kMaxLabel = 12;  // a longer kind of number is no word to put after a name
 // The lock the service and every other writer of the device phonebook take.
 std::string device_lock_path() { return std::string(pb_data_dir()) + "/pb_device_file" PB_LOCK_SUFFIX; }
 
@@ -298,7 +297,7 @@ int copy_to_sim(const std::vector<Contact> &contacts, const SimCopy &how, Report
     const Fitter fit = [&](std::string_view base, const std::string &suffix, char(&name)[PB_TEXT_LEN]) {
         return sim_fit(base, suffix, name, how.limits.name_octets, how.cut);
     };
-    const int max_digits = std::min(how.limits.number_digits, kRecordDigits);
+    const int max_digits = sim_max_digits(how.limits);
     bool full = false, added = false;
     for (const Contact &c : contacts) {
         ReportLine &line = report->lines.emplace_back();

@@ -23,6 +23,7 @@
 #define PBX_H
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -49,6 +50,13 @@ enum class Format { VCARD, CSV, MODULE };
 /* "vcard", "csv" or "module". False for anything else. */
 bool parse_format(std::string_view word, Format *out);
 const char *format_name(Format f);
+/* What an export is offered as unless told otherwise: CSV, which every
+ * address book reads and which carries every name. */
+constexpr Format DEFAULT_EXPORT = Format::CSV;
+/* A file of the format: its extension ("vcf", "csv", "txt" for the
+ * module's lines, a backup format) and its media type. */
+const char *format_extension(Format f);
+const char *format_media_type(Format f);
 
 /* vCard when the text (after a byte-order mark and blank lines) begins with
  * BEGIN:VCARD; CSV when its first line is a header naming a name, number or
@@ -74,15 +82,31 @@ std::vector<Contact> parse(std::string_view text, Format f);
 std::string format_vcard(const std::vector<pb_flash_info> &entries);
 /* CSV with the header "name,number,email", quoted where needed, CRLF. */
 std::string format_csv(const std::vector<pb_flash_info> &entries);
-/* The module's own "name,number,email" lines, as simlib_pb_export writes. */
+/* The module's own "name,number,email" lines, as simlib_pb_export writes:
+ * a backup format, with no quoting. */
 std::string format_module(const std::vector<pb_flash_info> &entries);
+/* Why those lines cannot carry the entries so that they read back the same
+ * (a comma or a line break in a name, a name that reads as a number or
+ * begins with a byte-order mark, no name or no number, a blank in the
+ * e-mail), naming each entry ("...;
+ * entry 3 (\"Smith, John\"): its name holds a comma or a line break"), or
+ * "" when they can. */
+std::string module_lines_refusal(const std::vector<pb_flash_info> &entries);
 std::string format(const std::vector<pb_flash_info> &entries, Format f);
 
-/* Tidies a dialling number: spaces, dashes, dots and brackets are dropped,
- * p, w and t are written upper case. What is left must be digits, '*', '#',
- * 'P', 'W', 'T' and at most one '+', in front, at most 50 characters.
- * Returns "" with the tidied number in *out, or why the number cannot be
- * stored (*out then holds nothing useful). An empty number is no error. */
+/* Reads a dialling number as people write it, into the characters a phone
+ * dials: separators (spaces of every kind, - and the dashes, '.', '/',
+ * brackets) dropped; full-width digits read as digits; "++" read as "+"; a
+ * label in front ("Tel:", "Phone:", "Mobile:"...) or a tel: URI's scheme
+ * and parameters dropped; a trunk prefix 0 in brackets after a country code
+ * dropped ("+49 (0)30" is "+4930", "+61 (02)" is "+612"; not where the 0 is
+ * dialled, as in Italy); an extension ("ext. 12", "x12", ";ext=12", ",12")
+ * written as a pause and its digits ("P12"); p, w, t upper case. A leading
+ * 00 and a national number are kept as written. Letters of a vanity number
+ * are refused, as is every other character, with its place (from 1).
+ * Returns "" with the number in *out (at most 50 characters), or why it
+ * cannot be stored (*out then holds nothing useful). An empty number is no
+ * error. */
 std::string tidy_number(std::string_view in, std::string *out);
 
 /* The longest head of text that fits in max_bytes, cut at a whole UTF-8
@@ -100,14 +124,69 @@ struct SimLimits {
  * has not read one yet. */
 bool read_sim_limits(SimLimits *out);
 
-/* Octets a name takes on the card: one per character of the GSM 7-bit
- * default alphabet (two for its extension table) when every character has a
- * GSM code, else the UCS-2 form, 1 + 2 per character. -1 when a character
- * lies outside the basic plane and cannot be stored at all. */
-int sim_name_octets(std::string_view name);
+/* How a name is stored in a card record's alpha identifier: in the GSM
+ * 7-bit default alphabet when every character has a GSM code, one octet a
+ * character and two for one of its extension table (^ { } \\ [ ~ ] | and
+ * the euro sign); else in the UCS-2 form 0x80, 1 + 2 octets a character.
+ * The one rule for every user interface, the copy and the simulated card. */
+enum class SimText { GSM7, UCS2, NONE /* a character outside the basic plane: not storable */ };
+struct SimName {
+    SimText encoding;
+    int octets; /* -1 when NONE */
+};
+SimName sim_name(std::string_view name);
+int sim_name_octets(std::string_view name); /* sim_name(name).octets */
+const char *sim_text_name(SimText t);       /* "GSM 7-bit", "UCS-2", "none" */
+
+/* Digits the number field of a card record holds, whatever the card says. */
+constexpr int SIM_RECORD_DIGITS = 20;
+/* The most digits a number may have on this card. */
+int sim_max_digits(const SimLimits &limits);
 
 /* Digits a number takes on the card; a leading '+' is not one of them. */
 int sim_number_digits(std::string_view number);
+
+/* What an entry's fields become in a phonebook and whether they fit: the
+ * check behind the page's live counters and `pbcli check`. A field not
+ * given is not checked. */
+struct FieldsCheck {
+    bool sim = false;          /* checked for the SIM phonebook */
+    bool limits_known = false; /* the card's limits were read (SIM) */
+    SimLimits limits;
+    bool has_name = false, has_number = false, has_email = false;
+    size_t name_bytes = 0;
+    SimName name_card{SimText::GSM7, 0}; /* SIM only */
+    bool name_fits = true;
+    std::string number;       /* as it will be stored */
+    std::string number_error; /* why it cannot be stored, else "" */
+    int number_digits = 0;    /* on the card (SIM only) */
+    bool number_fits = true;
+    size_t email_bytes = 0;
+    bool email_fits = true;
+};
+/* limits: the card's, or null when not known (a name or number is then
+ * checked against the 50-byte fields alone). */
+FieldsCheck check_fields(storage_type_t type, const std::optional<std::string> &name,
+                         const std::optional<std::string> &number, const std::optional<std::string> &email,
+                         const SimLimits *limits);
+
+/* Search of a phonebook, the same for every user interface: an entry
+ * matches when its name holds the text with case folded in every script
+ * that has case (Latin, Greek, Cyrillic, Armenian, ...; "анна" finds "Анна
+ * Каренина", "σ" finds "Σ" and "ς"), or when the text reads as a number and
+ * the entry's number holds it with the separators of both ignored ("030
+ * 12-34" finds 0301234...). An empty text matches every entry. Made once
+ * per search; matches() may then be called from any thread. */
+class Search {
+public:
+    explicit Search(std::string_view text);
+    bool matches(const pb_flash_info &e) const;
+
+private:
+    bool empty_;
+    std::u32string text_; /* folded */
+    std::string number_;  /* the text as a number, "" when it is none */
+};
 
 /* What became of one contact. */
 enum class Outcome {

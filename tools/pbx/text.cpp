@@ -127,4 +127,46 @@ std::string_view trim(std::string_view s)
     return s;
 }
 
+// Full-width forms (U+FF01..U+FF5E) are the ASCII characters; the
+// ideographic space is a space.
+char32_t narrow_width(char32_t c)
+{
+    if (c >= 0xFF01 && c <= 0xFF5E)
+        return c - 0xFEE0;
+    return c == 0x3000 ? U' ' : c;
+}
+
+// Written between digit groups: spaces of every kind, dashes, dots,
+// slashes and brackets ("+49 (30) 123-456", "030/123 456", "030.123.456").
+bool number_separator(char32_t c)
+{
+    switch (c) {
+    case ' ':
+    case '\t':
+    case '-':
+    case '.':
+    case '/':
+    case '(':
+    case ')':
+    case '[':
+    case ']':
+    case 0x00A0:  // no-break space
+    case 0x1680:  // ogham space mark
+    case 0x2010:  // hyphen
+    case 0x2011:  // non-breaking hyphen
+    case 0x2012:  // figure dash
+    case 0x2013:  // en dash
+    case 0x2014:  // em dash
+    case 0x2015:  // horizontal bar
+    case 0x2212:  // minus sign
+    case 0x202F:  // narrow no-break space
+    case 0x205F:  // medium mathematical space
+    case 0x200B:  // zero width space
+    case 0x2060:  // word joiner
+    case 0xFEFF:  // zero width no-break space
+        return true;
+    default: return c >= 0x2000 && c <= 0x200A;  // en quad .. hair space
+    }
+}
+
 }  // namespace pbx

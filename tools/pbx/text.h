@@ -31,6 +31,14 @@ size_t cut_length(std::string_view text, size_t max_bytes);
 std::string lower(std::string_view s);
 bool same_word(std::string_view a, std::string_view b);
 
+/* The ASCII character of a full-width form (U+FF01..U+FF5E), a space for
+ * the ideographic space; any other character as it is. */
+char32_t narrow_width(char32_t c);
+
+/* Written between the digit groups of a number: spaces of every kind,
+ * '-' and the dashes, '.', '/', brackets. */
+bool number_separator(char32_t c);
+
 /* Without leading and trailing spaces, tabs, CR and LF. */
 std::string_view trim(std::string_view s);
 

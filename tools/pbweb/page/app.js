@@ -3,16 +3,6 @@
 // and numbers are always put on the page as text (textContent), never as HTML.
 'use strict';
 
-const TEXT_MAX = 50; // bytes of a name, number or e-mail
-const NUMBER_RE = /^\+?[0-9*#PWT]*$/;
-// What pbweb drops from a number before it checks and stores it.
-const NUMBER_SEPARATORS = /[\s\-.()[\]\u00a0]/g;
-const tidyNumber = (n) => n.replace(NUMBER_SEPARATORS, '').replace(/[pwt]/g, (c) => c.toUpperCase());
-// GSM 7-bit default alphabet and its extension table (one more septet each).
-const GSM_BASIC = '@£$¥èéùìòÇ\nØø\rÅåΔ_ΦΓΛΩΠΨΣΘΞ\x1bÆæßÉ !"#¤%&\'()*+,-./0123456789:;<=>?' +
-  '¡ABCDEFGHIJKLMNOPQRSTUVWXYZÄÖÑÜ§¿abcdefghijklmnopqrstuvwxyzäöñüà';
-const GSM_EXT = '^{}\\[~]|€\f';
-
 const state = {
   book: 'sim',
   entries: [],          // as last listed (what the page shows)
@@ -24,7 +14,6 @@ const state = {
 };
 
 const $ = (id) => document.getElementById(id);
-const bytes = (s) => new TextEncoder().encode(s).length;
 
 class ApiError extends Error {
   constructor(status, body) {
@@ -219,21 +208,6 @@ function updateSelection() {
 
 // ---- add and edit, with live checks ----
 
-// How a name fits the card: GSM 7-bit when every character is in its
-// alphabet (extension characters take two), else UCS-2, one per character.
-function simNameFit(name) {
-  let septets = 0;
-  let gsm = true;
-  for (const ch of name) {
-    if (GSM_BASIC.includes(ch)) septets += 1;
-    else if (GSM_EXT.includes(ch)) septets += 2;
-    else { gsm = false; break; }
-  }
-  const chars = [...name];
-  if (gsm) return { encoding: 'GSM 7-bit', length: septets, storable: true };
-  return { encoding: 'UCS-2', length: chars.length, storable: chars.every((c) => c.codePointAt(0) <= 0xffff) };
-}
-
 function hint(id, text, bad) {
   const h = $(id);
   h.textContent = text;
@@ -242,50 +216,57 @@ function hint(id, text, bad) {
   return !bad;
 }
 
-function checkEntry() {
-  const name = $('f-name').value, number = $('f-number').value, email = $('f-email').value;
-  const sim = state.book === 'sim';
-  const lim = state.status ? state.status.sim : {};
-  let ok = true;
+// The page holds no rule of its own: pbweb says how each field would be
+// stored and whether it fits (bytes of the field, the name's encoding and
+// octets on the card, the number as a phone dials it), as pbcli check does.
+let checkSeq = 0;
+let checkTimer = null;
 
-  const nb = bytes(name);
-  let nameText = `${TEXT_MAX - nb} bytes left of ${TEXT_MAX}`;
-  let nameBad = nb > TEXT_MAX || name.trim() === '';
-  if (name.trim() === '') nameText = 'A name is needed. ' + nameText;
-  if (sim && name) {
-    const fit = simNameFit(name);
-    if (!fit.storable) {
-      nameText += '. A SIM cannot store characters such as emoji';
-      nameBad = true;
-    } else if (lim.name_max) {
-      const fits = fit.length <= lim.name_max;
-      nameText += `. On the card: ${fit.encoding}, ${fit.length} of ${lim.name_max} characters` +
-        (fits ? '' : ': too long for this card');
-      nameBad = nameBad || !fits;
-    } else {
-      nameText += `. On the card: ${fit.encoding}, ${fit.length} characters`;
-    }
+const query = (fields) => Object.entries(fields).map(([k, v]) => `${k}=${encodeURIComponent(v)}`).join('&');
+const left = (f) => `${f.max_bytes - f.bytes} bytes left of ${f.max_bytes}`;
+
+// Shows the checks and gives whether the form may be saved; null when a
+// later check has been asked meanwhile.
+async function checkEntry() {
+  clearTimeout(checkTimer);
+  const fields = { name: $('f-name').value, number: $('f-number').value, email: $('f-email').value };
+  const seq = ++checkSeq;
+  let c;
+  try {
+    c = await api('GET', `/api/${state.book}/check?${query(fields)}`);
+  } catch (e) {
+    if (seq === checkSeq) $('entry-error').textContent = sentence(e.message);
+    return false;
   }
-  ok = hint('h-name', nameText, nameBad) && ok;
+  if (seq !== checkSeq) return null;
 
-  const tidied = tidyNumber(number);
-  const numBytes = bytes(tidied);
-  let numText = `${TEXT_MAX - numBytes} bytes left of ${TEXT_MAX}`;
-  let numBad = numBytes > TEXT_MAX;
-  if (tidied !== number && NUMBER_RE.test(tidied)) numText = `Stored as ${tidied}. ` + numText;
-  if (!NUMBER_RE.test(tidied) || tidied === '+') {
-    numText = 'Only digits, * # P W T and a + in front. ' + numText;
-    numBad = true;
-  } else if (sim && lim.number_max) {
-    const digits = tidied.replace(/^\+/, '').length;
-    numText += `. On the card: ${digits} of ${lim.number_max} digits`;
-    if (digits > lim.number_max) { numText += ': too long for this card'; numBad = true; }
+  const n = c.name;
+  const noName = fields.name.trim() === '';
+  let nameText = (noName ? 'A name is needed. ' : '') + left(n);
+  if (n.card && fields.name) {
+    if (n.card.octets === null) nameText += '. A SIM cannot store characters such as emoji';
+    else if (n.card.max) nameText += `. On the card: ${n.card.encoding}, ${n.card.octets} of ${n.card.max} octets` +
+      (n.fits ? '' : ': too long for this card');
+    else nameText += `. On the card: ${n.card.encoding}, ${n.card.octets} octets`;
   }
-  ok = hint('h-number', numText, numBad) && ok;
+  let ok = hint('h-name', nameText, noName || !n.fits);
 
-  const eb = bytes(email);
-  ok = hint('h-email', `${TEXT_MAX - eb} bytes left of ${TEXT_MAX}`, eb > TEXT_MAX) && ok;
+  const num = c.number;
+  let numText;
+  if (num.error) {
+    numText = sentence(num.error);
+  } else {
+    numText = (num.stored && num.stored !== fields.number ? `Stored as ${num.stored}. ` : '') + left(num);
+    if (num.card && num.card.max) numText += `. On the card: ${num.card.digits} of ${num.card.max} digits`;
+  }
+  ok = hint('h-number', numText, !num.fits) && ok;
+  ok = hint('h-email', left(c.email), !c.email.fits) && ok;
   return ok;
+}
+
+function checkSoon() {
+  clearTimeout(checkTimer);
+  checkTimer = setTimeout(checkEntry, 150);
 }
 
 function openEntry(entry) {
@@ -302,7 +283,7 @@ function openEntry(entry) {
 
 async function saveEntry(ev) {
   ev.preventDefault();
-  if (!checkEntry()) {
+  if (!(await checkEntry())) {
     $('entry-error').textContent = 'Please correct the fields marked in red.';
     return;
   }
@@ -433,7 +414,9 @@ async function exportEntries(indexes) {
     const blob = await res.blob();
     const a = document.createElement('a');
     a.href = URL.createObjectURL(blob);
-    a.download = `${state.book}-phonebook.${format === 'vcard' ? 'vcf' : 'csv'}`;
+    // The file's name is pbweb's (its extension says the format).
+    const named = /filename="([^"]+)"/.exec(res.headers.get('Content-Disposition') || '');
+    a.download = named ? named[1] : `${state.book}-phonebook`;
     document.body.append(a);
     a.click();
     a.remove();
@@ -494,7 +477,7 @@ function wire() {
   $('search').addEventListener('input', () => { clearTimeout(typing); typing = setTimeout(load, 200); });
   $('add').addEventListener('click', () => openEntry(null));
   $('entry-form').addEventListener('submit', saveEntry);
-  $('entry-form').addEventListener('input', checkEntry);
+  $('entry-form').addEventListener('input', checkSoon);
   $('entry-cancel').addEventListener('click', () => $('entry-dialog').close());
   $('select-all').addEventListener('change', () => {
     for (const e of state.entries) $('select-all').checked ? state.selected.add(e.index) : state.selected.delete(e.index);
