@@ -26,6 +26,18 @@ struct Reply : pbweb_client::Answer {
     std::string at(const std::string &path) const { return json_at(js, path); }
 };
 
+// Every answer, whatever its status, carries the headers that keep the
+// page from being framed, sniffed, cached or made to load anything from
+// elsewhere.
+void expect_guarded(pbweb_client::Answer &r, const std::string &what)
+{
+    EXPECT_EQ(r.headers["content-security-policy"], "default-src 'self'; frame-ancestors 'none'") << what;
+    EXPECT_EQ(r.headers["x-frame-options"], "DENY") << what;
+    EXPECT_EQ(r.headers["x-content-type-options"], "nosniff") << what;
+    EXPECT_EQ(r.headers["referrer-policy"], "no-referrer") << what;
+    EXPECT_EQ(r.headers["cache-control"], "no-store") << what;
+}
+
 class PbwebApi : public ::testing::Test {
 protected:
     void SetUp() override
@@ -250,15 +262,16 @@ TEST_F(PbwebApi, RefusedRequestsGetTheirStatusAndChangeNothing)
     for (const auto &c : cases) {
         Reply r = http(c.method, c.path, c.body, c.headers);
         EXPECT_EQ(r.status, c.status) << c.what << ": " << r.body;
-        EXPECT_EQ(r.headers["x-frame-options"], "DENY") << c.what;
+        expect_guarded(r, c.what);
         EXPECT_NE(r.at("code"), "<none>") << c.what << ": " << r.body;
     }
     EXPECT_EQ(http("GET", "/api/device/entries").at("count"), "0");
 
-    Reply page = http("GET", "/");
-    EXPECT_EQ(page.status, 200);
-    EXPECT_EQ(page.headers["content-security-policy"], "default-src 'self'");
-    EXPECT_EQ(page.headers["x-content-type-options"], "nosniff");
+    for (const char *path : {"/", "/app.js", "/api/status", "/api/device/export"}) {
+        Reply r = http("GET", path);
+        EXPECT_EQ(r.status, 200) << path;
+        expect_guarded(r, path);
+    }
     EXPECT_EQ(http("GET", "/app.js").headers["content-type"], "text/javascript; charset=utf-8");
 }
 

@@ -26,6 +26,9 @@ constexpr size_t kMaxSessions = 32;
 constexpr int kLoginTries = 5;  // wrong passwords in a row before the pause
 constexpr std::chrono::seconds kLoginPause{30};
 constexpr const char *kCookie = "pbweb_session";
+// Nothing from elsewhere, and the page in no frame of any other page (the
+// second for browsers that know only the older header below).
+constexpr const char *kPolicy = "default-src 'self'; frame-ancestors 'none'";
 
 // One request while its body arrives.
 struct Pending {
@@ -106,7 +109,7 @@ enum MHD_Result send(MHD_Connection *c, Response r)
         return MHD_NO;
     body.release();
     MHD_add_response_header(resp, "Content-Type", r.content_type.c_str());
-    MHD_add_response_header(resp, "Content-Security-Policy", "default-src 'self'");
+    MHD_add_response_header(resp, "Content-Security-Policy", kPolicy);
     MHD_add_response_header(resp, "X-Content-Type-Options", "nosniff");
     MHD_add_response_header(resp, "X-Frame-Options", "DENY");
     MHD_add_response_header(resp, "Referrer-Policy", "no-referrer");
