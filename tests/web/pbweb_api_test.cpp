@@ -1,12 +1,16 @@
 // pbweb end to end: its JSON API over real HTTP, against pb_host and the
 // modem simulator, as the page and scripts use it. Every operation, the
 // status of every kind of refusal, the check of an entry changed meanwhile,
-// and the login.
+// and the login and its sessions.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host_rig.h"
@@ -25,6 +29,32 @@ struct Reply : pbweb_client::Answer {
     pbweb::Json js;
     std::string at(const std::string &path) const { return json_at(js, path); }
 };
+
+std::string slurp(const std::string &file)
+{
+    std::ifstream in(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// pbweb run to its end with a shell's redirections: its exit status, and
+// what it wrote to standard error in *err. One that does not end within a
+// minute is stopped (status 124).
+int run_pbweb(const std::string &args, std::string *err = nullptr)
+{
+    const std::string err_file = kWork + "/pbweb.err";
+    const int status =
+        std::system(("timeout 60 " + std::string(PBWEB_BIN) + " " + args + " 2>" + err_file).c_str());
+    if (err)
+        *err = slurp(err_file);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// The password's hash into `file`, as an administrator sets it.
+void set_password(const std::string &file, const std::string &password)
+{
+    std::ofstream(kWork + "/password.in") << password << "\n";
+    ASSERT_EQ(run_pbweb("--set-password " + file + " <" + kWork + "/password.in"), 0);
+}
 
 // Every answer, whatever its status, carries the headers that keep the
 // page from being framed, sniffed, cached or made to load anything from
@@ -68,7 +98,7 @@ protected:
     // A change gets this page's Origin and a JSON type unless the headers
     // given say otherwise.
     Reply http(const std::string &method, const std::string &path, const std::string &body = "",
-               const Headers &extra = {})
+               const Headers &extra = {}, const char *from = "127.0.0.1")
     {
         Headers h;
         if (method != "GET")
@@ -77,7 +107,7 @@ protected:
             h["Cookie"] = cookie_;
         for (const auto &kv : extra)
             h[kv.first] = kv.second;
-        Reply r{pbweb_client::request(port_, method, path, body, h), {}};
+        Reply r{pbweb_client::request(port_, method, path, body, h, from), {}};
         EXPECT_NE(r.status, 0) << "no HTTP answer from pbweb";
         if (r.headers["content-type"] == "application/json") {
             std::string err;
@@ -97,6 +127,15 @@ protected:
     }
 
     // Waits until the SIM phonebook has been read.
+    // A login from the loopback address `from`; a session's cookie is kept.
+    Reply login(const std::string &password, const char *from = "127.0.0.1")
+    {
+        Reply r = http("POST", "/api/login", "{\"password\":\"" + password + "\"}", {}, from);
+        if (r.status == 200)
+            cookie_ = r.headers["set-cookie"].substr(0, r.headers["set-cookie"].find(';'));
+        return r;
+    }
+
     Reply sim_list()
     {
         Reply r;
@@ -362,21 +401,34 @@ TEST_F(PbwebApi, PasswordGuardsEveryApiCallButTheLogin)
 {
     const std::string pw = kWork + "/password";
     std::ofstream(pw) << "s3cret pass\n";
+    std::string err;
+    EXPECT_EQ(run_pbweb("--listen 127.0.0.1:0 --password-file " + pw, &err), 2)
+        << "a password written as it is";
+    EXPECT_NE(err.find("--set-password " + pw), std::string::npos) << err;
+
+    set_password(pw, "s3cret pass");
+    const std::string stored = slurp(pw);
+    EXPECT_EQ(stored.find("s3cret"), std::string::npos) << stored;
+    EXPECT_EQ(stored.compare(0, 3, "$y$"), 0) << stored;
+    struct stat st {};
+    ASSERT_EQ(stat(pw.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+
     start_web({"--password-file", pw, "--host", "Router.LAN"});
     EXPECT_EQ(http("GET", "/api/status", "", {{"Host", "router.lan:8080"}}).status, 401) << "a name allowed";
 
     EXPECT_EQ(http("GET", "/api/status").status, 401);
     EXPECT_EQ(http("GET", "/").status, 200) << "the page itself shows the login";
-    EXPECT_EQ(http("POST", "/api/login", R"({"password":"s3cret"})").status, 401);
+    EXPECT_EQ(login("s3cret").status, 401);
     EXPECT_EQ(http("POST", "/api/login", R"({"password":"s3cret pass"})", {{"Origin", "http://evil.example"}})
                   .status,
               403);
-    Reply in = http("POST", "/api/login", R"({"password":"s3cret pass"})");
+    Reply in = login("s3cret pass");
     ASSERT_EQ(in.status, 200);
     const std::string set = in.headers["set-cookie"];
     EXPECT_NE(set.find("HttpOnly"), std::string::npos) << set;
     EXPECT_NE(set.find("SameSite=Strict"), std::string::npos) << set;
-    cookie_ = set.substr(0, set.find(';'));
+    EXPECT_EQ(set.find("Secure"), std::string::npos) << "a Secure cookie never comes back over HTTP: " << set;
     EXPECT_EQ(http("GET", "/api/device/entries").status, 200);
     EXPECT_EQ(http("GET", "/api/status").at("login"), "true") << "the page offers to log out";
 
@@ -385,12 +437,62 @@ TEST_F(PbwebApi, PasswordGuardsEveryApiCallButTheLogin)
     cookie_ = "pbweb_session=00000000000000000000000000000000";
     EXPECT_EQ(http("GET", "/api/device/entries").status, 401);
 
-    // Guessing: after five wrong passwords in a row even the right one waits.
-    for (int i = 0; i < 5; ++i)
-        EXPECT_EQ(http("POST", "/api/login", R"({"password":"guess"})").status, 401);
-    Reply paused = http("POST", "/api/login", R"({"password":"s3cret pass"})");
-    EXPECT_EQ(paused.status, 429);
-    EXPECT_FALSE(paused.headers["retry-after"].empty());
+    // A new password set while pbweb runs ends every session.
+    ASSERT_EQ(login("s3cret pass").status, 200);
+    set_password(pw, "new pass");
+    EXPECT_EQ(http("GET", "/api/device/entries").status, 401);
+    EXPECT_EQ(login("s3cret pass").status, 401);
+    EXPECT_EQ(login("new pass").status, 200);
+    EXPECT_EQ(http("GET", "/api/device/entries").status, 200);
+}
+
+// A guesser is paused per address, for twice as long after each wrong
+// password past the third, while the owner elsewhere logs in at once.
+TEST_F(PbwebApi, WrongPasswordsPauseOnlyTheGuessingAddress)
+{
+    const std::string pw = kWork + "/password";
+    set_password(pw, "right");
+    start_web({"--password-file", pw});
+    const char *guesser = "127.0.0.2";
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(login("guess", guesser).status, 401) << "wrong password " << i + 1;
+    Reply paused = login("right", guesser);
+    EXPECT_EQ(paused.status, 429) << "even the right password waits";
+    EXPECT_EQ(paused.headers["retry-after"], "1");
+    EXPECT_EQ(login("right").status, 200) << "another address is not paused";
+
+    for (const char *wait : {"2", "4"}) {
+        Reply r;
+        ASSERT_TRUE(pbt::wait_until([&] { return (r = login("guess", guesser)).status != 429; }, 30000));
+        EXPECT_EQ(r.status, 401);
+        r = login("guess", guesser);
+        EXPECT_EQ(r.status, 429);
+        EXPECT_EQ(r.headers["retry-after"], wait);
+        EXPECT_EQ(login("right", "127.0.0.3").status, 200);
+    }
+
+    // The right password after the pause resets the count of its address.
+    Reply r;
+    ASSERT_TRUE(pbt::wait_until([&] { return (r = login("right", guesser)).status != 429; }, 30000));
+    EXPECT_EQ(r.status, 200);
+    EXPECT_EQ(login("guess", guesser).status, 401);
+    EXPECT_EQ(login("guess", guesser).status, 401) << "no pause before the third wrong password";
+}
+
+TEST_F(PbwebApi, SessionsEndAfterTheirIdleAndOverallTime)
+{
+    const std::string pw = kWork + "/password";
+    set_password(pw, "right");
+    // With the other limit at its default, each ends the session by itself.
+    for (const char *limit : {"--session-idle", "--session-max"}) {
+        start_web({"--password-file", pw, limit, "1"});
+        ASSERT_EQ(login("right").status, 200) << limit;
+        EXPECT_EQ(http("GET", "/api/device/entries").status, 200) << limit;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        EXPECT_EQ(http("GET", "/api/device/entries").status, 401) << limit;
+        EXPECT_EQ(web_->wait(30000, SIGTERM), 0);
+        web_.reset();
+    }
 }
 
 }  // namespace
