@@ -12,10 +12,11 @@
 #                              the demo's packages and clang for the fuzzers,
 #                              clang-format, the 32-bit ARM cross toolchain
 #                              with qemu-user for the target tests, python3
-#                              for the end-to-end tests, chromium's driver
-#                              and selenium for the browser test, and the
-#                              target's libmicrohttpd and libcrypt for the
-#                              armhf pbweb
+#                              for the end-to-end tests, openssl and GnuTLS's
+#                              headers for the HTTPS test, chromium's
+#                              driver and selenium for the browser test, and
+#                              the target's libmicrohttpd and libcrypt for
+#                              the armhf pbweb
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -45,7 +46,8 @@ if [ "$what" = test ]; then
     have arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
     have qemu-arm || need+=(qemu-user)
     [ -x /usr/bin/python3 ] || need+=(python3)
-    pkgs+=(googletest chromium-driver python3-selenium)
+    have openssl || need+=(openssl)
+    pkgs+=(googletest libgnutls28-dev chromium-driver python3-selenium)
 fi
 for p in "${pkgs[@]}"; do
     pkg_installed "$p" || need+=("$p")

@@ -3,12 +3,14 @@
 // phonebook only through the library's client API.
 //
 //   pbweb [--listen ADDR:PORT] [--password-file FILE] [--session-idle SECONDS]
-//         [--session-max SECONDS] [--host NAME]...
+//         [--session-max SECONDS] [--tls-cert FILE --tls-key FILE] [--insecure-lan]
+//         [--host NAME]...
 //   pbweb --set-password FILE     (the password on standard input)
 //
-// Prints "pbweb: listening on http://ADDR:PORT/" once it takes requests,
-// and stops cleanly on SIGTERM or SIGINT (exit status 0). Options it cannot take end it with status 2,
-// anything else that keeps it from starting with 1.
+// Prints "pbweb: listening on http://ADDR:PORT/" (https with a certificate)
+// once it takes requests, and stops cleanly on SIGTERM or SIGINT (exit
+// status 0). Options it cannot take end it with status 2, anything else
+// that keeps it from starting with 1.
 #include <getopt.h>
 #include <malloc.h>
 #include <signal.h>
@@ -40,11 +42,23 @@ const char kUsage[] =
     "                              then takes only the new password and ends every session\n"
     "      --session-idle SECONDS  end a session after this long without a request (default 1800)\n"
     "      --session-max SECONDS   end a session this long after its login (default 43200)\n"
+    "      --tls-cert FILE         serve HTTPS with this certificate (PEM; with --tls-key)\n"
+    "      --tls-key FILE          the certificate's private key (PEM)\n"
+    "      --insecure-lan          serve plain HTTP on an address other than loopback\n"
     "  -H, --host NAME             a host name the page is reached by (again for more); addresses\n"
     "                              and localhost always work, other names are refused\n"
     "  -h, --help                  this text\n";
 
-enum LongOnly { SET_PASSWORD = 256, SESSION_IDLE, SESSION_MAX };
+enum LongOnly { SET_PASSWORD = 256, SESSION_IDLE, SESSION_MAX, TLS_CERT, TLS_KEY, INSECURE_LAN };
+
+bool read_file(const std::string &file, std::string *out, std::string *error)
+{
+    std::ifstream in(file, std::ios::binary);
+    if (!in)
+        return *error = "cannot read " + file, false;
+    out->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return true;
+}
 
 // 1 second to 10 years.
 bool read_seconds(const char *name, const char *text, std::chrono::seconds *out, std::string *error)
@@ -109,6 +123,9 @@ int main(int argc, char **argv)
                                    {"set-password", required_argument, nullptr, SET_PASSWORD},
                                    {"session-idle", required_argument, nullptr, SESSION_IDLE},
                                    {"session-max", required_argument, nullptr, SESSION_MAX},
+                                   {"tls-cert", required_argument, nullptr, TLS_CERT},
+                                   {"tls-key", required_argument, nullptr, TLS_KEY},
+                                   {"insecure-lan", no_argument, nullptr, INSECURE_LAN},
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
     std::string error, password_to_set;
@@ -121,6 +138,9 @@ int main(int argc, char **argv)
         case SET_PASSWORD: password_to_set = optarg; break;
         case SESSION_IDLE: ok = read_seconds("--session-idle", optarg, &opt.session_idle, &error); break;
         case SESSION_MAX: ok = read_seconds("--session-max", optarg, &opt.session_max, &error); break;
+        case TLS_CERT: ok = read_file(optarg, &opt.tls_cert, &error); break;
+        case TLS_KEY: ok = read_file(optarg, &opt.tls_key, &error); break;
+        case INSECURE_LAN: opt.insecure_lan = true; break;
         case 'h': std::fputs(kUsage, stdout); return 0;
         default: std::fputs(kUsage, stderr); return 2;
         }
@@ -157,7 +177,8 @@ int main(int argc, char **argv)
     case pbweb::StartError::FAILED: std::fprintf(stderr, "pbweb: %s\n", error.c_str()); return 1;
     }
     const std::string host = opt.listen.substr(0, opt.listen.rfind(':'));
-    std::printf("pbweb: listening on http://%s:%d/\n", host.c_str(), server.port());
+    std::printf("pbweb: listening on %s://%s:%d/\n", server.tls() ? "https" : "http", host.c_str(),
+                server.port());
     std::fflush(stdout);
 
     int sig = 0;

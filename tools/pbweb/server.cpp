@@ -171,6 +171,14 @@ bool parse_listen(const std::string &listen, sockaddr_storage *addr, bool *v6, s
     return *error = "--listen: '" + host + "' is not an IP address", false;
 }
 
+bool is_loopback(const sockaddr_storage &addr)
+{
+    if (addr.ss_family == AF_INET)
+        return (ntohl(reinterpret_cast<const sockaddr_in *>(&addr)->sin_addr.s_addr) >> 24) == 127;
+    const in6_addr &a6 = reinterpret_cast<const sockaddr_in6 *>(&addr)->sin6_addr;
+    return IN6_IS_ADDR_LOOPBACK(&a6) || (IN6_IS_ADDR_V4MAPPED(&a6) && a6.s6_addr[12] == 127);
+}
+
 }  // namespace
 
 StartError Server::start(const ServerOptions &opt, std::string *error)
@@ -179,6 +187,18 @@ StartError Server::start(const ServerOptions &opt, std::string *error)
     bool v6 = false;
     if (!parse_listen(opt.listen, &addr, &v6, error))
         return StartError::OPTIONS;
+    tls_ = !opt.tls_cert.empty() || !opt.tls_key.empty();
+    if (tls_ && (opt.tls_cert.empty() || opt.tls_key.empty()))
+        return *error = "--tls-cert and --tls-key go together", StartError::OPTIONS;
+    if (!tls_ && !opt.insecure_lan && !is_loopback(addr))
+        return *error =
+                   "without --tls-cert and --tls-key only a loopback address is served (the password and "
+                   "the phonebook would cross the network in clear text); give a certificate, or "
+                   "--insecure-lan to serve plain HTTP on " +
+                   opt.listen + " anyway",
+               StartError::OPTIONS;
+    if (tls_ && MHD_is_feature_supported(MHD_FEATURE_TLS) != MHD_YES)
+        return *error = "this libmicrohttpd was built without TLS", StartError::FAILED;
     if (!opt.password_file.empty()) {
         auth_ = std::make_unique<Auth>();
         if (!auth_->open(opt.password_file, opt.session_idle, opt.session_max, error))
@@ -186,15 +206,25 @@ StartError Server::start(const ServerOptions &opt, std::string *error)
     }
     for (const std::string &h : opt.hosts)
         hosts_.push_back(host_name(h));
-    unsigned flags = MHD_USE_AUTO_INTERNAL_THREAD | (v6 ? MHD_USE_IPv6 : 0);
+    // The PEM texts stay in opt, which outlives the call; libmicrohttpd
+    // reads them while it starts.
+    const MHD_OptionItem tls_options[] = {
+        {tls_ ? MHD_OPTION_HTTPS_MEM_KEY : MHD_OPTION_END, 0, const_cast<char *>(opt.tls_key.c_str())},
+        {MHD_OPTION_HTTPS_MEM_CERT, 0, const_cast<char *>(opt.tls_cert.c_str())},
+        {MHD_OPTION_END, 0, nullptr}};
+    unsigned flags = MHD_USE_AUTO_INTERNAL_THREAD | (v6 ? MHD_USE_IPv6 : 0) | (tls_ ? MHD_USE_TLS : 0);
     daemon_ = MHD_start_daemon(flags, 0, nullptr, nullptr, request_cb, this,               //
                                MHD_OPTION_SOCK_ADDR, reinterpret_cast<sockaddr *>(&addr),  //
                                MHD_OPTION_THREAD_POOL_SIZE, opt.threads,                   //
                                MHD_OPTION_CONNECTION_LIMIT, 64u,                           //
                                MHD_OPTION_CONNECTION_TIMEOUT, 30u,                         //
+                               MHD_OPTION_ARRAY, tls_options,                              //
                                MHD_OPTION_NOTIFY_COMPLETED, done_cb, this, MHD_OPTION_END);
     if (!daemon_)
-        return *error = "cannot listen on " + opt.listen + " (address in use?)", StartError::FAILED;
+        return *error = "cannot listen on " + opt.listen +
+                        (tls_ ? " (address in use, or the certificate and key are no PEM pair?)"
+                              : " (address in use?)"),
+               StartError::FAILED;
     const MHD_DaemonInfo *info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_BIND_PORT);
     port_ = info ? info->port : 0;
     return StartError::NONE;
@@ -220,7 +250,8 @@ bool Server::logged_in(MHD_Connection *c)
 
 std::string Server::cookie(const std::string &value, const char *attributes) const
 {
-    return std::string(kCookie) + "=" + value + "; Path=/" + attributes + "; HttpOnly; SameSite=Strict";
+    return std::string(kCookie) + "=" + value + "; Path=/" + attributes + "; HttpOnly; SameSite=Strict" +
+           (tls_ ? "; Secure" : "");
 }
 
 Response Server::login(MHD_Connection *c, const std::string &body)
@@ -292,8 +323,9 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
         if (!changes_state(p->route.op))
             return MHD_YES;
         const std::string origin = header(c, "Origin");
-        // https: when a TLS front end passes the request on with its Host.
-        if (host.empty() || (origin != "http://" + host && origin != "https://" + host))
+        // Without TLS of its own, https too: a TLS front end may pass the
+        // request on with its Host.
+        if (host.empty() || (origin != "https://" + host && (tls_ || origin != "http://" + host)))
             return refuse(c, 403, "a change must come from this page (the Origin header does not match)");
         const std::string type = media_type(header(c, "Content-Type"));
         const bool import = p->route.op == Op::IMPORT;

@@ -5,8 +5,8 @@
 //     a name given with --host, so that a foreign site whose name was made
 //     to point at the router (DNS rebinding) gets nothing;
 //   - a login when a password file is given (auth.h: sessions in an
-//     HttpOnly, SameSite=Strict cookie; wrong passwords pause their
-//     client's address);
+//     HttpOnly, SameSite=Strict cookie, Secure over HTTPS; wrong passwords
+//     pause their client's address);
 //   - for every change: an Origin equal to the Host the request went to, and
 //     a body of the expected type (JSON; an import: multipart/form-data);
 //   - bodies capped (JSON 256 KiB, an import 1 MiB), larger ones refused
@@ -16,6 +16,11 @@
 //
 // No part of a request path ever names a file: the page's files are a fixed
 // table, and import, export and copy work in memory.
+//
+// With a certificate and key it serves HTTPS through libmicrohttpd's TLS
+// (GnuTLS); without, only a loopback address unless told otherwise, so that
+// the password and the phonebook never cross a network in clear text by
+// mistake.
 //
 // Threads: libmicrohttpd's pool calls handle(); the login state has its
 // own mutex, the phonebook serialises its calls.
@@ -42,6 +47,8 @@ struct ServerOptions {
     std::chrono::seconds session_idle{1800};
     std::chrono::seconds session_max{43200};
     std::vector<std::string> hosts;  // host names the page may be reached by, besides addresses
+    std::string tls_cert, tls_key;   // PEM texts; both empty: plain HTTP
+    bool insecure_lan = false;       // plain HTTP on an address other than loopback
     unsigned threads = 4;
 };
 
@@ -58,6 +65,7 @@ public:
     StartError start(const ServerOptions &opt, std::string *error);
     void stop();
     int port() const { return port_; }
+    bool tls() const { return tls_; }
 
     // libmicrohttpd's callbacks (public for the C trampolines).
     int on_request(struct MHD_Connection *c, const char *url, const char *method, const char *upload,
@@ -72,6 +80,7 @@ private:
     Phonebook &pb_;
     MHD_Daemon *daemon_ = nullptr;
     int port_ = 0;
+    bool tls_ = false;
     std::unique_ptr<Auth> auth_;  // null: no login
     std::vector<std::string> hosts_;
 };
