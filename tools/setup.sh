@@ -5,18 +5,19 @@
 #   bash tools/setup.sh demo   what tools/demo.sh needs: the host build
 #                              (compilers, CMake, the GoogleTest and Google
 #                              Benchmark headers the host preset configures
-#                              with, libmicrohttpd for the web page) and
-#                              chromium with a font for Chinese names, for
-#                              the screenshot of the page
+#                              with, libmicrohttpd and libcrypt for the web
+#                              page) and chromium with a font for Chinese
+#                              names, for the screenshot of the page
 #   bash tools/setup.sh [test] what tools/test-all.sh needs (the default):
 #                              the demo's packages and clang for the fuzzers,
 #                              clang-format and clang-tidy, the 32-bit ARM cross toolchain
 #                              with qemu-user for the target tests, python3
-#                              for the end-to-end tests, chromium's driver
-#                              and selenium for the browser test, the
-#                              target's libmicrohttpd for the armhf pbweb,
-#                              and systemd-analyze, setpriv and curl for the
-#                              check of the service definitions
+#                              for the end-to-end tests, openssl and GnuTLS's
+#                              headers for the HTTPS test, chromium's
+#                              driver and selenium for the browser test, the
+#                              target's libmicrohttpd and libcrypt for the
+#                              armhf pbweb, and systemd-analyze, setpriv and
+#                              curl for the check of the service definitions
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -39,7 +40,7 @@ have cmake || need+=(cmake)
 have make || need+=(make)
 have g++ || need+=(g++)
 have pkg-config || need+=(pkgconf)
-pkgs=(libgtest-dev libgmock-dev libbenchmark-dev libmicrohttpd-dev chromium fonts-wqy-microhei)
+pkgs=(libgtest-dev libgmock-dev libbenchmark-dev libmicrohttpd-dev libcrypt-dev chromium fonts-wqy-microhei)
 if [ "$what" = test ]; then
     have clang++ || need+=(clang)
     have clang-format || need+=(clang-format)
@@ -50,7 +51,8 @@ if [ "$what" = test ]; then
     have systemd-analyze || need+=(systemd)
     have setpriv || need+=(util-linux)
     have curl || need+=(curl)
-    pkgs+=(googletest chromium-driver python3-selenium)
+    have openssl || need+=(openssl)
+    pkgs+=(googletest libgnutls28-dev chromium-driver python3-selenium)
 fi
 for p in "${pkgs[@]}"; do
     pkg_installed "$p" || need+=("$p")
@@ -63,28 +65,40 @@ if [ ${#need[@]} -gt 0 ]; then
 fi
 [ "$what" = test ] || exit 0
 
-# The target's libmicrohttpd for the armhf build of pbweb: Debian's
-# multiarch package, or when that cannot be installed (the armhf lists of a
-# mirror lag behind the host's, and the C library's packages then do not
-# match), the same package unpacked into build/armhf-debs, where the armhf
-# preset looks (MUTILS_PB_TARGET_ROOT).
+# The target's libmicrohttpd and libcrypt for the armhf build of pbweb:
+# Debian's multiarch packages, or when those cannot be installed (the armhf
+# lists of a mirror lag behind the host's, and the C library's packages
+# then do not match), the same packages unpacked into build/armhf-debs,
+# where the armhf preset looks (MUTILS_PB_TARGET_ROOT).
 debs=build/armhf-debs
-mhd_unpacked() { [ -e "$debs/usr/lib/arm-linux-gnueabihf/libmicrohttpd.so" ] && [ -e "$debs/usr/include/microhttpd.h" ]; }
-pkg_installed libmicrohttpd-dev:armhf && exit 0
-mhd_unpacked && exit 0
+armhf_dev=(libmicrohttpd-dev:armhf libcrypt-dev:armhf)
+armhf_debs=(libmicrohttpd-dev:armhf libmicrohttpd12:armhf libcrypt-dev:armhf libcrypt1:armhf)
+unpacked() {
+    local lib=$debs/usr/lib/arm-linux-gnueabihf
+    [ -e "$lib/libmicrohttpd.so" ] && [ -e "$debs/usr/include/microhttpd.h" ] &&
+        [ -e "$lib/libcrypt.so" ] && [ -e "$debs/usr/include/crypt.h" ]
+}
+all_installed() { for p in "${armhf_dev[@]}"; do pkg_installed "$p" || return 1; done; }
+all_installed && exit 0
+unpacked && exit 0
 dpkg --print-foreign-architectures | grep -qx armhf || $SUDO dpkg --add-architecture armhf
-install_armhf() { DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq libmicrohttpd-dev:armhf >/dev/null 2>&1; }
+install_armhf() { DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${armhf_dev[@]}" >/dev/null 2>&1; }
 if install_armhf || { update_lists >/dev/null 2>&1; install_armhf; }; then
     exit 0
 fi
-echo "setup: libmicrohttpd-dev:armhf cannot be installed here; unpacking its packages into $debs"
+echo "setup: ${armhf_dev[*]} cannot be installed here; unpacking their packages into $debs"
 dl=$(mktemp -d)
 trap 'rm -rf "$dl"' EXIT
 # apt-get download, run as root, writes as the user _apt.
 [ -z "$SUDO" ] && chown _apt "$dl" 2>/dev/null || true
-if (cd "$dl" && apt-get download -qq libmicrohttpd-dev:armhf libmicrohttpd12:armhf >/dev/null); then
+if (cd "$dl" && apt-get download -qq "${armhf_debs[@]}" >/dev/null); then
     rm -rf "$debs"
     mkdir -p "$debs"
     for d in "$dl"/*.deb; do dpkg -x "$d" "$debs"; done
+    # A link to an absolute path (libcrypt.so -> /lib/...) would leave the
+    # folder: it is made to point at the same path inside it.
+    find "$debs" -type l -lname '/*' | while read -r link; do
+        ln -sfn "$(realpath -ms --relative-to="$(dirname "$link")" "$debs$(readlink "$link")")" "$link"
+    done
 fi
-mhd_unpacked || echo "setup: libmicrohttpd for armhf could not be fetched; the armhf build leaves pbweb out"
+unpacked || echo "setup: libmicrohttpd or libcrypt for armhf could not be fetched; the armhf build leaves pbweb out"

@@ -365,8 +365,7 @@ def main():
         run(Page(driver, url, work), url, work, card, downloads)
 
         pw = os.path.join(work, "password")
-        with open(pw, "w") as f:
-            f.write("open sesame\n")
+        subprocess.run([args.pbweb, "--set-password", pw], input=b"open sesame\n", check=True)
         guarded = procs.start([args.pbweb, "--listen", "127.0.0.1:0", "--password-file", pw], "pbweb-login.log",
                               stdout=subprocess.PIPE)
         run_login(Page(driver, url, work), guarded.stdout.readline().decode().strip().rsplit(" ", 1)[-1])

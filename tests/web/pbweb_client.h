@@ -1,6 +1,8 @@
 /* pbweb_client.h - pbweb started on a free loopback port, and HTTP/1.1
- * requests to it, one connection each: for pbweb's API test and the web
- * benchmark. Every call blocks; any thread may make requests. */
+ * requests to it, one connection each, from a loopback address of the
+ * caller's choice: for pbweb's API test and the web benchmark. The request
+ * text and the answer's parser serve a test's own transport (TLS) too.
+ * Every call blocks; any thread may make requests. */
 #ifndef PBWEB_CLIENT_H
 #define PBWEB_CLIENT_H
 
@@ -14,6 +16,7 @@
 #include <cstdlib>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 extern char **environ;
@@ -59,11 +62,10 @@ inline pid_t start(std::vector<std::string> argv, int *port)
     return pid;
 }
 
-// One request on its own connection. Host, "Connection: close" and
-// Content-Length are sent unless `headers` name them; a header given empty
-// is left out.
-inline Answer request(int port, const std::string &method, const std::string &path,
-                      const std::string &body = "", Headers headers = {})
+// The text of one request. Host, "Connection: close" and Content-Length
+// are sent unless `headers` name them; a header given empty is left out.
+inline std::string request_text(int port, const std::string &method, const std::string &path,
+                                const std::string &body, Headers headers)
 {
     headers.emplace("Host", "127.0.0.1:" + std::to_string(port));
     headers.emplace("Connection", "close");
@@ -72,23 +74,31 @@ inline Answer request(int port, const std::string &method, const std::string &pa
     for (const auto &[name, value] : headers)
         if (!value.empty())
             req += name + ": " + value + "\r\n";
-    req += "\r\n" + body;
+    return req + "\r\n" + body;
+}
 
-    std::string raw;
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
+// A connected socket to 127.0.0.1:port, or -1; from the loopback address
+// `from` (any of 127.0.0.0/8) when given, else from the one the kernel
+// picks.
+inline int connect_from(const char *from, int port)
+{
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in src{}, to{};
+    src.sin_family = to.sin_family = AF_INET;
     to.sin_port = htons(static_cast<uint16_t>(port));
     to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (connect(fd, reinterpret_cast<sockaddr *>(&to), sizeof to) == 0) {
-        // The server may answer and close before taking a refused body.
-        (void)send(fd, req.data(), req.size(), MSG_NOSIGNAL);
-        char buf[16384];
-        for (ssize_t n; (n = recv(fd, buf, sizeof buf, 0)) > 0;)
-            raw.append(buf, static_cast<size_t>(n));
-    }
-    close(fd);
+    const bool bound = !from || (inet_pton(AF_INET, from, &src.sin_addr) == 1 &&
+                                 bind(fd, reinterpret_cast<sockaddr *>(&src), sizeof src) == 0);
+    if (fd >= 0 && bound && connect(fd, reinterpret_cast<sockaddr *>(&to), sizeof to) == 0)
+        return fd;
+    if (fd >= 0)
+        close(fd);
+    return -1;
+}
 
+// The answer as it came off the wire; status 0 when it is no HTTP answer.
+inline Answer parse_answer(const std::string &raw)
+{
     Answer a;
     const size_t end = raw.find("\r\n\r\n");
     if (raw.compare(0, 9, "HTTP/1.1 ") != 0 || end == std::string::npos)
@@ -104,6 +114,24 @@ inline Answer request(int port, const std::string &method, const std::string &pa
     }
     a.body = raw.substr(end + 4);
     return a;
+}
+
+// One request on its own connection.
+inline Answer request(int port, const std::string &method, const std::string &path,
+                      const std::string &body = "", Headers headers = {}, const char *from = nullptr)
+{
+    const std::string req = request_text(port, method, path, body, std::move(headers));
+    std::string raw;
+    const int fd = connect_from(from, port);
+    if (fd >= 0) {
+        // The server may answer and close before taking a refused body.
+        (void)send(fd, req.data(), req.size(), MSG_NOSIGNAL);
+        char buf[16384];
+        for (ssize_t n; (n = recv(fd, buf, sizeof buf, 0)) > 0;)
+            raw.append(buf, static_cast<size_t>(n));
+        close(fd);
+    }
+    return parse_answer(raw);
 }
 
 }  // namespace pbweb_client

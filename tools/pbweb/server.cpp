@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <microhttpd.h>
 #include <netinet/in.h>
-#include <sys/random.h>
 
 #include <algorithm>
 #include <cctype>
@@ -22,10 +21,10 @@ constexpr size_t kKiB = 1024;
 constexpr size_t kJsonCap = 256 * kKiB;
 constexpr size_t kImportCap = 1024 * kKiB;
 constexpr size_t kDiscardMax = 4 * kImportCap;  // of a refused body, before hanging up
-constexpr size_t kMaxSessions = 32;
-constexpr int kLoginTries = 5;  // wrong passwords in a row before the pause
-constexpr std::chrono::seconds kLoginPause{30};
 constexpr const char *kCookie = "pbweb_session";
+// Nothing from elsewhere, and the page in no frame of any other page (the
+// second for browsers that know only the older header below).
+constexpr const char *kPolicy = "default-src 'self'; frame-ancestors 'none'";
 
 // One request while its body arrives.
 struct Pending {
@@ -57,16 +56,6 @@ std::string media_type(const std::string &content_type)
     t.erase(std::remove_if(t.begin(), t.end(), [](unsigned char ch) { return std::isspace(ch); }), t.end());
     std::transform(t.begin(), t.end(), t.begin(), [](unsigned char ch) { return std::tolower(ch); });
     return t;
-}
-
-bool same_text(const std::string &a, const std::string &b)
-{
-    // Takes as long for every string of a given length: no early exit that
-    // would tell how much of a guessed password was right.
-    unsigned char diff = a.size() == b.size() ? 0 : 1;
-    for (size_t i = 0; i < a.size(); ++i)
-        diff |= static_cast<unsigned char>(a[i] ^ (i < b.size() ? b[i] : 0));
-    return diff == 0;
 }
 
 // The Host header without its port, in lower case: "[::1]:80" -> "[::1]".
@@ -106,7 +95,7 @@ enum MHD_Result send(MHD_Connection *c, Response r)
         return MHD_NO;
     body.release();
     MHD_add_response_header(resp, "Content-Type", r.content_type.c_str());
-    MHD_add_response_header(resp, "Content-Security-Policy", "default-src 'self'");
+    MHD_add_response_header(resp, "Content-Security-Policy", kPolicy);
     MHD_add_response_header(resp, "X-Content-Type-Options", "nosniff");
     MHD_add_response_header(resp, "X-Frame-Options", "DENY");
     MHD_add_response_header(resp, "Referrer-Policy", "no-referrer");
@@ -182,29 +171,63 @@ bool parse_listen(const std::string &listen, sockaddr_storage *addr, bool *v6, s
     return *error = "--listen: '" + host + "' is not an IP address", false;
 }
 
+bool is_loopback(const sockaddr_storage &addr)
+{
+    if (addr.ss_family == AF_INET)
+        return (ntohl(reinterpret_cast<const sockaddr_in *>(&addr)->sin_addr.s_addr) >> 24) == 127;
+    const in6_addr &a6 = reinterpret_cast<const sockaddr_in6 *>(&addr)->sin6_addr;
+    return IN6_IS_ADDR_LOOPBACK(&a6) || (IN6_IS_ADDR_V4MAPPED(&a6) && a6.s6_addr[12] == 127);
+}
+
 }  // namespace
 
-bool Server::start(const ServerOptions &opt, std::string *error)
+StartError Server::start(const ServerOptions &opt, std::string *error)
 {
     sockaddr_storage addr;
     bool v6 = false;
     if (!parse_listen(opt.listen, &addr, &v6, error))
-        return false;
-    password_ = opt.password;
+        return StartError::OPTIONS;
+    tls_ = !opt.tls_cert.empty() || !opt.tls_key.empty();
+    if (tls_ && (opt.tls_cert.empty() || opt.tls_key.empty()))
+        return *error = "--tls-cert and --tls-key go together", StartError::OPTIONS;
+    if (!tls_ && !opt.insecure_lan && !is_loopback(addr))
+        return *error =
+                   "without --tls-cert and --tls-key only a loopback address is served (the password and "
+                   "the phonebook would cross the network in clear text); give a certificate, or "
+                   "--insecure-lan to serve plain HTTP on " +
+                   opt.listen + " anyway",
+               StartError::OPTIONS;
+    if (tls_ && MHD_is_feature_supported(MHD_FEATURE_TLS) != MHD_YES)
+        return *error = "this libmicrohttpd was built without TLS", StartError::FAILED;
+    if (!opt.password_file.empty()) {
+        auth_ = std::make_unique<Auth>();
+        if (!auth_->open(opt.password_file, opt.session_idle, opt.session_max, error))
+            return StartError::OPTIONS;
+    }
     for (const std::string &h : opt.hosts)
         hosts_.push_back(host_name(h));
-    unsigned flags = MHD_USE_AUTO_INTERNAL_THREAD | (v6 ? MHD_USE_IPv6 : 0);
+    // The PEM texts stay in opt, which outlives the call; libmicrohttpd
+    // reads them while it starts.
+    const MHD_OptionItem tls_options[] = {
+        {tls_ ? MHD_OPTION_HTTPS_MEM_KEY : MHD_OPTION_END, 0, const_cast<char *>(opt.tls_key.c_str())},
+        {MHD_OPTION_HTTPS_MEM_CERT, 0, const_cast<char *>(opt.tls_cert.c_str())},
+        {MHD_OPTION_END, 0, nullptr}};
+    unsigned flags = MHD_USE_AUTO_INTERNAL_THREAD | (v6 ? MHD_USE_IPv6 : 0) | (tls_ ? MHD_USE_TLS : 0);
     daemon_ = MHD_start_daemon(flags, 0, nullptr, nullptr, request_cb, this,               //
                                MHD_OPTION_SOCK_ADDR, reinterpret_cast<sockaddr *>(&addr),  //
                                MHD_OPTION_THREAD_POOL_SIZE, opt.threads,                   //
                                MHD_OPTION_CONNECTION_LIMIT, 64u,                           //
                                MHD_OPTION_CONNECTION_TIMEOUT, 30u,                         //
+                               MHD_OPTION_ARRAY, tls_options,                              //
                                MHD_OPTION_NOTIFY_COMPLETED, done_cb, this, MHD_OPTION_END);
     if (!daemon_)
-        return *error = "cannot listen on " + opt.listen + " (address in use?)", false;
+        return *error = "cannot listen on " + opt.listen +
+                        (tls_ ? " (address in use, or the certificate and key are no PEM pair?)"
+                              : " (address in use?)"),
+               StartError::FAILED;
     const MHD_DaemonInfo *info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_BIND_PORT);
     port_ = info ? info->port : 0;
-    return true;
+    return StartError::NONE;
 }
 
 void Server::stop()
@@ -222,80 +245,43 @@ void Server::on_done(void **state)
 
 bool Server::logged_in(MHD_Connection *c)
 {
-    if (password_.empty())
-        return true;
-    const char *token = MHD_lookup_connection_value(c, MHD_COOKIE_KIND, kCookie);
-    if (!token)
-        return false;
-    std::lock_guard<std::mutex> lock(sessions_mu_);
-    return std::any_of(sessions_.begin(), sessions_.end(),
-                       [&](const std::string &s) { return same_text(s, token); });
+    return !auth_ || auth_->session(MHD_lookup_connection_value(c, MHD_COOKIE_KIND, kCookie));
 }
 
-std::string Server::new_session()
+std::string Server::cookie(const std::string &value, const char *attributes) const
 {
-    unsigned char raw[16];
-    if (getrandom(raw, sizeof raw, 0) != static_cast<ssize_t>(sizeof raw))
-        return "";
-    std::string token;
-    for (unsigned char b : raw) {
-        static const char kHex[] = "0123456789abcdef";
-        token += kHex[b >> 4];
-        token += kHex[b & 15];
-    }
-    std::lock_guard<std::mutex> lock(sessions_mu_);
-    sessions_.push_back(token);
-    if (sessions_.size() > kMaxSessions)
-        sessions_.pop_front();
-    return token;
+    return std::string(kCookie) + "=" + value + "; Path=/" + attributes + "; HttpOnly; SameSite=Strict" +
+           (tls_ ? "; Secure" : "");
 }
 
-Response Server::login(const std::string &body)
+Response Server::login(MHD_Connection *c, const std::string &body)
 {
     Json js;
     std::string err;
     const Json *pw = nullptr;
     if (!parse_json(body, &js, &err) || !(pw = js.get("password")) || pw->type != Json::STRING)
         return error_response(400, PB_RCODE_ARGSERR, "expected {\"password\": \"...\"}");
-    if (password_.empty())
+    if (!auth_)
         return Response{200, "application/json", "{\"ok\":true}", {}};
-    {
-        std::lock_guard<std::mutex> lock(sessions_mu_);
-        const auto now = std::chrono::steady_clock::now();
-        if (now < logins_from_) {
-            Response r =
-                error_response(429, PB_RCODE_ARGSERR, "too many wrong passwords; try again in a while");
-            const auto wait =
-                std::chrono::duration_cast<std::chrono::seconds>(logins_from_ - now).count() + 1;
-            r.headers.emplace_back("Retry-After", std::to_string(wait));
-            return r;
-        }
-        if (!same_text(pw->text, password_)) {
-            if (++failed_logins_ >= kLoginTries) {
-                failed_logins_ = 0;
-                logins_from_ = now + kLoginPause;
-            }
-            return error_response(401, PB_RCODE_ARGSERR, "wrong password");
-        }
-        failed_logins_ = 0;
+    const MHD_ConnectionInfo *info = MHD_get_connection_info(c, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+    const Auth::Login in = auth_->login(info ? info->client_addr : nullptr, pw->text);
+    switch (in.outcome) {
+    case Auth::Outcome::OK:
+        return Response{200, "application/json", "{\"ok\":true}", {{"Set-Cookie", cookie(in.token, "")}}};
+    case Auth::Outcome::WRONG: return error_response(401, PB_RCODE_ARGSERR, "wrong password");
+    case Auth::Outcome::WAIT: {
+        const std::string secs = std::to_string(in.wait_secs);
+        Response r = error_response(429, PB_RCODE_ARGSERR,
+                                    "too many wrong passwords; try again in " + secs +
+                                        (in.wait_secs == 1 ? " second" : " seconds"));
+        r.headers.emplace_back("Retry-After", secs);
+        return r;
     }
-    const std::string token = new_session();
-    if (token.empty())
-        return error_response(500, PB_RCODE_ERROR, "no session could be made");
-    return Response{
-        200,
-        "application/json",
-        "{\"ok\":true}",
-        {{"Set-Cookie", std::string(kCookie) + "=" + token + "; Path=/; HttpOnly; SameSite=Strict"}}};
-}
-
-void Server::end_session(MHD_Connection *c)
-{
-    const char *token = MHD_lookup_connection_value(c, MHD_COOKIE_KIND, kCookie);
-    if (!token)
-        return;
-    std::lock_guard<std::mutex> lock(sessions_mu_);
-    sessions_.erase(std::remove(sessions_.begin(), sessions_.end(), std::string(token)), sessions_.end());
+    case Auth::Outcome::BROKEN:
+        return error_response(500, PB_RCODE_ERROR,
+                              "the password file cannot be used; set the password again");
+    }
+    return error_response(500, PB_RCODE_ERROR, "no session could be made");
 }
 
 int Server::on_request(MHD_Connection *c, const char *url, const char *method, const char *upload,
@@ -337,8 +323,9 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
         if (!changes_state(p->route.op))
             return MHD_YES;
         const std::string origin = header(c, "Origin");
-        // https: when a TLS front end passes the request on with its Host.
-        if (host.empty() || (origin != "http://" + host && origin != "https://" + host))
+        // Without TLS of its own, https too: a TLS front end may pass the
+        // request on with its Host.
+        if (host.empty() || (origin != "https://" + host && (tls_ || origin != "http://" + host)))
             return refuse(c, 403, "a change must come from this page (the Origin header does not match)");
         const std::string type = media_type(header(c, "Content-Type"));
         const bool import = p->route.op == Op::IMPORT;
@@ -384,19 +371,18 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
     if (p->route.op == Op::IMPORT && !p->got_file)
         return refuse(c, 400, "the import form has no field \"file\"");
     if (p->route.op == Op::LOGIN)
-        return send(c, login(p->body));
+        return send(c, login(c, p->body));
     if (p->route.op == Op::LOGOUT) {
-        end_session(c);
-        return send(c, Response{200,
-                                "application/json",
-                                "{\"ok\":true}",
-                                {{"Set-Cookie", std::string(kCookie) +
-                                                    "=; Path=/; Max-Age=0; HttpOnly; SameSite=Strict"}}});
+        if (auth_)
+            auth_->logout(MHD_lookup_connection_value(c, MHD_COOKIE_KIND, kCookie));
+        return send(
+            c,
+            Response{200, "application/json", "{\"ok\":true}", {{"Set-Cookie", cookie("", "; Max-Age=0")}}});
     }
     ApiRequest req;
     req.route = p->route;
     req.body = std::move(p->body);
-    req.login = !password_.empty();
+    req.login = auth_ != nullptr;
     if (const char *q = MHD_lookup_connection_value(c, MHD_GET_ARGUMENT_KIND, "q"))
         req.search = q;
     if (const char *idx = MHD_lookup_connection_value(c, MHD_GET_ARGUMENT_KIND, "index"))
