@@ -29,7 +29,9 @@ inline bool host_listens()
 
 struct host_rig {
     // Writes the card's text to `card_file`, and starts the simulator on it
-    // and pb_host.
+    // and pb_host; returns once the service takes requests (pb_host binds
+    // its socket before the service has its modem, and answers "not ready
+    // yet" until then).
     void start(const std::string &card_file, const std::string &card_text)
     {
         std::ofstream(card_file) << card_text;
@@ -39,6 +41,7 @@ struct host_rig {
         sim = std::make_unique<pbm_sim::Simulator>(c);
         ASSERT_TRUE(sim->start());
         start_host();
+        ASSERT_TRUE(wait_until(service_up, 30000)) << "the phonebook service did not start";
     }
 
     void start_host()
