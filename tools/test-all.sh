@@ -49,7 +49,7 @@ cmake --build --preset armhf -j"$jobs" >/dev/null
 lib=build/armhf/app/mutils/pb/libmutils_pb.so
 readelf -h "$lib" | grep -q 'Machine: *ARM' || { echo "armhf: $lib is not an ARM library"; exit 1; }
 # The router's folder is fixed: the target build reads no PB_DATA_DIR.
-strings -a "$lib" | grep -qx '/data' || { echo "armhf: $lib does not use /data"; exit 1; }
+strings -a "$lib" | grep -x '/data' >/dev/null || { echo "armhf: $lib does not use /data"; exit 1; }
 ! grep -qa 'PB_DATA_DIR' "$lib" || { echo "armhf: $lib reads PB_DATA_DIR from the environment"; exit 1; }
 echo "armhf: $lib is a 32-bit ARM library using /data"
 # What the router must offer to load it: the device's platform libraries and

@@ -97,6 +97,18 @@ inline void remove_books()
         std::remove(data_path(f).c_str());
 }
 
+// Whether the service of the host process takes requests: it answers an
+// unsupported action as such (not "not ready yet").
+inline bool service_up()
+{
+    pb_event_req_t req{};
+    req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
+    pb_rsp_t rsp{};
+    size_t len = sizeof rsp;
+    return simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &len, 5000) == 0 &&
+           rsp.pb_result == PB_RCODE_ARGSERR;
+}
+
 // Whether the SIM phonebook has been read: a get-all is answered with its
 // entries, not "not read yet". The first call starts the read.
 inline bool sim_book_read()

@@ -17,18 +17,6 @@
 
 namespace pbt {
 
-// Whether the service of the host process takes requests: it answers an
-// unsupported action as such (not "not ready yet").
-inline bool service_up()
-{
-    pb_event_req_t req{};
-    req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
-    pb_rsp_t rsp{};
-    size_t len = sizeof rsp;
-    return simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &len, 5000) == 0 &&
-           rsp.pb_result == PB_RCODE_ARGSERR;
-}
-
 // Resident memory of a process in KiB, from /proc; 0 when unknown.
 inline long rss_kib(pid_t pid)
 {

@@ -27,23 +27,11 @@ inline bool host_listens()
     return up;
 }
 
-// Whether the service behind pb_host's socket runs: until it does, the host
-// answers every request "not ready yet". An action the service does not
-// have is answered at once and changes nothing.
-inline bool service_runs()
-{
-    pb_event_req_t req{};
-    req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
-    req.storage_type = STORAGE_TYPE_FLASH;
-    pb_rsp_t rsp{};
-    size_t len = sizeof rsp;
-    return simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &len, 5000) == 0 &&
-           rsp.pb_result != PB_RCODE_INIT_ERR;
-}
-
 struct host_rig {
     // Writes the card's text to `card_file`, and starts the simulator on it
-    // and pb_host, and waits until the service runs.
+    // and pb_host; returns once the service takes requests (pb_host binds
+    // its socket before the service has its modem, and answers "not ready
+    // yet" until then).
     void start(const std::string &card_file, const std::string &card_text)
     {
         std::ofstream(card_file) << card_text;
@@ -53,7 +41,7 @@ struct host_rig {
         sim = std::make_unique<pbm_sim::Simulator>(c);
         ASSERT_TRUE(sim->start());
         start_host();
-        ASSERT_TRUE(wait_until(service_runs, 10000)) << "the phonebook service did not start";
+        ASSERT_TRUE(wait_until(service_up, 30000)) << "the phonebook service did not start";
     }
 
     void start_host()

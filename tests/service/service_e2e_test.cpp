@@ -13,8 +13,6 @@
 
 namespace {
 
-using pbt::service_up;
-
 constexpr size_t kFilled = 10;
 
 std::string mu_socket()
@@ -42,7 +40,6 @@ protected:
         for (size_t k = 1; k <= kFilled; ++k)
             card += std::to_string(k) + ",+4930" + std::to_string(k) + ",card" + std::to_string(k) + "\n";
         rig_.start(pbt::data_path("card.txt"), card);
-        ASSERT_TRUE(pbt::wait_until(service_up, 10000));
         ASSERT_EQ(simlib_pb_init(STORAGE_TYPE_SIM), 0);
     }
     void TearDown() override
@@ -144,7 +141,6 @@ TEST(HostUnderFlood, QueueIsBoundedAndTheServiceAnswersAfterwards)
     pbt::remove_books();
     pbt::host_rig rig;
     rig.start(pbt::data_path("card.txt"), "card 100 20 20\n1,1,one\n");
-    ASSERT_TRUE(pbt::wait_until(service_up, 10000));
     ASSERT_EQ(simlib_pb_init(STORAGE_TYPE_SIM), 0);
     const pbt::flood_round r = pbt::flood_host(*rig.sim, rig.host->pid);
     ASSERT_EQ(r.failed, "");

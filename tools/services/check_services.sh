@@ -15,6 +15,9 @@ src=$(cd "$(dirname "$0")/../.." && pwd)
 rm -rf "$work"
 mkdir -p "$work"
 work=$(cd "$work" && pwd)
+# Files the account made before this run (other build trees on the same
+# machine) are not this run's: only newer ones are looked at.
+touch "$work/started"
 stage=$work/root/usr
 for c in module host tools; do cmake --install "$build" --component $c --prefix "$stage" >/dev/null; done
 units=("$stage"/lib/systemd/system/pb_host.service "$stage"/lib/systemd/system/pbweb.service)
@@ -122,7 +125,7 @@ pbcli import "$src/tools/demo/contacts.csv" >/dev/null
 curl -sf -H "Origin: ${url%/}" -H 'Content-Type: application/json' \
     -d '{"name":"Web Check","number":"+4930111222"}' "${url}api/device/entries" >/dev/null ||
     { echo "services: pbweb did not add an entry"; cat "$work/pbweb.log"; exit 1; }
-pbcli --json list device | grep -q '"Web Check"' || { echo "services: the web page's entry is missing"; exit 1; }
+pbcli --json list device | grep '"Web Check"' >/dev/null || { echo "services: the web page's entry is missing"; exit 1; }
 echo "services: pb_host, pbweb and pbcli ran as $user with only $ipc and $data writable"
 
 # What the account could write, from inside the same confinement.
@@ -139,6 +142,7 @@ for f in "$src" "$build" "$work" /etc /tmp /var/tmp /dev/shm; do
 done
 stop_all
 echo "services: pbweb, pb_host and the simulator stopped cleanly"
-stray=$(find / /dev/shm -xdev -user "$user" 2>/dev/null | grep -v -e "^$ipc" -e "^$data" -e "^$modem" || true)
+stray=$(find / /dev/shm -xdev -user "$user" -newer "$work/started" 2>/dev/null |
+    grep -v -e "^$ipc" -e "^$data" -e "^$modem" || true)
 [ -z "$stray" ] || { echo "services: files of $user outside its folders:"; echo "$stray"; exit 1; }
 echo "services: every file of $user is in its folders; it could write nowhere else"
