@@ -46,6 +46,7 @@ namespace {
 constexpr size_t kBufSize = IPC_MSG_HEAD_LEN + IPC_MSG_MAX_PAYLOAD + sizeof(ipc_addr_t);
 constexpr long kRecvBackstopUs = 250000;
 constexpr long kStopQuietUs = 100000;
+constexpr int kHomeSendBuf = 4 * 1024 * 1024;  // bytes; the kernel caps it at net.core.wmem_max
 
 // Appends the sender's address to a valid datagram of `len` payload bytes.
 void complete_message(zp_uint8 *buf, size_t len, const sockaddr_un &from, socklen_t fromlen)
@@ -198,6 +199,15 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_ha
     }
     set_timeout(srv->fd.get(), SO_RCVTIMEO, kRecvBackstopUs);
     set_timeout(srv->fd.get(), SO_SNDTIMEO, kSendTimeoutUs);
+    // What this socket sends is charged to its send buffer until it is read,
+    // and what the process sends itself through it (its own indications)
+    // waits in its own queue, which only the receive thread empties. Were
+    // those to fill the buffer, the receive thread would block on the next
+    // answer it sends and never empty the queue: every sender would stall
+    // until its time limit and lose its message. The buffer takes a full
+    // queue of the largest messages with room to spare.
+    const int sndbuf = kHomeSendBuf;
+    (void)setsockopt(srv->fd.get(), SOL_SOCKET, SO_SNDBUF, &sndbuf, sizeof sndbuf);
     home_register(srv->fd.get());
     if (pthread_create(&srv->thread, nullptr, receive_loop, srv) != 0) {
         IPC_LOG("cannot start the receive thread of %s\n", path);
