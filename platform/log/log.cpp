@@ -52,10 +52,10 @@ thread_local long t_tid;  // the calling thread's kernel id, once looked up
 
 struct Sink {
     int threshold = ZP_LOG_INFO;
-    char path[PATH_MAX];     // empty: standard error
-    size_t cap = 0;          // bytes the file may hold
-    zp_host::UniqueFd file;  // the log file open at `path`
-    size_t size = 0;         // bytes in the file, as of the last write
+    char path[PATH_MAX] = {};  // empty: standard error
+    size_t cap = 0;            // bytes the file may hold
+    zp_host::UniqueFd file;    // the log file open at `path`
+    size_t size = 0;           // bytes in the file, as of the last write
 
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t pending = PTHREAD_COND_INITIALIZER;  // the flusher has work
@@ -237,7 +237,6 @@ Sink *make_sink()
     if (kb <= 0)
         kb = kDefaultMaxKb;
     s->cap = static_cast<size_t>(kb < kLargestMaxKb ? kb : kLargestMaxKb) * 1024;
-    s->path[0] = '\0';
     if (const char *p = std::getenv("ZP_LOG_FILE"); p && *p && std::strlen(p) < sizeof s->path) {
         std::memcpy(s->path, p, std::strlen(p) + 1);
         open_file(s);

@@ -69,18 +69,18 @@ public:
     void stop();
 
     /* Behaviour for tests. */
-    void set_reply_delay(unsigned ms);   /* answer every request this late */
-    void set_silent(bool silent);        /* read requests, never answer */
-    void refuse_next_writes(unsigned n); /* write, delete, delete-all fail */
+    void set_reply_delay(unsigned ms);           /* answer every request this late */
+    void set_silent(bool silent);                /* read requests, never answer */
+    void refuse_next_writes(unsigned n);         /* write, delete, delete-all fail */
+    void drop_next_indications(unsigned n);      /* record-read indications not sent */
+    void omit_next_record_id();                  /* next write answer has no record number */
+    void set_records_per_indication(unsigned n); /* 1..10 */
     /* The next write, delete or delete-all waits ms before it is carried
      * out and answered (a modem that stalls on the card), or is never
      * carried out nor answered (a modem that lost it). Other connections
      * wait meanwhile, as requests are answered one at a time. */
     void delay_next_change(unsigned ms);
     void lose_next_change();
-    void drop_next_indications(unsigned n);      /* record-read indications not sent */
-    void omit_next_record_id();                  /* next write answer has no record number */
-    void set_records_per_indication(unsigned n); /* 1..10 */
     /* The next read sends n indications, then hangs up on its client as a
      * modem that restarts would (the service stays up). */
     void hang_up_after_indications(unsigned n);
