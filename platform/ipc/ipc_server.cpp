@@ -109,12 +109,13 @@ bool receive_one(ipc_server *srv, int fd)
 }
 
 // Waits up to `ms` for a datagram on the module socket or the own channel
-// and hands over one from each that has one. False when none came.
+// and hands over one from each that has one. False when none came in time.
 bool receive_ready(ipc_server *srv, int ms)
 {
     pollfd fds[2] = {{srv->fd.get(), POLLIN, 0}, {srv->self_rx.get(), POLLIN, 0}};
-    if (poll(fds, 2, ms) <= 0)
-        return false;
+    const int ready = poll(fds, 2, ms);
+    if (ready <= 0)
+        return ready < 0 && errno == EINTR;  // a signal does not end a stop's drain
     bool got = false;
     for (const pollfd &p : fds)
         if (p.revents != 0)
