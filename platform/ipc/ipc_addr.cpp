@@ -146,7 +146,7 @@ zp_sdk_ipc_ret_value send_datagram(int fd, const sockaddr_un *to, socklen_t tole
                     {const_cast<void *>(payload), len}};
     msghdr mh{};
     mh.msg_name = const_cast<sockaddr_un *>(to);
-    mh.msg_namelen = tolen;
+    mh.msg_namelen = to != nullptr ? tolen : 0;
     mh.msg_iov = iov;
     mh.msg_iovlen = len != 0 ? 2 : 1;
     for (;;) {
@@ -158,7 +158,10 @@ zp_sdk_ipc_ret_value send_datagram(int fd, const sockaddr_un *to, socklen_t tole
     const int err = errno;
     const zp_sdk_ipc_ret_value ret = send_errno(err);
     if (ret != IPC_NOT_FOUND)
-        IPC_LOG("send to %s failed: %s\n", to->sun_path[0] ? to->sun_path : "(reply socket)",
+        IPC_LOG("send to %s failed: %s\n",
+                to == nullptr     ? "(own channel)"
+                : to->sun_path[0] ? to->sun_path
+                                  : "(reply socket)",
                 std::strerror(err));
     return ret;
 }

@@ -65,13 +65,16 @@ const char *datagram_fault(const ipc_msg_head_t *head, size_t n);
 /* Maps a failed send's errno onto the library's results. */
 zp_sdk_ipc_ret_value send_errno(int err);
 
-/* Sends head + payload as one datagram from fd; IPC_OK or a mapped errno. */
+/* Sends head + payload as one datagram from fd (to null: to the socket fd is
+ * connected to); IPC_OK or a mapped errno. */
 zp_sdk_ipc_ret_value send_datagram(int fd, const sockaddr_un *to, socklen_t tolen, const ipc_msg_head_t *head,
                                    const void *payload, size_t len);
 
 /* The module socket that ipc_msg_send_asy sends from: registered by the first
- * server of the process, dropped when that server stops. */
-void home_register(int fd);
+ * server of the process, dropped when that server stops. A message the
+ * process sends to that socket itself goes through self_fd instead, a
+ * socket connected to the server's own channel. */
+void home_register(int fd, int self_fd, const sockaddr_un &addr);
 void home_unregister(int fd);
 
 }  // namespace zp_ipc

@@ -28,6 +28,8 @@ using Clock = std::chrono::steady_clock;
 std::atomic<unsigned> g_fork_gen{0};
 pthread_rwlock_t g_home_lock = PTHREAD_RWLOCK_INITIALIZER;
 int g_home_fd = -1;
+int g_self_fd = -1;         // sends to the home socket from inside the process
+sockaddr_un g_home_addr{};  // the home socket's address
 
 // The child of a fork starts with a fresh lock: a thread of the parent may
 // have held it at that moment, and that thread does not exist there.
@@ -36,6 +38,7 @@ void after_fork_in_child()
     g_fork_gen.fetch_add(1, std::memory_order_relaxed);
     pthread_rwlock_init(&g_home_lock, nullptr);
     g_home_fd = -1;  // the server's thread did not come along
+    g_self_fd = -1;
 }
 
 struct AtforkRegistration {
@@ -83,11 +86,14 @@ long remaining_us(Clock::time_point deadline)
 
 }  // namespace
 
-void home_register(int fd)
+void home_register(int fd, int self_fd, const sockaddr_un &addr)
 {
     pthread_rwlock_wrlock(&g_home_lock);
-    if (g_home_fd < 0)
+    if (g_home_fd < 0) {
         g_home_fd = fd;
+        g_self_fd = self_fd;
+        g_home_addr = addr;
+    }
     pthread_rwlock_unlock(&g_home_lock);
 }
 
@@ -95,7 +101,7 @@ void home_unregister(int fd)
 {
     pthread_rwlock_wrlock(&g_home_lock);
     if (g_home_fd == fd)
-        g_home_fd = -1;
+        g_home_fd = g_self_fd = -1;
     pthread_rwlock_unlock(&g_home_lock);
 }
 
@@ -124,12 +130,17 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_msg_send_asy(ipc_addr_t *addr, void *msg, zp
     // under it.
     pthread_rwlock_rdlock(&g_home_lock);
     int fd = g_home_fd;
+    const sockaddr_un *dest = &to;
     if (fd < 0) {
         const ReplySocket *r = reply_socket();
         fd = r != nullptr ? r->fd.get() : -1;
+    } else if (std::strncmp(to.sun_path, g_home_addr.sun_path, sizeof to.sun_path) == 0) {
+        // To itself: through the own channel (see ipc_server.cpp).
+        fd = g_self_fd;
+        dest = nullptr;
     }
     const zp_sdk_ipc_ret_value ret =
-        fd >= 0 ? send_datagram(fd, &to, tolen, &head, payload, len) : IPC_SYS_ERR;
+        fd >= 0 ? send_datagram(fd, dest, tolen, &head, payload, len) : IPC_SYS_ERR;
     pthread_rwlock_unlock(&g_home_lock);
     return ret;
 }

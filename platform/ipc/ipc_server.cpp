@@ -7,11 +7,20 @@
 // The thread owns the receive buffer: each valid datagram is completed there
 // into a delivered message (head, payload padded to 4, sender address) and
 // handed to the handler, which may use it only during the call. Stop sets a
-// flag and wakes the thread with an empty datagram; a receive time limit
-// backs that up should the wake-up not get through. After the thread has
+// flag and wakes the thread with an empty datagram; a time limit on the
+// thread's wait backs that up should the wake-up not get through.
+//
+// What the process sends to its own module socket (the modem client's
+// forwarded indications) comes in on an own channel, a socket pair, and is
+// handed over as from the module socket. Through the module socket itself
+// it stayed charged to that socket's send buffer while it waited in its own
+// queue: under a flood of clients the buffer filled, the receive thread
+// blocked sending an answer, nothing emptied the queue, and every sender
+// stalled until its send limit and lost its message. After the thread has
 // ended, the socket's name is removed and the datagrams still waiting are
 // handed to the handler on the stopping thread before the socket closes.
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -32,6 +41,9 @@ struct ipc_server {
      * socket, so that it is released after the socket is closed. */
     zp_host::UniqueFd lock_fd;
     zp_host::UniqueFd fd;
+    /* The own channel: what the process sends to its own module socket
+     * comes in on self_rx, sent to self_tx. */
+    zp_host::UniqueFd self_rx, self_tx;
     ipc_addr_t addr{};
     ipc_msg_handler handler = nullptr;
     void *ctx = nullptr;
@@ -61,9 +73,9 @@ void complete_message(zp_uint8 *buf, size_t len, const sockaddr_un &from, sockle
     std::memcpy(buf + at, &sender, sizeof(sender));
 }
 
-// Receives one datagram and hands it to the handler when it is valid.
-// False when there was none within the socket's receive time limit.
-bool receive_one(ipc_server *srv, int flags)
+// Receives one datagram from `fd` (the module socket or the own channel)
+// and hands it to the handler when it is valid. False when there was none.
+bool receive_one(ipc_server *srv, int fd)
 {
     sockaddr_un from{};
     iovec iov = {srv->buf, IPC_MSG_HEAD_LEN + IPC_MSG_MAX_PAYLOAD};
@@ -72,7 +84,7 @@ bool receive_one(ipc_server *srv, int flags)
     mh.msg_namelen = sizeof(from);
     mh.msg_iov = &iov;
     mh.msg_iovlen = 1;
-    const ssize_t n = recvmsg(srv->fd.get(), &mh, MSG_TRUNC | flags);
+    const ssize_t n = recvmsg(fd, &mh, MSG_TRUNC | MSG_DONTWAIT);
     if (n < 0) {
         if (errno != EINTR && errno != EAGAIN && errno != EWOULDBLOCK) {
             IPC_LOG("receive on %s: %s\n", srv->addr.addr.sun_path, std::strerror(errno));
@@ -87,16 +99,35 @@ bool receive_one(ipc_server *srv, int flags)
         IPC_LOG("dropped datagram of %zd bytes on %s: %s\n", n, srv->addr.addr.sun_path, fault);
         return true;
     }
+    // What came in on the own channel was sent by this process to its
+    // module socket, and is from that socket.
+    if (fd == srv->self_rx.get())
+        mh.msg_namelen = addr_len(&srv->addr, &from);
     complete_message(srv->buf, head->length, from, mh.msg_namelen);
     srv->handler(srv->buf, srv->ctx);
     return true;
+}
+
+// Waits up to `ms` for a datagram on the module socket or the own channel
+// and hands over one from each that has one. False when none came in time.
+bool receive_ready(ipc_server *srv, int ms)
+{
+    pollfd fds[2] = {{srv->fd.get(), POLLIN, 0}, {srv->self_rx.get(), POLLIN, 0}};
+    const int ready = poll(fds, 2, ms);
+    if (ready <= 0)
+        return ready < 0 && errno == EINTR;  // a signal does not end a stop's drain
+    bool got = false;
+    for (const pollfd &p : fds)
+        if (p.revents != 0)
+            got = receive_one(srv, p.fd) || got;
+    return got;
 }
 
 void *receive_loop(void *arg)
 {
     auto *srv = static_cast<ipc_server *>(arg);
     while (!srv->stopping.load(std::memory_order_acquire))
-        (void)receive_one(srv, 0);
+        (void)receive_ready(srv, static_cast<int>(kRecvBackstopUs / 1000));
     return nullptr;
 }
 
@@ -196,9 +227,18 @@ IPC_EXPORT zp_sdk_ipc_ret_value ipc_server_start(zp_uint32 module_id, ipc_msg_ha
         free_server(srv);
         return ret;
     }
-    set_timeout(srv->fd.get(), SO_RCVTIMEO, kRecvBackstopUs);
     set_timeout(srv->fd.get(), SO_SNDTIMEO, IPC_SEND_TIMEOUT_US);
-    home_register(srv->fd.get());
+    int self[2];
+    if (socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, self) != 0) {
+        IPC_LOG("cannot serve %s: own channel: %s\n", path, std::strerror(errno));
+        unlink(path);
+        free_server(srv);
+        return IPC_SYS_ERR;
+    }
+    srv->self_rx.reset(self[0]);
+    srv->self_tx.reset(self[1]);
+    set_timeout(srv->self_tx.get(), SO_SNDTIMEO, IPC_SEND_TIMEOUT_US);
+    home_register(srv->fd.get(), srv->self_tx.get(), me);
     if (pthread_create(&srv->thread, nullptr, receive_loop, srv) != 0) {
         IPC_LOG("cannot start the receive thread of %s\n", path);
         home_unregister(srv->fd.get());
@@ -227,8 +267,7 @@ IPC_EXPORT void ipc_server_stop(ipc_server_pt srv)
     // before may send a moment later: the socket stays until it has been
     // quiet for kStopQuietUs.
     unlink(srv->addr.addr.sun_path);
-    set_timeout(srv->fd.get(), SO_RCVTIMEO, kStopQuietUs);
-    while (receive_one(srv, 0)) {
+    while (receive_ready(srv, static_cast<int>(kStopQuietUs / 1000))) {
     }
     home_unregister(srv->fd.get());
     free_server(srv);

@@ -14,6 +14,11 @@
 // every line before it; and what is left is written at exit. A process
 // killed outright loses only the debug and info lines of that last moment.
 // On standard error every line is written at once.
+//
+// The sink and both buffers are static storage, set up on first use without
+// allocating: the first line of a process may come when memory has run out
+// (a library's start-up under a memory limit), and log_print must neither
+// throw through the C API nor fail to write it.
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
@@ -22,12 +27,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <string>
+#include <new>
 #include <utility>
 
 #include "liblog.h"
@@ -46,10 +52,10 @@ thread_local long t_tid;  // the calling thread's kernel id, once looked up
 
 struct Sink {
     int threshold = ZP_LOG_INFO;
-    std::string path;        // empty: standard error
-    size_t cap = 0;          // bytes the file may hold
-    zp_host::UniqueFd file;  // the log file open at `path`
-    size_t size = 0;         // bytes in the file, as of the last write
+    char path[PATH_MAX] = {};  // empty: standard error
+    size_t cap = 0;            // bytes the file may hold
+    zp_host::UniqueFd file;    // the log file open at `path`
+    size_t size = 0;           // bytes in the file, as of the last write
 
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t pending = PTHREAD_COND_INITIALIZER;  // the flusher has work
@@ -82,7 +88,7 @@ long env_long(const char *name, long fallback)
 // umask (a terminal or other device named is left as it is).
 void open_file(Sink *s)
 {
-    s->file.reset(open(s->path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    s->file.reset(open(s->path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
     struct stat st {};
     const bool known = s->file.valid() && fstat(s->file.get(), &st) == 0;
     if (known && S_ISREG(st.st_mode))
@@ -94,9 +100,10 @@ void open_file(Sink *s)
 // the renamed file's data to disk at once, a cost the log need not pay.
 void rotate(Sink *s)
 {
-    const std::string old = s->path + ".1";
-    (void)unlink(old.c_str());
-    (void)rename(s->path.c_str(), old.c_str());
+    char old[PATH_MAX + 2];
+    std::snprintf(old, sizeof old, "%s.1", s->path);
+    (void)unlink(old);
+    (void)rename(s->path, old);
     open_file(s);
 }
 
@@ -106,7 +113,7 @@ void refresh(Sink *s)
 {
     struct stat mine {
     }, named{};
-    if (!s->file.valid() || fstat(s->file.get(), &mine) != 0 || stat(s->path.c_str(), &named) != 0 ||
+    if (!s->file.valid() || fstat(s->file.get(), &mine) != 0 || stat(s->path, &named) != 0 ||
         mine.st_ino != named.st_ino || mine.st_dev != named.st_dev) {
         open_file(s);
         return;
@@ -132,7 +139,7 @@ void write_all(int fd, const char *p, size_t n)
 // cap and is rotated in between.
 void write_lines(Sink *s, const char *buf, size_t len)
 {
-    if (s->path.empty()) {
+    if (s->path[0] == '\0') {
         write_all(STDERR_FILENO, buf, len);
         return;
     }
@@ -221,19 +228,22 @@ void after_fork_child()
 
 Sink *make_sink()
 {
-    auto *s = new Sink;
+    // Never destroyed, so that a line logged from a destructor at exit
+    // still finds it.
+    alignas(Sink) static unsigned char storage[sizeof(Sink)];
+    auto *s = new (storage) Sink;
     s->threshold = static_cast<int>(env_long("ZP_LOG_LEVEL", ZP_LOG_INFO));
     long kb = env_long("ZP_LOG_MAX_KB", kDefaultMaxKb);
     if (kb <= 0)
         kb = kDefaultMaxKb;
     s->cap = static_cast<size_t>(kb < kLargestMaxKb ? kb : kLargestMaxKb) * 1024;
-    if (const char *p = std::getenv("ZP_LOG_FILE"); p && *p) {
-        s->path = p;
+    if (const char *p = std::getenv("ZP_LOG_FILE"); p && *p && std::strlen(p) < sizeof s->path) {
+        std::memcpy(s->path, p, std::strlen(p) + 1);
         open_file(s);
         if (!s->file.valid())  // unusable: fall back to standard error
-            s->path.clear();
+            s->path[0] = '\0';
     }
-    s->direct = s->path.empty();
+    s->direct = s->path[0] == '\0';
     // The flusher's time limits run on the monotonic clock.
     pthread_condattr_t attr;
     pthread_condattr_init(&attr);
@@ -247,7 +257,7 @@ Sink *make_sink()
 }
 
 // Built on first use, so that a log call from another library's constructor
-// finds it ready, and never destroyed, so that one from a destructor does.
+// finds it ready.
 Sink *sink()
 {
     static Sink *s = make_sink();

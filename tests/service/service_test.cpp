@@ -114,8 +114,8 @@ protected:
     pbt::raw_peer peer_{"peer"};
 };
 
-// Requests still queued at the stop are never answered, but their copies are
-// given back (TearDown checks).
+// Requests still queued at the stop are answered "busy, ask again", and their
+// copies are given back (TearDown checks).
 TEST_F(Service, StopWithRequestsStillQueuedFreesThem)
 {
     for (zp_uint32 k = 0; k < 100; ++k)

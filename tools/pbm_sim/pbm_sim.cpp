@@ -71,6 +71,13 @@ bool number_from_pbm(const char *text, uint32_t len, int num_type, std::string *
     return true;
 }
 
+// The requests that change the card.
+bool is_change(uint16_t msg_id)
+{
+    return msg_id == QMI_PBM_WRITE_RECORD_REQ_V01 || msg_id == QMI_PBM_DELETE_RECORD_REQ_V01 ||
+           msg_id == QMI_PBM_DELETE_ALL_PB_RECORDS_REQ_V01;
+}
+
 void fill_instance(uint16_t id, const Record &r, pbm_record_instance_type_v01 *inst)
 {
     inst->record_id = id;
@@ -224,13 +231,22 @@ void Simulator::serve_one(int fd, uint16_t txn, const Request &in)
 {
     Indications inds;
     std::vector<uint8_t> out;
-    unsigned delay;
-    bool silent;
+    unsigned delay, stall = 0;
+    bool silent, lost = false;
     {
         std::lock_guard<std::mutex> lk(mu_);
         ++requests_[in.msg_id];
+        if (is_change(in.msg_id)) {
+            std::swap(stall, change_delay_);
+            std::swap(lost, change_lost_);
+        }
         delay = reply_delay_;
         silent = silent_;
+    }
+    if (lost || (stall && !sleep_ms(stall)))
+        return;
+    {
+        std::lock_guard<std::mutex> lk(mu_);
         out = handle(in, &inds);
     }
     if ((delay && !sleep_ms(delay)) || silent)
@@ -440,6 +456,10 @@ void Simulator::set_reply_delay(unsigned ms) { set_locked(reply_delay_, ms); }
 void Simulator::set_silent(bool silent) { set_locked(silent_, silent); }
 
 void Simulator::refuse_next_writes(unsigned n) { set_locked(refuse_writes_, n); }
+
+void Simulator::delay_next_change(unsigned ms) { set_locked(change_delay_, ms); }
+
+void Simulator::lose_next_change() { set_locked(change_lost_, true); }
 
 void Simulator::drop_next_indications(unsigned n) { set_locked(drop_inds_, n); }
 

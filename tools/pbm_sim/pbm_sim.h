@@ -78,6 +78,12 @@ public:
     void drop_next_indications(unsigned n);      /* record-read indications not sent */
     void omit_next_record_id();                  /* next write answer has no record number */
     void set_records_per_indication(unsigned n); /* 1..10 */
+    /* The next write, delete or delete-all waits ms before it is carried
+     * out and answered (a modem that stalls on the card), or is never
+     * carried out nor answered (a modem that lost it). Other connections
+     * wait meanwhile, as requests are answered one at a time. */
+    void delay_next_change(unsigned ms);
+    void lose_next_change();
     /* The next read sends n indications, then hangs up on its client as a
      * modem that restarts would (the service stays up). */
     void hang_up_after_indications(unsigned n);
@@ -144,6 +150,8 @@ private:
     unsigned reply_delay_ = 0;
     bool silent_ = false;
     unsigned refuse_writes_ = 0;
+    unsigned change_delay_ = 0; /* ms */
+    bool change_lost_ = false;
     unsigned drop_inds_ = 0;
     bool omit_record_id_ = false;
     unsigned per_ind_ = QMI_PBM_MAX_NUM_BASIC_RECORD_INSTANCE_V01;
