@@ -8,7 +8,7 @@
 #   demos_apart_test.sh BUILD_DIR WORK_DIR
 set -euo pipefail
 build=$1 work=$2
-src=$(cd "$(dirname "$0")/../.." && pwd)
+src=$(cd "$(dirname "$0")/../../.." && pwd)
 default_dir=$(sed -n 's/^MUTILS_PB_DATA_DIR:[A-Z]*=//p' "$build/CMakeCache.txt")
 rm -rf "$work"
 mkdir -p "$work"
