@@ -7,11 +7,14 @@
 #include <vector>
 
 #include "args.h"
-#include "output.h"
+#include "json_writer.h"
+#include "table.h"
+#include "words.h"
 
 namespace {
 
 using namespace pbcli;
+using namespace pbui;
 
 std::string parse(std::vector<const char *> argv, Args *a)
 {

@@ -20,7 +20,7 @@
 
 #include "host_rig.h"
 #include "json_at.h"
-#include "output.h"
+#include "json_writer.h"
 #include "pbweb_client.h"
 
 namespace {

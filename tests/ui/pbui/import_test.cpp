@@ -16,27 +16,27 @@
 
 #include "book_text.h"
 #include "pb_data_dir.h"
-#include "pbx.h"
+#include "contacts.h"
 
 namespace {
 
 using namespace std::chrono_literals;
-using pbx::Outcome;
+using pbui::Outcome;
 
 const std::string kBook = std::string(pb_data_dir()) + "/pb_device_file";
 
-pbx::Contact contact(const std::string &name, const std::string &number, const std::string &email = "",
+pbui::Contact contact(const std::string &name, const std::string &number, const std::string &email = "",
                      const std::string &label = "")
 {
     return {name, number, email, label, 0, ""};
 }
 
 // Outcomes as "word index name" per line.
-std::vector<std::string> outcomes(const pbx::Report &r)
+std::vector<std::string> outcomes(const pbui::Report &r)
 {
     std::vector<std::string> out;
     for (const auto &l : r.lines)
-        out.push_back(std::string(pbx::outcome_word(l.outcome)) + " " + std::to_string(l.index) + " " +
+        out.push_back(std::string(pbui::outcome_word(l.outcome)) + " " + std::to_string(l.index) + " " +
                       l.entry.name);
     return out;
 }
@@ -50,9 +50,9 @@ TEST_F(Exchange, ImportFillsFreePlacesAndSaysWhatBecameOfEveryContact)
 {
     store_book(STORAGE_TYPE_FLASH, {{1, "101|Anna|"}, {3, "103|Bob|"}});
     const std::string long_name = std::string(49, 'x') + "é";  // 51 bytes
-    pbx::Report r;
+    pbui::Report r;
     ASSERT_EQ(
-        pbx::import_to_device({contact("Cleo", "+49 (30) 1-2", "c@x"), contact("Anna", "101"),
+        pbui::import_to_device({contact("Cleo", "+49 (30) 1-2", "c@x"), contact("Anna", "101"),
                                contact("Anna", "555", "", "work"), contact("Anna", "556"),
                                contact("Anna", "557", "", "work"), contact("Dan", ""), contact("Eve", "12_3"),
                                contact(long_name, "7", std::string(60, 'm')), contact("Anna (2)", "556")},
@@ -78,8 +78,8 @@ TEST_F(Exchange, ImportIntoAFullPhonebookReportsTheRestAsFull)
         if (i != 500)
             entries.push_back({i, std::to_string(i) + "|n|"});
     store_book(STORAGE_TYPE_FLASH, entries);
-    pbx::Report r;
-    ASSERT_EQ(pbx::import_to_device({contact("A", "1"), contact("B", "2")}, &r), PB_RCODE_OK);
+    pbui::Report r;
+    ASSERT_EQ(pbui::import_to_device({contact("A", "1"), contact("B", "2")}, &r), PB_RCODE_OK);
     EXPECT_EQ(outcomes(r), (std::vector<std::string>{"added 500 A", "full 0 B"}));
     EXPECT_EQ(load_book(STORAGE_TYPE_FLASH).size(), size_t{PB_MAX_ENTRIES});
 }
@@ -93,9 +93,9 @@ TEST_F(Exchange, ImportWaitsForTheLockAndKeepsTheChangeMadeMeanwhile)
     ASSERT_GE(fd, 0);
     ASSERT_EQ(flock(fd, LOCK_EX), 0);
     std::atomic<bool> done{false};
-    pbx::Report r;
+    pbui::Report r;
     std::thread importer([&] {
-        pbx::import_to_device({contact("Cleo", "3")}, &r);
+        pbui::import_to_device({contact("Cleo", "3")}, &r);
         done = true;
     });
     std::this_thread::sleep_for(200ms);
@@ -112,9 +112,9 @@ TEST_F(Exchange, ImportWaitsForTheLockAndKeepsTheChangeMadeMeanwhile)
 // service's answer is played by a recorder.
 class SimCopy : public ::testing::Test {
 protected:
-    pbx::Report copy(const std::vector<pbx::Contact> &contacts, bool cut, int free_records = 100)
+    pbui::Report copy(const std::vector<pbui::Contact> &contacts, bool cut, int free_records = 100)
     {
-        pbx::SimCopy how;
+        pbui::SimCopy how;
         how.limits = {14, 20};
         how.cut = cut;
         how.present = {pb_flash_info{1, 1, "Anna", "111", ""}};
@@ -125,8 +125,8 @@ protected:
             e->sim_index = static_cast<zp_uint32>(sent_.size() + 1);
             return static_cast<int>(PB_RCODE_OK);
         };
-        pbx::Report r;
-        EXPECT_EQ(pbx::copy_to_sim(contacts, how, &r), PB_RCODE_OK);
+        pbui::Report r;
+        EXPECT_EQ(pbui::copy_to_sim(contacts, how, &r), PB_RCODE_OK);
         return r;
     }
     std::vector<std::string> sent_;
@@ -135,7 +135,7 @@ protected:
 TEST_F(SimCopy, NamesAndNumbersAreCheckedAgainstTheCardAtTheEdges)
 {
     const struct {
-        pbx::Contact c;
+        pbui::Contact c;
         Outcome plain, with_cut;
         const char *stored_when_cut;
     } cases[] = {
@@ -155,7 +155,7 @@ TEST_F(SimCopy, NamesAndNumbersAreCheckedAgainstTheCardAtTheEdges)
     for (bool cut : {false, true}) {
         for (const auto &c : cases) {
             sent_.clear();
-            const pbx::Report r = copy({c.c}, cut);
+            const pbui::Report r = copy({c.c}, cut);
             ASSERT_EQ(r.lines.size(), 1u);
             const auto &l = r.lines[0];
             EXPECT_EQ(l.outcome, cut ? c.with_cut : c.plain)
@@ -169,7 +169,7 @@ TEST_F(SimCopy, NamesAndNumbersAreCheckedAgainstTheCardAtTheEdges)
     }
     // A name the card takes alone may not take a count after it.
     sent_.clear();
-    const pbx::Report r = copy({contact("Anna", "1"), contact("Anna", "2"), contact("Annabel Smith", "3"),
+    const pbui::Report r = copy({contact("Anna", "1"), contact("Anna", "2"), contact("Annabel Smith", "3"),
                                 contact("Annabel Smith", "4")},
                                false);
     EXPECT_EQ(outcomes(r)[1], "added 0 Anna (3)");
@@ -178,11 +178,11 @@ TEST_F(SimCopy, NamesAndNumbersAreCheckedAgainstTheCardAtTheEdges)
 
 TEST_F(SimCopy, EmailIsLeftOutAndAFullCardEndsTheCopy)
 {
-    const pbx::Report r = copy({contact("A", "1", "a@x"), contact("B", "2"), contact("C", "3")}, false, 2);
+    const pbui::Report r = copy({contact("A", "1", "a@x"), contact("B", "2"), contact("C", "3")}, false, 2);
     EXPECT_EQ(sent_, (std::vector<std::string>{"A|1|", "B|2|"}));
     EXPECT_TRUE(r.lines[0].email_dropped);
     EXPECT_EQ(r.lines[2].outcome, Outcome::FULL);
-    EXPECT_NE(pbx::outcome_text(r.lines[0]).find("the SIM holds none"), std::string::npos);
+    EXPECT_NE(pbui::outcome_text(r.lines[0]).find("the SIM holds none"), std::string::npos);
 }
 
 }  // namespace

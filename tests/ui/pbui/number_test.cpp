@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "pbx.h"
+#include "contacts.h"
 
 namespace {
 
@@ -159,7 +159,7 @@ TEST(Numbers, EveryWrittenFormOfACountrysExampleDialsItsDigits)
     for (const Example &e : kExamples) {
         for (const Written &w : forms(e)) {
             std::string out;
-            const std::string why = pbx::tidy_number(w.text, &out);
+            const std::string why = pbui::tidy_number(w.text, &out);
             EXPECT_EQ(why, "") << e.country << ": \"" << w.text << "\"";
             EXPECT_EQ(out, w.dialled) << e.country << ": \"" << w.text << "\"";
             ++cases;
@@ -191,7 +191,7 @@ TEST(Numbers, ShortCodesServiceCodesAndPausesStayAsWritten)
     };
     for (const auto &[in, dialled] : cases) {
         std::string out;
-        EXPECT_EQ(pbx::tidy_number(in, &out), "") << in;
+        EXPECT_EQ(pbui::tidy_number(in, &out), "") << in;
         EXPECT_EQ(out, dialled) << in;
     }
 }
@@ -216,12 +216,12 @@ TEST(Numbers, RefusalsNameTheCharacterAndItsPlace)
     };
     for (const auto &[in, error] : cases) {
         std::string out;
-        const std::string why = pbx::tidy_number(in, &out);
+        const std::string why = pbui::tidy_number(in, &out);
         EXPECT_NE(why.find(error), std::string::npos) << in << ": " << why;
     }
     std::string out;
-    EXPECT_EQ(pbx::tidy_number(std::string(50, '1'), &out), "");
-    EXPECT_NE(pbx::tidy_number("+" + std::string(50, '1'), &out), "") << "51 characters";
+    EXPECT_EQ(pbui::tidy_number(std::string(50, '1'), &out), "");
+    EXPECT_NE(pbui::tidy_number("+" + std::string(50, '1'), &out), "") << "51 characters";
 }
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "pbx.h"
+#include "contacts.h"
 
 namespace {
 
@@ -51,7 +51,7 @@ TEST(Search, CaseIsFoldedInEveryScriptAndNumbersIgnoreSeparators)
         {"Anna", "1", "", true},
     };
     for (const auto &c : cases)
-        EXPECT_EQ(pbx::Search(c.text).matches(entry(c.name, c.number)), c.found)
+        EXPECT_EQ(pbui::Search(c.text).matches(entry(c.name, c.number)), c.found)
             << c.name << " / " << c.number << " ? " << c.text;
 }
 

@@ -9,12 +9,12 @@
 #include <vector>
 
 #include "harness.h"
-#include "pbx.h"
+#include "contacts.h"
 
 namespace {
 
 // Contacts as "name|number|email|label", a problem as "!problem".
-std::vector<std::string> flat(const std::vector<pbx::Contact> &v)
+std::vector<std::string> flat(const std::vector<pbui::Contact> &v)
 {
     std::vector<std::string> out;
     for (const auto &c : v)
@@ -47,8 +47,8 @@ TEST(Parse, TextsAreReadAsTheirWritersMeantThem)
         std::vector<std::string> expect;
         std::vector<int> lines = {};  // of a sample file: where each contact starts
     };
-    const std::pair<pbx::Format, std::vector<Case>> formats[] = {
-        {pbx::Format::VCARD,
+    const std::pair<pbui::Format, std::vector<Case>> formats[] = {
+        {pbui::Format::VCARD,
          {{"phone_21.vcf",
            "",
            {"Jürgen Müller|+49 171 1234567||mobile", "Jürgen Müller|030-1234-567||work",
@@ -89,7 +89,7 @@ TEST(Parse, TextsAreReadAsTheirWritersMeantThem)
            {"X|5||pager"}},
           {"unterminated card dropped", "BEGIN:VCARD\nFN:Cut\nTEL:6\n", {}},
           {"Latin-1 bytes without a charset", "BEGIN:VCARD\nFN:Ren\xE9\nTEL:7\nEND:VCARD\n", {"René|7||"}}}},
-        {pbx::Format::CSV,
+        {pbui::Format::CSV,
          {// The first record spans lines 2 to 4 (quoted line breaks).
           {"address_book.csv",
            "",
@@ -115,7 +115,7 @@ TEST(Parse, TextsAreReadAsTheirWritersMeantThem)
           // Kept as read: the import refuses the number.
           {"a quote in a number", "name,number\nDi,\"4\"\"\"\n", {"Di|4\"||"}},
           {"no line break at the end", "name,number\nEd,5", {"Ed|5||"}}}},
-        {pbx::Format::MODULE,
+        {pbui::Format::MODULE,
          {{"the BOM is not part of the number", "\xEF\xBB\xBF+4930,Zoë,z@x extra\r\n", {"Zoë|+4930|z@x|"}},
           {"name first, as export writes", "Alice,+4930,a@x\n", {"Alice|+4930|a@x|"}},
           {"number first", "123,Alice\n", {"Alice|123||"}},
@@ -129,8 +129,8 @@ TEST(Parse, TextsAreReadAsTheirWritersMeantThem)
         for (const Case &c : cases) {
             const std::string text = c.text.empty() ? pbt::slurp(SAMPLES "/" + std::string(c.what)) : c.text;
             ASSERT_FALSE(text.empty()) << c.what;
-            EXPECT_EQ(pbx::detect_format(text), format) << c.what;
-            const std::vector<pbx::Contact> got = pbx::parse(text, format);
+            EXPECT_EQ(pbui::detect_format(text), format) << c.what;
+            const std::vector<pbui::Contact> got = pbui::parse(text, format);
             EXPECT_EQ(flat(got), c.expect) << c.what;
             std::vector<int> lines;
             for (const auto &contact : got)
@@ -144,7 +144,7 @@ TEST(Parse, TextsAreReadAsTheirWritersMeantThem)
 TEST(Vcard, LongLinesFoldAtWholeCharacters)
 {
     const std::string name = "Ääääääääääääääääääääääää";  // 24 two-byte characters: 48 bytes
-    const std::string text = pbx::format_vcard({entry(1, name, "+491", "a,b;c\\d@example.org")});
+    const std::string text = pbui::format_vcard({entry(1, name, "+491", "a,b;c\\d@example.org")});
     size_t start = 0;
     for (size_t end; (end = text.find("\r\n", start)) != std::string::npos; start = end + 2) {
         const std::string line = text.substr(start, end - start);
@@ -152,7 +152,7 @@ TEST(Vcard, LongLinesFoldAtWholeCharacters)
         ASSERT_FALSE(line.empty());
         EXPECT_NE(static_cast<unsigned char>(line[line[0] == ' ' ? 1 : 0]) & 0xC0, 0x80) << "split character";
     }
-    EXPECT_EQ(flat(pbx::parse_vcard(text)), std::vector<std::string>{name + "|+491|a,b;c\\d@example.org|"});
+    EXPECT_EQ(flat(pbui::parse_vcard(text)), std::vector<std::string>{name + "|+491|a,b;c\\d@example.org|"});
 }
 
 TEST(Formats, EveryFormatReadsBackWhatItWrote)
@@ -164,17 +164,17 @@ TEST(Formats, EveryFormatReadsBackWhatItWrote)
         entry(4, "Back\\slash; semi", "112", "x@y"),
         entry(5, std::string(50, 'n'), std::string(50, '9'), std::string(50, 'e')),
     };
-    for (pbx::Format f : {pbx::Format::VCARD, pbx::Format::CSV, pbx::Format::MODULE}) {
+    for (pbui::Format f : {pbui::Format::VCARD, pbui::Format::CSV, pbui::Format::MODULE}) {
         // The module's lines hold no comma in a name.
         std::vector<pb_flash_info> sent = entries;
-        if (f == pbx::Format::MODULE)
+        if (f == pbui::Format::MODULE)
             std::strcpy(sent[1].name, "Smith John \"Jack\"");
-        const std::string text = pbx::format(sent, f);
-        EXPECT_EQ(pbx::detect_format(text), f) << pbx::format_name(f);
+        const std::string text = pbui::format(sent, f);
+        EXPECT_EQ(pbui::detect_format(text), f) << pbui::format_name(f);
         std::vector<std::string> expect;
         for (const auto &e : sent)
             expect.push_back(std::string(e.name) + "|" + e.num + "|" + e.email + "|");
-        EXPECT_EQ(flat(pbx::parse(text, f)), expect) << pbx::format_name(f) << "\n" << text;
+        EXPECT_EQ(flat(pbui::parse(text, f)), expect) << pbui::format_name(f) << "\n" << text;
     }
 }
 
@@ -195,7 +195,7 @@ TEST(Formats, TheRoutersLinesNameWhatTheyCannotCarry)
         {entry(7, "Anna", "1", "a b@x"), "e-mail holds a blank"},
     };
     for (const auto &c : cases) {
-        const std::string why = pbx::module_lines_refusal({c.e});
+        const std::string why = pbui::module_lines_refusal({c.e});
         EXPECT_TRUE(*c.why ? why.find(c.why) != std::string::npos : why.empty()) << c.e.index << ": " << why;
     }
 }
@@ -219,9 +219,9 @@ TEST(SimNames, OctetsFollowTheEncodingTheNameNeeds)
         {"\xF0\x9F\x98\x80", -1},  // outside the basic plane
     };
     for (const auto &c : cases)
-        EXPECT_EQ(pbx::sim_name_octets(c.name), c.octets) << c.name;
-    EXPECT_EQ(pbx::sim_number_digits("+4930"), 4);
-    EXPECT_EQ(pbx::sim_number_digits("*100#"), 5);
+        EXPECT_EQ(pbui::sim_name_octets(c.name), c.octets) << c.name;
+    EXPECT_EQ(pbui::sim_number_digits("+4930"), 4);
+    EXPECT_EQ(pbui::sim_number_digits("*100#"), 5);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // fields. What is refused here never reaches the phonebook.
 #include <gtest/gtest.h>
 
+#include "entries.h"
 #include "json.h"
 #include "request.h"
 
@@ -134,11 +135,11 @@ TEST(PbwebRequest, EntryFieldsAreCheckedAndMatched)
         << "not UTF-8";
 
     const pb_flash_info e{4, 0, "Jürgen Groß", "+491711234567", ""};
-    EXPECT_TRUE(entry_matches(e, {}));
+    EXPECT_TRUE(pbui::entry_holds(e, {}));
     EXPECT_TRUE(
-        entry_matches(e, {std::string("Jürgen Groß"), std::string("+491711234567"), std::string("")}));
-    EXPECT_FALSE(entry_matches(e, {std::string("Jürgen"), {}, {}}));
-    EXPECT_FALSE(entry_matches(e, {{}, {}, std::string("x")}));
+        pbui::entry_holds(e, {std::string("Jürgen Groß"), std::string("+491711234567"), std::string("")}));
+    EXPECT_FALSE(pbui::entry_holds(e, {std::string("Jürgen"), {}, {}}));
+    EXPECT_FALSE(pbui::entry_holds(e, {{}, {}, std::string("x")}));
 }
 
 }  // namespace

@@ -19,7 +19,7 @@
 #include "make_dirs.h"
 #include "pbm_transport.h"
 #include "pbm_wire.h"
-#include "pbx.h"
+#include "contacts.h"
 
 namespace pbm_sim {
 namespace {
@@ -371,7 +371,7 @@ qmi_error_type_v01 Simulator::write_record(const pbm_write_record_req_msg_v01 &r
                                                static_cast<uint8_t>(ri.name[i + 1]) << 8));
     // The card stores the name in the encoding it needs: what does not fit
     // its alpha identifier's octets is refused, as a card would.
-    const int octets = pbx::sim_name_octets(ucs2_to_utf8(r.name));
+    const int octets = pbui::sim_name_octets(ucs2_to_utf8(r.name));
     if (octets < 0 || octets > card_.max_name_len)
         return QMI_ERR_PB_TEXT_TOO_LONG_V01;
     if (!number_from_pbm(ri.number, ri.number_len, ri.num_type, &r.number))

@@ -5,7 +5,7 @@
  * The card: a profile (record count, the octets of a record's alpha
  * identifier and the longest number in digits the card takes) and its
  * filled records. A name is stored as the SIM name rule of the user
- * interfaces says (pbx::sim_name: GSM 7-bit when it can be, else UCS-2),
+ * interfaces says (pbui::sim_name: GSM 7-bit when it can be, else UCS-2),
  * and a write whose name takes more octets is refused. Numbers
  * are kept in the system's form (digits, '*', '#', 'T', 'P', 'W', a leading
  * '+'); on the wire they travel in PBM's number text ('e' for P, '?' for W,

@@ -1,3 +1,7 @@
+// pbcli's command line: the commands from one table with their words and
+// arity, options anywhere by getopt_long's rules, and every argument
+// checked (indexes, phonebooks, fields read as they will be stored) before
+// a command runs, so that nothing malformed reaches the service.
 #include "args.h"
 
 #include <getopt.h>
@@ -156,8 +160,8 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         case kOptExpectName: args->expect_name = optarg; break;
         case kOptExpectNumber: args->expect_number = optarg; break;
         case 'f': {
-            pbx::Format f;
-            if (!pbx::parse_format(optarg, &f))
+            pbui::Format f;
+            if (!pbui::parse_format(optarg, &f))
                 return std::string("--format takes vcard, csv or module, not '") + optarg + "'";
             args->format = f;
             break;
@@ -266,7 +270,7 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         return "--cut is for copy device sim only";
     if (args->number) {
         std::string tidied;
-        if (std::string why = pbx::tidy_number(*args->number, &tidied); !why.empty())
+        if (std::string why = pbui::tidy_number(*args->number, &tidied); !why.empty())
             return "number '" + *args->number + "': " + why;
         args->number = tidied;
     }

@@ -1,5 +1,7 @@
-// The command line of the phonebook tool: one command, its phonebook and
-// arguments, and the global options.
+/*
+ * args.h - the command line of the phonebook tool: one command, its phonebook and
+ * arguments, and the global options.
+ */
 #ifndef PBCLI_ARGS_H
 #define PBCLI_ARGS_H
 
@@ -7,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "pbx.h"
+#include "contacts.h"
 #include "zpt_ui_pb_api.h"
 
 namespace pbcli {
@@ -28,7 +30,7 @@ struct Args {
     std::string text;                          // find: what to look for
     bool yes = false;                          // confirms delete-all
     storage_type_t to = STORAGE_TYPE_UNKNOWN;  // copy: the phonebook copied into
-    std::optional<pbx::Format> format;         // import, export: the text format
+    std::optional<pbui::Format> format;        // import, export: the text format
     bool verbose = false;                      // import, copy: one line per contact
     bool cut = false;                          // copy to the SIM: cut names to fit
 };

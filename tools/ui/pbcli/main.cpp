@@ -1,11 +1,13 @@
 // pbcli: the command-line phonebook tool. A user-interface process of the
 // phonebook: changes go to the phonebook service as requests, reads load the
-// phonebook files, import and export work on the files directly.
+// phonebook files, import and export work on the files directly. This file
+// only reads the command line and hands it to the command.
 #include <cstdlib>
 #include <iostream>
 
 #include "args.h"
 #include "commands.h"
+#include "json_writer.h"
 
 int main(int argc, char **argv)
 {
@@ -17,7 +19,7 @@ int main(int argc, char **argv)
     std::string err = pbcli::parse_args(argc, argv, &args);
     if (!err.empty()) {
         if (args.json)
-            std::cout << "{\"ok\":false,\"error\":" << pbcli::json_string(err) << "}\n";
+            std::cout << pbui::JsonObject().add("ok", false).add("error", err).str() << "\n";
         std::cerr << "pbcli: " << err << "\nTry 'pbcli --help'.\n";
         return pbcli::EXIT_USAGE;
     }

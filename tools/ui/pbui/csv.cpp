@@ -8,10 +8,10 @@
 // module's own format, line by line, without quoting.
 #include <algorithm>
 
-#include "pbx.h"
+#include "contacts.h"
 #include "text.h"
 
-namespace pbx {
+namespace pbui {
 
 namespace {
 
@@ -410,4 +410,4 @@ std::string format(const std::vector<pb_flash_info> &entries, Format f)
     return format_module(entries);
 }
 
-}  // namespace pbx
+}  // namespace pbui

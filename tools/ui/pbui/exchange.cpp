@@ -19,13 +19,13 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "contacts.h"
 #include "pb_data_dir.h"
-#include "pbx.h"
 #include "text.h"
 #include "unique_fd.h"
 #include "zpt_ui_pb_func.h"
 
-namespace pbx {
+namespace pbui {
 
 namespace {
 
@@ -383,4 +383,4 @@ std::string outcome_text(const ReportLine &l)
     return "not added: " + l.detail;
 }
 
-}  // namespace pbx
+}  // namespace pbui

@@ -9,10 +9,10 @@
 #include <algorithm>
 #include <vector>
 
-#include "pbx.h"
+#include "contacts.h"
 #include "text.h"
 
-namespace pbx {
+namespace pbui {
 
 namespace {
 
@@ -252,4 +252,4 @@ std::string tidy_number(std::string_view in, std::string *out)
     return "";
 }
 
-}  // namespace pbx
+}  // namespace pbui

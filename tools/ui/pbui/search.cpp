@@ -12,10 +12,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "pbx.h"
+#include "contacts.h"
 #include "text.h"
 
-namespace pbx {
+namespace pbui {
 
 namespace {
 
@@ -122,4 +122,4 @@ bool Search::matches(const pb_flash_info &e) const
     return std::search(name, name + n, text_.begin(), text_.end()) != name + n;
 }
 
-}  // namespace pbx
+}  // namespace pbui

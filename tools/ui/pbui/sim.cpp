@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "contacts.h"
 #include "nvmanager.h"
-#include "pbx.h"
 
-namespace pbx {
+namespace pbui {
 
 namespace {
 
@@ -36,6 +36,19 @@ bool read_sim_limits(SimLimits *out)
         return false;
     *out = l;
     return true;
+}
+
+int read_sim_records()
+{
+    int n = 0;
+    return read_nv_int("pb_sim_max_count", &n) ? n : 0;
+}
+
+FieldsCheck check_fields(storage_type_t type, const Fields &f)
+{
+    SimLimits limits;
+    const bool known = type == STORAGE_TYPE_SIM && read_sim_limits(&limits);
+    return check_fields(type, f.name, f.number, f.email, known ? &limits : nullptr);
 }
 
 int sim_max_digits(const SimLimits &limits) { return std::min(limits.number_digits, SIM_RECORD_DIGITS); }
@@ -79,4 +92,4 @@ FieldsCheck check_fields(storage_type_t type, const std::optional<std::string> &
     return c;
 }
 
-}  // namespace pbx
+}  // namespace pbui

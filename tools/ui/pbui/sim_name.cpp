@@ -10,11 +10,11 @@
 #include <algorithm>
 #include <array>
 
-#include "pbx.h"
+#include "contacts.h"
 #include "text.h"
 #include "zpt_ui_conv.h"
 
-namespace pbx {
+namespace pbui {
 
 namespace {
 
@@ -101,4 +101,4 @@ int sim_number_digits(std::string_view number)
     return static_cast<int>(number.size()) - (!number.empty() && number[0] == '+');
 }
 
-}  // namespace pbx
+}  // namespace pbui

@@ -1,9 +1,9 @@
 // UTF-8 helpers of the contact exchange library.
 #include "text.h"
 
-#include "pbx.h"
+#include "contacts.h"
 
-namespace pbx {
+namespace pbui {
 
 bool next_char(std::string_view s, size_t *pos, char32_t *cp)
 {
@@ -169,4 +169,4 @@ bool number_separator(char32_t c)
     }
 }
 
-}  // namespace pbx
+}  // namespace pbui

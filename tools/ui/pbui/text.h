@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace pbx {
+namespace pbui {
 
 /* Reads the UTF-8 character at s[*pos] into *cp and moves *pos past it.
  * False (and *pos unchanged) when the bytes there are not a valid,
@@ -42,6 +42,6 @@ bool number_separator(char32_t c);
 /* Without leading and trailing spaces, tabs, CR and LF. */
 std::string_view trim(std::string_view s);
 
-}  // namespace pbx
+}  // namespace pbui
 
 #endif /* PBX_TEXT_H */

@@ -8,10 +8,10 @@
 // so are the properties of a card nested inside another.
 #include <algorithm>
 
-#include "pbx.h"
+#include "contacts.h"
 #include "text.h"
 
-namespace pbx {
+namespace pbui {
 
 namespace {
 
@@ -387,4 +387,4 @@ std::string format_vcard(const std::vector<pb_flash_info> &entries)
     return out;
 }
 
-}  // namespace pbx
+}  // namespace pbui

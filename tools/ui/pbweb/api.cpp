@@ -1,57 +1,60 @@
+// pbweb's API: each operation reads its request, calls the user side's
+// operation (pbui::Phonebook, the one pbcli calls) and answers with a status
+// and a JSON body put together by pbui's writer. What is pbweb's own: the
+// check that the entries are as the page showed them (404 when gone, 409
+// when changed), the HTTP statuses, and the export as a download.
 #include "api.h"
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 
-#include "output.h"
+#include "json_writer.h"
+#include "report_json.h"
+#include "words.h"
 
 namespace pbweb {
 
 namespace {
 
-using pbcli::find_entry;
-using pbcli::json_entry;
-using pbcli::json_ints;
-using pbcli::json_string;
-using pbcli::rcode_message;
-using pbcli::set_field;
-using pbcli::set_fields;
+using pbui::Entries;
+using pbui::find_entry;
+using pbui::JsonObject;
 
 // The entry is not as the page showed it: found by pbweb's own look at the
 // list, or by the service when the change was made.
 constexpr int kChanged = PB_RCODE_CHANGED_ERR;
-// pbweb's own result, next to the phonebook's codes: no entry at the index.
-constexpr int kMissing = 1000;
+constexpr int kMissing = pbui::PBUI_NO_ENTRY;
 
-const char *book(storage_type_t type) { return pbcli::storage_name(type); }
+const char *book(storage_type_t type) { return pbui::storage_name(type); }
 
-std::string book_title(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "SIM" : "device"; }
-
-Response ok(const std::string &body, int status = 200)
+Response ok(JsonObject members, int status = 200)
 {
     Response r;
     r.status = status;
-    r.body.reserve(body.size() + 12);
-    r.body += "{\"ok\":true,";
-    r.body += body;
-    r.body += '}';
+    r.body = JsonObject().add("ok", true).members(members).take();
     return r;
+}
+
+// {"ok":true,"phonebook":...} and the members.
+Response ok_in(storage_type_t type, const JsonObject &members, int status = 200)
+{
+    return ok(std::move(JsonObject().add("phonebook", book(type)).members(members)), status);
 }
 
 Response bad_input(const std::string &message) { return error_response(400, PB_RCODE_ARGSERR, message); }
 
 Response failure(int rc, const std::string &context, storage_type_t type, int index = 0)
 {
+    const std::string where = " of the " + std::string(pbui::book_title(type)) + " phonebook";
     if (rc == kChanged)
         return error_response(409, kChanged,
-                              "the entry at index " + std::to_string(index) + " of the " + book_title(type) +
-                                  " phonebook changed meanwhile; the list has been read again");
+                              "the entry at index " + std::to_string(index) + where +
+                                  " changed meanwhile; the list has been read again");
     if (rc == kMissing)
         return error_response(404, PB_RCODE_INVALID_ERR,
-                              "no entry at index " + std::to_string(index) + " in the " + book_title(type) +
-                                  " phonebook");
-    return error_response(http_status(rc), rc, context + ": " + rcode_message(rc));
+                              "no entry at index " + std::to_string(index) + " in the " +
+                                  pbui::book_title(type) + " phonebook");
+    return error_response(http_status(rc), rc, context + ": " + pbui::rcode_message(rc));
 }
 
 // The operations whose body is a JSON object get it read and checked first.
@@ -68,39 +71,43 @@ Response with_body(Phonebook &pb, const ApiRequest &req, BodyOp op)
     return op(pb, req, body);
 }
 
-int sim_total(const Phonebook &pb)
+// A count the card's figures give, or null while unknown.
+JsonObject &count_or_null(JsonObject &o, const char *key, int n)
 {
-    const int n = pb.sim_limits().records;
-    return n > 0 ? std::min(n, PB_MAX_ENTRIES) : 0;
+    return n > 0 ? o.add(key, n) : o.null(key);
 }
 
-std::string total_of(const Phonebook &pb, storage_type_t type)
+int total_of(storage_type_t type)
 {
-    const int n = type == STORAGE_TYPE_SIM ? sim_total(pb) : PB_MAX_ENTRIES;
-    return n > 0 ? std::to_string(n) : "null";
+    return type == STORAGE_TYPE_SIM ? std::min(pbui::read_sim_records(), static_cast<int>(PB_MAX_ENTRIES))
+                                    : PB_MAX_ENTRIES;
 }
 
 Response status(Phonebook &pb, bool login)
 {
-    Entries sim, dev;
-    const int src = pb.read(STORAGE_TYPE_SIM, &sim);
-    const int drc = pb.read(STORAGE_TYPE_FLASH, &dev);
-    const SimLimits lim = pb.sim_limits();
-    const bool busy = pbcli::rcode_busy(src);
-    std::string s = "\"sim\":{\"state\":\"";
-    s += src == PB_RCODE_OK ? "ready" : busy ? "reading" : "unavailable";
-    s += "\",\"used\":" + (src == PB_RCODE_OK ? std::to_string(sim.size()) : "null");
-    s += ",\"total\":" + total_of(pb, STORAGE_TYPE_SIM);
-    s += ",\"name_max\":" + (lim.name_octets > 0 ? std::to_string(lim.name_octets) : "null");
-    s += ",\"number_max\":" + (lim.number_digits > 0 ? std::to_string(lim.number_digits) : "null");
-    if (src != PB_RCODE_OK)
-        s += ",\"code\":" + std::to_string(src) + ",\"error\":" + json_string(rcode_message(src));
-    s += "},\"device\":{\"state\":\"" + std::string(drc == PB_RCODE_OK ? "ready" : "unavailable") + "\"";
-    s += ",\"used\":" + (drc == PB_RCODE_OK ? std::to_string(dev.size()) : "null");
-    s += ",\"total\":" + std::to_string(PB_MAX_ENTRIES);
-    if (drc != PB_RCODE_OK)
-        s += ",\"code\":" + std::to_string(drc) + ",\"error\":" + json_string(rcode_message(drc));
-    return ok(s + "},\"login\":" + (login ? "true" : "false"));
+    JsonObject out;
+    for (storage_type_t type : {STORAGE_TYPE_SIM, STORAGE_TYPE_FLASH}) {
+        Entries v;
+        const int rc = pb.read(type, &v);
+        const bool busy = type == STORAGE_TYPE_SIM && pbui::rcode_busy(rc);
+        JsonObject o;
+        o.add("state", rc == PB_RCODE_OK ? "ready" : busy ? "reading" : "unavailable");
+        if (rc == PB_RCODE_OK)
+            o.add("used", v.size());
+        else
+            o.null("used");
+        count_or_null(o, "total", total_of(type));
+        if (type == STORAGE_TYPE_SIM) {
+            pbui::SimLimits lim;
+            const bool known = pbui::read_sim_limits(&lim);
+            count_or_null(o, "name_max", known ? lim.name_octets : 0);
+            count_or_null(o, "number_max", known ? lim.number_digits : 0);
+        }
+        if (rc != PB_RCODE_OK)
+            o.add("code", rc).add("error", pbui::rcode_message(rc));
+        out.add(book(type), o);
+    }
+    return ok(std::move(out.add("login", login)));
 }
 
 // The largest answer there is: written once, into the body itself, from
@@ -108,28 +115,28 @@ Response status(Phonebook &pb, bool login)
 Response list(Phonebook &pb, const ApiRequest &req)
 {
     const storage_type_t type = req.route.type;
-    const std::string total = total_of(pb, type);
+    const int total = total_of(type);
     Response r;
     const int rc = pb.view(type, [&](const pb_flash_info *all, size_t count) {
-        r.body = "{\"ok\":true,\"phonebook\":\"" + std::string(book(type)) +
-                 "\",\"count\":" + std::to_string(count) + ",\"total\":" + total + ",\"entries\":";
-        if (req.search.empty()) {
-            pbcli::append_json_entries(&r.body, all, count);
-        } else {
-            const pbx::Search search(req.search);
-            Entries found;
-            std::copy_if(all, all + count, std::back_inserter(found),
-                         [&](const pb_flash_info &e) { return search.matches(e); });
-            pbcli::append_json_entries(&r.body, found.data(), found.size());
-        }
-        r.body += '}';
+        JsonObject o;
+        o.add("ok", true).add("phonebook", book(type)).add("count", count);
+        count_or_null(o, "total", total);
+        o.with("entries", [&](std::string *out) {
+            if (req.search.empty()) {
+                pbui::append_json_entries(out, all, count);
+            } else {
+                const Entries found = pbui::found_by(pbui::Search(req.search), all, count);
+                pbui::append_json_entries(out, found.data(), found.size());
+            }
+        });
+        r.body = o.take();
     });
     return rc == PB_RCODE_OK ? r : failure(rc, "list", type);
 }
 
 Response entry_answer(storage_type_t type, const pb_flash_info &e, int status = 200)
 {
-    return ok("\"phonebook\":\"" + std::string(book(type)) + "\",\"entry\":" + json_entry(e), status);
+    return ok_in(type, JsonObject().raw("entry", pbui::json_entry(e)), status);
 }
 
 Response show(Phonebook &pb, const ApiRequest &req)
@@ -152,22 +159,9 @@ Response add(Phonebook &pb, const ApiRequest &req, const Json &body)
         return bad_input("an entry needs a name");
     pb_flash_info e;
     std::memset(&e, 0, sizeof e);
-    set_field(e.name, *f.name);
-    set_field(e.num, f.number.value_or(""));
-    set_field(e.email, f.email.value_or(""));
-    if (const int rc = pb.write(type, SIM_PB_HANDLE_TYPE_ADD, &e); rc != PB_RCODE_OK)
+    pbui::set_fields(&e, f);
+    if (const int rc = pb.add(type, &e); rc != PB_RCODE_OK)
         return failure(rc, "add", type);
-    // The service answers with the SIM record only; the new entry is the
-    // last one that matches what was added.
-    pb.view(type, [&](const pb_flash_info *all, size_t count) {
-        for (size_t i = count; i-- > 0;)
-            if (std::strcmp(all[i].name, e.name) == 0 && std::strcmp(all[i].num, e.num) == 0 &&
-                std::strcmp(all[i].email, e.email) == 0 &&
-                (type != STORAGE_TYPE_SIM || all[i].sim_index == e.sim_index)) {
-                e = all[i];
-                break;
-            }
-    });
     return entry_answer(type, e, 201);
 }
 
@@ -183,33 +177,23 @@ Response edit(Phonebook &pb, const ApiRequest &req, const Json &body)
         return bad_input("was: " + err);
     if (f.name && f.name->empty())
         return bad_input("an entry needs a name");
-    pb_flash_info e;
+    pb_flash_info seen, e;
     const int rc = pb.checked(
         type,
         [&](const Entries &now) {
             const pb_flash_info *old = find_entry(now, index);
             if (!old)
                 return was.name || was.number || was.email ? kChanged : kMissing;
-            if (!entry_matches(*old, was))
+            if (!pbui::entry_holds(*old, was))
                 return kChanged;
-            e = *old;
+            seen = *old;
             return static_cast<int>(PB_RCODE_OK);
         },
-        [&] {
-            // The service makes the edit only while the entry still holds
-            // the name and number the page was shown.
-            const pb_flash_info seen = e;
-            set_fields(&e, f.name, f.number, f.email);
-            return pb.edit_checked_locked(type, &e, &seen);
-        });
+        // The service makes the edit only while the entry still holds the
+        // name and number the page was shown.
+        [&] { return pb.edit(type, seen, f, &e); });
     if (rc != PB_RCODE_OK)
         return failure(rc, "edit " + std::to_string(index), type, index);
-    pb.view(type, [&](const pb_flash_info *all, size_t count) {
-        const auto now = std::find_if(
-            all, all + count, [&](const pb_flash_info &x) { return static_cast<int>(x.index) == index; });
-        if (now != all + count)
-            e = *now;
-    });
     return entry_answer(type, e);
 }
 
@@ -243,7 +227,7 @@ int check_shown(const Entries &now, const std::vector<ShownEntry> &shown, Entrie
     for (const ShownEntry &s : shown) {
         const pb_flash_info *e = find_entry(now, s.index);
         const bool told = s.fields.name || s.fields.number || s.fields.email;
-        if (!e || !entry_matches(*e, s.fields)) {
+        if (!e || !pbui::entry_holds(*e, s.fields)) {
             *bad_index = s.index;
             return e || told ? kChanged : kMissing;
         }
@@ -268,19 +252,20 @@ Response remove(Phonebook &pb, const ApiRequest &req, const Json &body)
             // One delete per entry, each carrying the entry it means: the
             // service deletes only what still is as the page showed it.
             std::vector<int> done;  // an index listed twice is deleted once
-            for (pb_flash_info &e : found) {
+            for (const pb_flash_info &e : found) {
                 bad_index = static_cast<int>(e.index);
                 if (std::find(done.begin(), done.end(), bad_index) != done.end())
                     continue;
                 done.push_back(bad_index);
-                if (int r = pb.write_locked(type, SIM_PB_HANDLE_TYPE_DEL, &e); r != PB_RCODE_OK)
+                int at = 0;
+                if (int r = pb.remove(type, e, &at); r != PB_RCODE_OK)
                     return r;
             }
             return static_cast<int>(PB_RCODE_OK);
         });
     if (rc != PB_RCODE_OK)
         return failure(rc, "delete", type, bad_index);
-    return ok("\"phonebook\":\"" + std::string(book(type)) + "\",\"deleted\":" + json_ints(indexes));
+    return ok_in(type, JsonObject().raw("deleted", pbui::json_ints(indexes)));
 }
 
 Response remove_all(Phonebook &pb, const ApiRequest &req, const Json &body)
@@ -292,73 +277,61 @@ Response remove_all(Phonebook &pb, const ApiRequest &req, const Json &body)
     size_t count = 0;
     const int rc = pb.checked(
         type, [&](const Entries &now) { return count = now.size(), static_cast<int>(PB_RCODE_OK); },
-        [&] {
-            pb_flash_info e;
-            std::memset(&e, 0, sizeof e);
-            return pb.write_locked(type, SIM_PB_HANDLE_TYPE_DEL_ALL, &e);
-        });
+        [&] { return pb.remove_all(type); });
     if (rc != PB_RCODE_OK)
         return failure(rc, "delete all", type);
-    return ok("\"phonebook\":\"" + std::string(book(type)) + "\",\"deleted\":" + std::to_string(count));
+    return ok_in(type, JsonObject().add("deleted", count));
 }
 
 // The format of an import or export: ?format=, else `fallback`.
-bool read_format(const ApiRequest &req, pbx::Format fallback, pbx::Format *out, std::string *err)
+bool read_format(const ApiRequest &req, pbui::Format fallback, pbui::Format *out, std::string *err)
 {
     *out = fallback;
-    if (req.format.empty() || pbx::parse_format(req.format, out))
+    if (req.format.empty() || pbui::parse_format(req.format, out))
         return true;
     return *err = "format: '" + req.format.substr(0, 16) + "' is none of vcard, csv, module", false;
 }
 
-Response report_answer(storage_type_t into, const std::string &members, const pbx::Report &report)
+Response report_answer(storage_type_t into, JsonObject members, const pbui::Report &report)
 {
-    return ok("\"phonebook\":\"" + std::string(book(into)) + "\"," + members + pbcli::json_report(report));
+    return ok_in(into, members.members(pbui::json_report(report)));
 }
 
 Response import(Phonebook &pb, const ApiRequest &req)
 {
-    pbx::Format f;
+    pbui::Format f;
     std::string err;
-    if (!read_format(req, pbx::detect_format(req.body), &f, &err))
+    if (!read_format(req, pbui::detect_format(req.body), &f, &err))
         return bad_input(err);
-    pbx::Report report;
-    if (int rc = pb.import(pbx::parse(req.body, f), &report); rc != PB_RCODE_OK)
+    pbui::Report report;
+    if (int rc = pb.add_contacts(STORAGE_TYPE_FLASH, pbui::parse(req.body, f), false, &report);
+        rc != PB_RCODE_OK)
         return failure(rc, "import", STORAGE_TYPE_FLASH);
-    return report_answer(STORAGE_TYPE_FLASH, "\"format\":\"" + std::string(pbx::format_name(f)) + "\",",
-                         report);
+    return report_answer(STORAGE_TYPE_FLASH, JsonObject().add("format", pbui::format_name(f)), report);
 }
 
 Response export_file(Phonebook &pb, const ApiRequest &req)
 {
     const storage_type_t type = req.route.type;
     std::vector<int> indexes;
-    pbx::Format f;
+    pbui::Format f;
     std::string err;
     if (req.has_index_list && !parse_index_list(req.index_list, &indexes, &err))
         return bad_input("index: " + err);
-    if (!read_format(req, pbx::DEFAULT_EXPORT, &f, &err))
+    if (!read_format(req, pbui::DEFAULT_EXPORT, &f, &err))
         return bad_input(err);
-    Entries now, chosen;
+    Entries now;
     if (int rc = pb.read(type, &now); rc != PB_RCODE_OK)
         return failure(rc, "export", type);
-    for (int i : indexes) {
-        const pb_flash_info *e = find_entry(now, i);
-        if (!e)
-            return failure(kMissing, "", type, i);
-        chosen.push_back(*e);
-    }
-    const Entries &out = indexes.empty() ? now : chosen;
-    if (f == pbx::Format::MODULE) {
-        // A backup that would read back otherwise is refused whole.
-        if (const std::string why = pbx::module_lines_refusal(out); !why.empty())
-            return bad_input("export: " + why);
-    }
+    const pbui::Chosen chosen = pbui::choose(now, indexes);
+    if (!chosen.missing.empty())
+        return failure(kMissing, "", type, chosen.missing[0]);
     Response r;
-    r.body = pbx::format(out, f);
-    r.content_type = pbx::format_media_type(f);
+    if (!pbui::export_text(chosen.entries, f, &r.body))
+        return bad_input("export: " + r.body);
+    r.content_type = pbui::format_media_type(f);
     r.headers.emplace_back("Content-Disposition", "attachment; filename=\"" + std::string(book(type)) +
-                                                      "-phonebook." + pbx::format_extension(f) + "\"");
+                                                      "-phonebook." + pbui::format_extension(f) + "\"");
     return r;
 }
 
@@ -381,49 +354,44 @@ Response copy(Phonebook &pb, const ApiRequest &req, const Json &body)
     if (!copy_all && !read_shown_list(body, "copy (or \"all\": true)", &shown, &indexes, &err))
         return bad_input(err);
     int bad_index = 0;
-    std::vector<pbx::Contact> contacts;
-    pbx::Report report;
+    std::vector<pbui::Contact> contacts;
+    pbui::Report report;
     const int rc = pb.checked(
         from,
         [&](const Entries &now) {
             Entries found;
             const int r = copy_all ? PB_RCODE_OK : check_shown(now, shown, &found, &bad_index);
-            contacts = pbx::contacts_of(copy_all ? now : found);
+            contacts = pbui::contacts_of(copy_all ? now : found);
             return r;
         },
-        [&] { return pb.add_contacts_locked(into, contacts, cut_names, &report); });
+        [&] { return pb.add_contacts(into, contacts, cut_names, &report); });
     if (rc != PB_RCODE_OK)
         return failure(rc, "copy", rc == kChanged || rc == kMissing ? from : into, bad_index);
-    return report_answer(into, "\"from\":\"" + std::string(book(from)) + "\",", report);
+    return report_answer(into, JsonObject().add("from", book(from)), report);
 }
 
 // How the fields given would be stored and whether they fit: the page's
 // live counters ask here rather than repeating the rules.
-Response check(Phonebook &pb, const ApiRequest &req)
+Response check(const ApiRequest &req)
 {
-    const SimLimits lim = pb.sim_limits();
-    pbx::SimLimits card;
-    card.name_octets = lim.name_octets;
-    card.number_digits = lim.number_digits;
-    const bool known = card.name_octets > 0 && card.number_digits > 0;
-    return ok(pbcli::json_check(
-        pbx::check_fields(req.route.type, req.name, req.number, req.email, known ? &card : nullptr)));
+    return ok(pbui::json_check(pbui::check_fields(req.route.type, {req.name, req.number, req.email})));
 }
 
 }  // namespace
 
 Response error_response(int status, int code, const std::string &message)
 {
-    Response r;
-    r.status = status;
-    r.body = "{\"ok\":false,\"code\":" + std::to_string(code) + ",\"error\":" + json_string(message);
+    JsonObject o;
+    o.add("ok", false).add("code", code).add("error", message);
     // Both 503s are asked again: the page shows "reading" for one only.
-    if (pbcli::rcode_busy(code))
-        r.body += ",\"reading\":true";
+    if (pbui::rcode_busy(code))
+        o.add("reading", true);
     // The list the page shows is not the phonebook any more, or may not be.
     if (status == 409 || code == PB_RCODE_UNCONFIRMED_ERR)
-        r.body += ",\"reload\":true";
-    r.body += '}';
+        o.add("reload", true);
+    Response r;
+    r.status = status;
+    r.body = o.take();
     if (status == 503)
         r.headers.emplace_back("Retry-After", "1");
     return r;
@@ -463,7 +431,7 @@ int http_status(int rc)
     case PB_RCODE_UNCONFIRMED_ERR: break;
     }
     // Also a code from outside the enum, as a newer service might send.
-    return pbcli::rcode_busy(rc) ? 503 : 500;
+    return pbui::rcode_busy(rc) ? 503 : 500;
 }
 
 Response handle_api(Phonebook &pb, const ApiRequest &req)
@@ -479,7 +447,7 @@ Response handle_api(Phonebook &pb, const ApiRequest &req)
     case Op::IMPORT: return import(pb, req);
     case Op::EXPORT: return export_file(pb, req);
     case Op::COPY: return with_body(pb, req, copy);
-    case Op::CHECK: return check(pb, req);
+    case Op::CHECK: return check(req);
     case Op::BAD_METHOD: return error_response(405, PB_RCODE_ARGSERR, "method not allowed here");
     // Login and logout are the server's (they set the session cookie).
     case Op::NOT_FOUND:

@@ -1,8 +1,11 @@
-// The JSON API of the web page: one function per operation, each on the
-// phonebook through the client API, answering with a status and a JSON body
-// (an export: the file). Errors are {"ok":false,"code":N,"error":"..."},
-// with pbcli's words for the phonebook's result codes. The server has
-// checked the request (login, origin, body type and size) before it gets here.
+/*
+ * api.h - the JSON API of the web page: one function per operation, each on
+ * the user side's operations (pbui::Phonebook, without waiting), answering
+ * with a status and a JSON body (an export: the file). Errors are
+ * {"ok":false,"code":N,"error":"..."}, with pbui's words for the result
+ * codes. The server has
+ * checked the request (login, origin, body type and size) before it gets here.
+ */
 #ifndef PBWEB_API_H
 #define PBWEB_API_H
 
@@ -15,6 +18,11 @@
 #include "request.h"
 
 namespace pbweb {
+
+// The operations of the user side, made without waiting for the SIM and
+// without following a moved entry: the page asks again, or reads the list
+// again, itself.
+using Phonebook = pbui::Phonebook;
 
 struct Response {
     int status = 200;

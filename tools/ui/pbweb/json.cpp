@@ -1,8 +1,12 @@
+// A strict JSON parser for the bodies of API requests: one recursive
+// descent over the text, depth bounded (kMaxDepth), strings checked to be
+// UTF-8 with whole-character escapes; the first fault ends the parse with
+// its place. Answers are written by pbui's JSON writer, not here.
 #include "json.h"
 
 #include <cstdlib>
 
-#include "output.h"
+#include "json_writer.h"
 
 namespace pbweb {
 
@@ -227,7 +231,7 @@ private:
                 continue;
             }
             char32_t cp;
-            const size_t len = pbcli::utf8_char(s_, at_, &cp);
+            const size_t len = pbui::utf8_char(s_, at_, &cp);
             if (len == 0)
                 return fail("not UTF-8");
             out->append(s_, at_, len);

@@ -1,4 +1,6 @@
-// The page's files, compiled into pbweb from page/ at build time.
+/*
+ * page.h - the page's files, compiled into pbweb from page/ at build time.
+ */
 #ifndef PBWEB_PAGE_H
 #define PBWEB_PAGE_H
 

@@ -1,3 +1,6 @@
+// The route of an API request and the fields of its body, checked here
+// once before any handler sees them: paths to operations by table, index
+// lists and entry fields bounded and read as they will be stored.
 #include "request.h"
 
 #include <algorithm>
@@ -5,7 +8,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "pbx.h"
+#include "contacts.h"
 
 namespace pbweb {
 
@@ -150,7 +153,7 @@ bool read_entry_fields(const Json &obj, EntryFields *out, std::string *error)
         return false;
     if (out->number) {
         std::string tidied;
-        if (std::string why = pbx::tidy_number(*out->number, &tidied); !why.empty())
+        if (std::string why = pbui::tidy_number(*out->number, &tidied); !why.empty())
             return *error = "number: " + why, false;
         out->number = std::move(tidied);
     }
@@ -167,12 +170,6 @@ bool read_shown_entry(const Json &obj, ShownEntry *out, std::string *error)
         return *error = "each entry needs an \"index\" from 1 to 1000", false;
     out->index = static_cast<int>(idx->number);
     return true;
-}
-
-bool entry_matches(const pb_flash_info &e, const EntryFields &shown)
-{
-    return (!shown.name || *shown.name == e.name) && (!shown.number || *shown.number == e.num) &&
-           (!shown.email || *shown.email == e.email);
 }
 
 }  // namespace pbweb

@@ -1,7 +1,9 @@
-// What a web API request asks for: the route (operation, phonebook, index)
-// from its method and path, index lists from the query string, and the
-// entry fields of a JSON body, each checked before anything reaches the
-// phonebook. Pure functions: no I/O, no state.
+/*
+ * request.h - what a web API request asks for: the route (operation, phonebook, index)
+ * from its method and path, index lists from the query string, and the
+ * entry fields of a JSON body, each checked before anything reaches the
+ * phonebook. Pure functions: no I/O, no state.
+ */
 #ifndef PBWEB_REQUEST_H
 #define PBWEB_REQUEST_H
 
@@ -9,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "contacts.h"
 #include "json.h"
 #include "zpt_ui_pb_api.h"
 
@@ -50,13 +53,11 @@ bool parse_index_list(const std::string &s, std::vector<int> *out, std::string *
 
 // Name, number and e-mail of an entry as a request gives them; a field
 // missing from the body is not set.
-struct EntryFields {
-    std::optional<std::string> name, number, email;
-};
+using EntryFields = pbui::Fields;
 
 // Reads "name", "number" and "email" of a JSON object: each must be a
 // string of at most 50 bytes without control characters; the number is
-// read as people write it (pbx::tidy_number) and stored as a phone dials
+// read as people write it (pbui::tidy_number) and stored as a phone dials
 // it. Fields of other names are ignored.
 bool read_entry_fields(const Json &obj, EntryFields *out, std::string *error);
 
@@ -69,9 +70,6 @@ struct ShownEntry {
 
 // Reads {"index":N, "name":..., "number":..., "email":...}.
 bool read_shown_entry(const Json &obj, ShownEntry *out, std::string *error);
-
-// True when the entry still holds every field that was shown.
-bool entry_matches(const pb_flash_info &e, const EntryFields &shown);
 
 }  // namespace pbweb
 

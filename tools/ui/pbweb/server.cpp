@@ -1,3 +1,5 @@
+// pbweb's HTTP side: libmicrohttpd's callbacks, the checks every request
+// passes before the API (see server.h), and the page's files.
 #include "server.h"
 
 #include <arpa/inet.h>

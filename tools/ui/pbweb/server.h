@@ -29,7 +29,7 @@
 #include <vector>
 
 #include "api.h"
-#include "phonebook.h"
+#include "api.h"
 
 struct MHD_Daemon;
 struct MHD_Connection;

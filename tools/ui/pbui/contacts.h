@@ -1,5 +1,5 @@
 /*
- * pbx.h - contact exchange for the user interfaces (pbcli, the web page):
+ * contacts.h - contact exchange for the user interfaces (pbcli, the web page):
  * vCard and CSV text to and from phonebook entries, dialling numbers tidied
  * and checked, the SIM card's limits, and the import into the device
  * phonebook and the copy between the phonebooks, each with a report of what
@@ -19,8 +19,8 @@
  * between calls; the functions may be called from any thread, one import or
  * copy at a time per process (the client API's read buffer is per process).
  */
-#ifndef PBX_H
-#define PBX_H
+#ifndef PBUI_CONTACTS_H
+#define PBUI_CONTACTS_H
 
 #include <functional>
 #include <optional>
@@ -30,7 +30,7 @@
 
 #include "zpt_ui_pb_api.h"
 
-namespace pbx {
+namespace pbui {
 
 /* One contact as read from a file: one dialling number, at most one
  * e-mail. A card with several numbers gives one contact per number. */
@@ -123,6 +123,8 @@ struct SimLimits {
 /* The limits the service stored when it last read the card. False when it
  * has not read one yet. */
 bool read_sim_limits(SimLimits *out);
+/* The card's number of records as the service stored it; 0 while unknown. */
+int read_sim_records();
 
 /* How a name is stored in a card record's alpha identifier: in the GSM
  * 7-bit default alphabet when every character has a GSM code, one octet a
@@ -169,6 +171,15 @@ struct FieldsCheck {
 FieldsCheck check_fields(storage_type_t type, const std::optional<std::string> &name,
                          const std::optional<std::string> &number, const std::optional<std::string> &email,
                          const SimLimits *limits);
+
+/* Name, number and e-mail as a user gives them; a field not given is not
+ * set (an edit keeps it). */
+struct Fields {
+    std::optional<std::string> name, number, email;
+};
+/* The check of the fields against the card's limits as the service last
+ * read them (unknown before it has read the card). */
+FieldsCheck check_fields(storage_type_t type, const Fields &f);
 
 /* Search of a phonebook, the same for every user interface: an entry
  * matches when its name holds the text with case folded in every script
@@ -252,6 +263,6 @@ int copy_to_sim(const std::vector<Contact> &contacts, const SimCopy &how, Report
 /* Phonebook entries as contacts, for a copy between the phonebooks. */
 std::vector<Contact> contacts_of(const std::vector<pb_flash_info> &entries);
 
-}  // namespace pbx
+}  // namespace pbui
 
-#endif /* PBX_H */
+#endif /* PBUI_CONTACTS_H */

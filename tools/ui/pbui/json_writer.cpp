@@ -1,4 +1,9 @@
-#include "output.h"
+// The one JSON writer of the user side: strings escaped so that the output
+// always parses whatever bytes a field holds, entries and lists of them
+// written without a copy per field (a list of 1000 entries is pbweb's
+// largest answer, written in one allocation), and JsonObject, which puts
+// the members of every answer of pbcli and pbweb together.
+#include "json_writer.h"
 
 #include <algorithm>
 #include <array>
@@ -7,92 +12,7 @@
 #include <cstdio>
 #include <cstring>
 
-namespace pbcli {
-
-namespace {
-
-struct RcodeText {
-    int rc;
-    const char *message;
-    Exit exit;
-};
-
-const RcodeText kRcodes[] = {
-    {PB_RCODE_ERROR,
-     "the phonebook service could not be reached or the operation failed "
-     "(is pb_host running?)",
-     EXIT_NO_SERVICE},
-    {PB_RCODE_OK, "done", EXIT_OK},
-    {PB_RCODE_ARGSERR, "the request was refused as invalid", EXIT_USAGE},
-    {PB_RCODE_UTF_ERR, "the name is not valid UTF-8 or cannot be stored on the SIM", EXIT_FAILED},
-    {PB_RCODE_BCD_ERR,
-     "the number holds characters a SIM cannot store "
-     "(allowed: digits * # P W T, and + in front)",
-     EXIT_FAILED},
-    {PB_RCODE_TYPE_ERR, "unknown phonebook", EXIT_FAILED},
-    {PB_RCODE_BUFFNULL_ERR, "internal error: missing entry buffer", EXIT_FAILED},
-    {PB_RCODE_INVALID_ERR, "no such entry, or the entry cannot be changed", EXIT_NOT_FOUND},
-    {PB_RCODE_READED_ERR, "SIM phonebook is still being read, try again", EXIT_NOT_READY},
-    {PB_RCODE_READ_ERR,
-     "the phonebook could not be read (the SIM card did not deliver all its records, or the phonebook file "
-     "is unreadable)",
-     EXIT_FAILED},
-    {PB_RCODE_WRITE_ERR, "the phonebook file could not be saved (flash full or read-only?)", EXIT_FAILED},
-    {PB_RCODE_SWAP_ERR, "the SIM card refused the change (a name or number too long for the card?)",
-     EXIT_FAILED},
-    {PB_RCODE_NOTFREE_ERR, "the phonebook is full: no free place for the entry", EXIT_FAILED},
-    {PB_RCODE_READING_ERR, "SIM phonebook is still being read, try again", EXIT_NOT_READY},
-    {PB_RCODE_RWLOCK_ERR, "internal error: phonebook table lock failed", EXIT_FAILED},
-    {PB_RCODE_DUPLICATE_ERR, "another entry already has this name", EXIT_FAILED},
-    {PB_RCODE_NODEPOP_ERR, "internal error: service queue failed", EXIT_FAILED},
-    {PB_RCODE_NODEPUSH_ERR, "the phonebook service is busy (too many requests waiting), try again",
-     EXIT_FAILED},
-    {PB_RCODE_NODEDEL_ERR, "internal error: service queue failed", EXIT_FAILED},
-    {PB_RCODE_NODEEMPTY_ERR, "internal error: service queue is empty", EXIT_FAILED},
-    {PB_RCODE_THREAD_ERR, "internal error: phonebook service thread failed", EXIT_FAILED},
-    {PB_RCODE_INIT_ERR, "the phonebook service is not ready yet (SIM not initialised), try again",
-     EXIT_NOT_READY},
-    {PB_RCODE_NV_ERR, "the SIM phonebook figures could not be stored", EXIT_FAILED},
-    {PB_RCODE_EMPTY_ERR, "the phonebook is empty", EXIT_FAILED},
-    {PB_RCODE_UNCONFIRMED_ERR,
-     "the card did not confirm the change; the list has been read again: check it before trying again",
-     EXIT_FAILED},
-    {PB_RCODE_CHANGED_ERR, "the entry changed meanwhile; list it again", EXIT_FAILED},
-};
-
-const RcodeText *find_rcode(int rc)
-{
-    for (const auto &r : kRcodes)
-        if (r.rc == rc)
-            return &r;
-    return nullptr;
-}
-
-bool is_wide(char32_t c)
-{
-    return (c >= 0x1100 && c <= 0x115F) || (c >= 0x2E80 && c <= 0xA4CF && c != 0x303F) ||
-           (c >= 0xAC00 && c <= 0xD7A3) || (c >= 0xF900 && c <= 0xFAFF) || (c >= 0xFE30 && c <= 0xFE4F) ||
-           (c >= 0xFF00 && c <= 0xFF60) || (c >= 0xFFE0 && c <= 0xFFE6) || (c >= 0x1F300 && c <= 0x1FAFF) ||
-           (c >= 0x20000 && c <= 0x3FFFD);
-}
-
-bool is_combining(char32_t c) { return (c >= 0x0300 && c <= 0x036F) || c == 0x200B || c == 0x200D; }
-
-std::string hex_byte(unsigned char c)
-{
-    char buf[8];
-    std::snprintf(buf, sizeof buf, "\\x%02X", c);
-    return buf;
-}
-
-std::string pad(const std::string &cell, size_t width, bool right)
-{
-    size_t w = display_width(cell);
-    std::string fill(width > w ? width - w : 0, ' ');
-    return right ? fill + cell : cell + fill;
-}
-
-}  // namespace
+namespace pbui {
 
 size_t utf8_char(std::string_view s, size_t i, char32_t *cp)
 {
@@ -125,22 +45,6 @@ size_t utf8_char(std::string_view s, size_t i, char32_t *cp)
     *cp = v;
     return len;
 }
-
-std::string rcode_message(int rc)
-{
-    const RcodeText *r = find_rcode(rc);
-    return r ? r->message : "unexpected result code " + std::to_string(rc);
-}
-
-Exit rcode_exit(int rc)
-{
-    const RcodeText *r = find_rcode(rc);
-    return r ? r->exit : EXIT_FAILED;
-}
-
-bool rcode_busy(int rc) { return rcode_exit(rc) == EXIT_NOT_READY; }
-
-const char *storage_name(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "sim" : "device"; }
 
 namespace {
 
@@ -331,106 +235,57 @@ std::string json_ints(const std::vector<int> &v)
     return "[" + s + "]";
 }
 
-const pb_flash_info *find_entry(const std::vector<pb_flash_info> &v, int index)
+JsonObject &JsonObject::key(std::string_view k)
 {
-    for (const auto &e : v)
-        if (static_cast<int>(e.index) == index)
-            return &e;
-    return nullptr;
+    text_ += text_.size() == 1 ? "" : ",";
+    append_json_string(&text_, k);
+    text_ += ':';
+    return *this;
 }
 
-const pb_flash_info *find_same(const std::vector<pb_flash_info> &v, const pb_flash_info &e)
+JsonObject &JsonObject::add(std::string_view k, bool v)
 {
-    for (const auto &x : v)
-        if (x.sim_index == e.sim_index && std::strcmp(x.name, e.name) == 0 &&
-            std::strcmp(x.num, e.num) == 0 && std::strcmp(x.email, e.email) == 0)
-            return &x;
-    return nullptr;
+    key(k).text_ += v ? "true" : "false";
+    return *this;
 }
 
-void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v)
+JsonObject &JsonObject::add(std::string_view k, long long v)
 {
-    std::snprintf(dst, sizeof dst, "%s", v.c_str());
+    key(k).text_ += std::to_string(v);
+    return *this;
 }
 
-void set_fields(pb_flash_info *e, const std::optional<std::string> &name,
-                const std::optional<std::string> &number, const std::optional<std::string> &email)
+JsonObject &JsonObject::add(std::string_view k, const char *v) { return add(k, std::string_view(v)); }
+
+JsonObject &JsonObject::add(std::string_view k, std::string_view v)
 {
-    if (name)
-        set_field(e->name, *name);
-    if (number)
-        set_field(e->num, *number);
-    if (email)
-        set_field(e->email, *email);
+    append_json_string(&key(k).text_, v);
+    return *this;
 }
 
-std::string display_text(const std::string &s)
+JsonObject &JsonObject::add(std::string_view k, const JsonObject &v) { return raw(k, v.str()); }
+
+JsonObject &JsonObject::null(std::string_view k) { return raw(k, "null"); }
+
+JsonObject &JsonObject::raw(std::string_view k, std::string_view json)
 {
-    std::string out;
-    for (size_t i = 0; i < s.size();) {
-        char32_t cp;
-        size_t len = utf8_char(s, i, &cp);
-        if (len == 0) {
-            out += hex_byte(static_cast<unsigned char>(s[i++]));
-            continue;
-        }
-        if (cp == '\n')
-            out += "\\n";
-        else if (cp == '\t')
-            out += "\\t";
-        else if (cp < 0x20 || cp == 0x7F)
-            out += hex_byte(static_cast<unsigned char>(cp));
-        else
-            out.append(s, i, len);
-        i += len;
-    }
-    return out;
+    key(k).text_ += json;
+    return *this;
 }
 
-size_t display_width(const std::string &s)
+JsonObject &JsonObject::members(const JsonObject &other)
 {
-    size_t w = 0;
-    for (size_t i = 0; i < s.size();) {
-        char32_t cp;
-        size_t len = utf8_char(s, i, &cp);
-        if (len == 0) {
-            w += 1;
-            ++i;
-            continue;
-        }
-        w += is_combining(cp) ? 0 : is_wide(cp) ? 2 : 1;
-        i += len;
-    }
-    return w;
+    if (other.text_.size() > 1)
+        text_.append(text_.size() == 1 ? "" : ",").append(other.text_, 1, std::string::npos);
+    return *this;
 }
 
-void print_table(std::ostream &out, storage_type_t type, const std::vector<pb_flash_info> &v, bool heading)
-{
-    const bool sim = type == STORAGE_TYPE_SIM;
-    std::vector<std::vector<std::string>> rows;
-    rows.push_back({"Index", "SIM", "Name", "Number", "E-mail"});
-    for (const auto &e : v)
-        rows.push_back({std::to_string(e.index), std::to_string(e.sim_index), display_text(e.name),
-                        display_text(e.num), display_text(e.email)});
-    size_t width[5] = {};
-    for (const auto &r : rows)
-        for (size_t c = 0; c < 5; ++c)
-            width[c] = std::max(width[c], display_width(r[c]));
+std::string JsonObject::str() const { return text_ + "}"; }
 
-    if (heading)
-        out << (sim ? "SIM" : "Device") << " phonebook: " << v.size()
-            << (v.size() == 1 ? " entry" : " entries") << "\n";
-    if (v.empty())
-        return;
-    for (const auto &r : rows) {
-        std::string line = pad(r[0], width[0], true);
-        if (sim)
-            line += "  " + pad(r[1], width[1], true);
-        line += "  " + pad(r[2], width[2], false) + "  " + pad(r[3], width[3], false) + "  " + r[4];
-        while (!line.empty() && line.back() == ' ')
-            line.pop_back();
-        out << line << "\n";
-    }
+std::string JsonObject::take()
+{
+    text_ += '}';
+    return std::move(text_);
 }
 
-}  // namespace pbcli
+}  // namespace pbui
