@@ -143,31 +143,6 @@ TEST_F(PbcliE2e, ContactsTravelThroughFilesAndBetweenThePhonebooks)
     EXPECT_EQ(pbcli({"copy", "device", "sim", "99"}).status, 5);
 }
 
-TEST_F(PbcliE2e, FailuresEndWithTheirExitStatus)
-{
-    const struct {
-        std::vector<std::string> args;
-        int status;
-    } cases[] = {
-        {{"show", "device", "42"}, 5},
-        {{"edit", "sim", "99", "--name", "X"}, 5},
-        {{"import", kWork + "/no-such.csv"}, 1},
-        {{"import", kWork}, 1},                               // a folder is no contact file
-        {{"export", "device", kWork, "--format", "csv"}, 1},  // nor is it replaced by one
-        {{"export", "device", kWork + "/no/such/dir/x.csv"}, 1},
-        {{"list", "nowhere"}, 2},
-    };
-    for (const auto &c : cases) {
-        Outcome r = pbcli(c.args);
-        EXPECT_EQ(r.status, c.status) << c.args[0] << " " << c.args[1] << ": " << r.out;
-        EXPECT_NE(r.at("error"), "<none>");
-    }
-    rig_.stop_host();
-    Outcome gone = pbcli({"add", "device", "--name", "X", "--number", "1"});
-    EXPECT_EQ(gone.status, 3);
-    EXPECT_EQ(gone.at("code"), "-1");
-}
-
 // A SIM request waits while the card is being read, up to --wait seconds.
 // (That the device phonebook never waits is the service test's and pbweb's.)
 TEST_F(PbcliE2e, SimRequestsWaitForTheCardReadUpToTheTimeLimit)
@@ -329,29 +304,6 @@ TEST_F(PbcliE2e, ConcurrentScriptsChangeOnlyTheEntriesTheyMean)
     }
     EXPECT_EQ(rig_.sim->card().records.size(), kScripts + 1u)
         << "the card holds what the SIM phonebook lists";
-}
-
-// pbcli find looks in both phonebooks with the page's search.
-TEST_F(PbcliE2e, FindLooksInBothPhonebooksWhateverTheCaseAndSeparators)
-{
-    const std::string csv = kWork + "/e2e_find.csv";
-    std::ofstream(csv) << "name,number\nАННА Шмидт,+49 30 1234567\nBerta,849 5765\n";
-    ASSERT_EQ(pbcli({"import", csv}).at("added"), "2");
-    Outcome anna = pbcli({"find", "анна"});
-    ASSERT_EQ(anna.status, 0) << anna.out;
-    EXPECT_EQ(anna.at("sim.entries.0.name") + "|" + anna.at("device.entries.0.name"),
-              "Анна Каренина|АННА Шмидт");
-    Outcome number = pbcli({"find", "849-576"});
-    EXPECT_EQ(number.at("sim.entries.0.number") + "|" + number.at("device.entries.0.number"),
-              "84957654321|8495765");
-    Outcome text = pbcli({"find", "zoë"}, false);
-    EXPECT_NE(
-        text.out.find("Found in the SIM phonebook: 1 of 5 entries\nIndex  SIM  Name        Number       "
-                      "E-mail\n    1    1  Zoë Müller  +4930123456\n"),
-        std::string::npos)
-        << text.out;
-    EXPECT_NE(text.out.find("Found in the device phonebook: 0 of 2 entries\n"), std::string::npos)
-        << text.out;
 }
 
 // Every export format imported back gives the same phonebook, through a
