@@ -1,4 +1,4 @@
-// The command-line tool's argument parsing and output formatting.
+// pbcli's own parts: its command line and its tables.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -7,14 +7,11 @@
 #include <vector>
 
 #include "args.h"
-#include "json_writer.h"
 #include "table.h"
-#include "words.h"
 
 namespace {
 
 using namespace pbcli;
-using namespace pbui;
 
 std::string parse(std::vector<const char *> argv, Args *a)
 {
@@ -80,83 +77,6 @@ TEST(ParseArgs, TakesOptionsAnywhereInBothSpellings)
     EXPECT_EQ(a.to, STORAGE_TYPE_SIM);
     EXPECT_EQ(a.indexes, (std::vector<int>{3, 1}));
     EXPECT_TRUE(a.cut && a.verbose);
-}
-
-TEST(Rcodes, EveryResultCodeHasAMessage)
-{
-    for (int rc = PB_RCODE_ERROR; rc <= PB_RCODE_EMPTY_ERR; ++rc)
-        EXPECT_EQ(rcode_message(rc).find("unexpected"), std::string::npos) << rc;
-}
-
-// A change that did not land says why in words of its own: the card, the
-// file, or the read still running (which is asked again, not failed).
-TEST(Rcodes, CardFileAndReadFailuresAreToldApart)
-{
-    const struct {
-        int rc;
-        const char *words;
-        Exit exit;
-        bool busy;
-    } cases[] = {
-        {PB_RCODE_SWAP_ERR, "SIM card refused", EXIT_FAILED, false},
-        {PB_RCODE_WRITE_ERR, "file could not be saved", EXIT_FAILED, false},
-        {PB_RCODE_READED_ERR, "being read", EXIT_NOT_READY, true},
-        {PB_RCODE_INIT_ERR, "not ready", EXIT_NOT_READY, true},
-    };
-    for (const auto &c : cases) {
-        EXPECT_NE(rcode_message(c.rc).find(c.words), std::string::npos) << c.rc;
-        EXPECT_EQ(rcode_exit(c.rc), c.exit) << c.rc;
-        EXPECT_EQ(rcode_busy(c.rc), c.busy) << c.rc;
-    }
-}
-
-TEST(Json, StringsAlwaysParseWhateverTheBytes)
-{
-    const struct {
-        std::string in, out;
-    } cases[] = {
-        {"Zoë 王\xF0\x9F\x98\x80", "\"Zoë 王\xF0\x9F\x98\x80\""},
-        {"\xE4\xB8", "\"\\ufffd\\ufffd\""},             // cut character
-        {"\xC0\xAF", "\"\\ufffd\\ufffd\""},             // overlong form
-        {"\xED\xA0\x80", "\"\\ufffd\\ufffd\\ufffd\""},  // surrogate
-    };
-    for (const auto &c : cases)
-        EXPECT_EQ(json_string(c.in), c.out);
-}
-
-// The writer copies eight bytes at a time: a byte that needs a look must be
-// caught wherever it falls in a word, and what follows it kept.
-TEST(Json, EscapesAreFoundAtEveryPlaceOfALongText)
-{
-    const struct {
-        std::string in, out;
-    } specials[] = {
-        {"\"", "\\\""},      {"\\", "\\\\"}, {"\n", "\\n"},       {"\x1f", "\\u001f"},
-        {"\x7f", "\\u007f"}, {"é", "é"},     {"\xff", "\\ufffd"}, {std::string(1, '\0'), "\\u0000"},
-    };
-    for (const auto &c : specials)
-        for (size_t at = 0; at < 18; ++at) {
-            const std::string head(at, 'a'), tail(9, 'z');
-            EXPECT_EQ(json_string(head + c.in + tail), "\"" + head + c.out + tail + "\"")
-                << at << ": " << c.out;
-        }
-}
-
-TEST(Json, EntryTextsEndAtTheirNulOrTheFieldsEnd)
-{
-    std::vector<pb_flash_info> v(2);  // zero-filled
-    v[0].index = 1000;
-    v[0].sim_index = 0xFFFFFFFFu;
-    std::memset(v[0].name, 'n', sizeof v[0].name);  // all 51 bytes, no NUL
-    std::strcpy(v[0].num, "+4930123456");
-    std::strcpy(v[0].email, "ann.lee@\"example\".org");
-    v[1].index = 2;
-    v[1].sim_index = 7;
-    const std::string first = "{\"index\":1000,\"sim_index\":-1,\"name\":\"" + std::string(51, 'n') +
-                              "\",\"number\":\"+4930123456\",\"email\":\"ann.lee@\\\"example\\\".org\"}";
-    EXPECT_EQ(json_entry(v[0]), first);
-    EXPECT_EQ(json_entries(v),
-              "[" + first + ",{\"index\":2,\"sim_index\":7,\"name\":\"\",\"number\":\"\",\"email\":\"\"}]");
 }
 
 TEST(Table, ColumnsLineUpWithWideAndEscapedText)

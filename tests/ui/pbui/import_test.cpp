@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "book_text.h"
-#include "pb_data_dir.h"
 #include "contacts.h"
+#include "pb_data_dir.h"
 
 namespace {
 
@@ -26,7 +26,7 @@ using pbui::Outcome;
 const std::string kBook = std::string(pb_data_dir()) + "/pb_device_file";
 
 pbui::Contact contact(const std::string &name, const std::string &number, const std::string &email = "",
-                     const std::string &label = "")
+                      const std::string &label = "")
 {
     return {name, number, email, label, 0, ""};
 }
@@ -51,13 +51,13 @@ TEST_F(Exchange, ImportFillsFreePlacesAndSaysWhatBecameOfEveryContact)
     store_book(STORAGE_TYPE_FLASH, {{1, "101|Anna|"}, {3, "103|Bob|"}});
     const std::string long_name = std::string(49, 'x') + "é";  // 51 bytes
     pbui::Report r;
-    ASSERT_EQ(
-        pbui::import_to_device({contact("Cleo", "+49 (30) 1-2", "c@x"), contact("Anna", "101"),
-                               contact("Anna", "555", "", "work"), contact("Anna", "556"),
-                               contact("Anna", "557", "", "work"), contact("Dan", ""), contact("Eve", "12_3"),
-                               contact(long_name, "7", std::string(60, 'm')), contact("Anna (2)", "556")},
-                              &r),
-        PB_RCODE_OK);
+    ASSERT_EQ(pbui::import_to_device({contact("Cleo", "+49 (30) 1-2", "c@x"), contact("Anna", "101"),
+                                      contact("Anna", "555", "", "work"), contact("Anna", "556"),
+                                      contact("Anna", "557", "", "work"), contact("Dan", ""),
+                                      contact("Eve", "12_3"), contact(long_name, "7", std::string(60, 'm')),
+                                      contact("Anna (2)", "556")},
+                                     &r),
+              PB_RCODE_OK);
     EXPECT_EQ(outcomes(r), (std::vector<std::string>{
                                "added 2 Cleo", "duplicate 1 Anna", "added 4 Anna (work)", "added 5 Anna (2)",
                                "added 6 Anna (3)", "no_number 0 ", "bad_number 0 ",
@@ -170,8 +170,8 @@ TEST_F(SimCopy, NamesAndNumbersAreCheckedAgainstTheCardAtTheEdges)
     // A name the card takes alone may not take a count after it.
     sent_.clear();
     const pbui::Report r = copy({contact("Anna", "1"), contact("Anna", "2"), contact("Annabel Smith", "3"),
-                                contact("Annabel Smith", "4")},
-                               false);
+                                 contact("Annabel Smith", "4")},
+                                false);
     EXPECT_EQ(outcomes(r)[1], "added 0 Anna (3)");
     EXPECT_EQ(r.lines[3].outcome, Outcome::NAME_TOO_LONG) << "\"Annabel Smith (2)\" takes 17 octets";
 }

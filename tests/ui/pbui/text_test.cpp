@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "harness.h"
 #include "contacts.h"
+#include "harness.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "json_writer.h"
+#include "text.h"
 
 namespace pbcli {
 

@@ -12,39 +12,9 @@
 #include <cstdio>
 #include <cstring>
 
-namespace pbui {
+#include "text.h"
 
-size_t utf8_char(std::string_view s, size_t i, char32_t *cp)
-{
-    const auto b = [&](size_t k) { return static_cast<unsigned char>(s[k]); };
-    unsigned char c = b(i);
-    size_t len;
-    char32_t v;
-    if (c < 0x80) {
-        *cp = c;
-        return 1;
-    } else if (c >= 0xC2 && c <= 0xDF) {
-        len = 2, v = c & 0x1F;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-        len = 3, v = c & 0x0F;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-        len = 4, v = c & 0x07;
-    } else {
-        return 0;
-    }
-    if (i + len > s.size())
-        return 0;
-    for (size_t k = 1; k < len; ++k) {
-        if ((b(i + k) & 0xC0) != 0x80)
-            return 0;
-        v = (v << 6) | (b(i + k) & 0x3F);
-    }
-    if ((len == 3 && v < 0x800) || (len == 4 && (v < 0x10000 || v > 0x10FFFF)) ||
-        (v >= 0xD800 && v <= 0xDFFF))
-        return 0;
-    *cp = v;
-    return len;
-}
+namespace pbui {
 
 namespace {
 

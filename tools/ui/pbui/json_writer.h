@@ -16,10 +16,6 @@
 
 namespace pbui {
 
-/* Decodes the UTF-8 character at s[i]: its length, or 0 when the bytes there
- * are not a valid, shortest-form character. */
-size_t utf8_char(std::string_view s, size_t i, char32_t *cp);
-
 /* Text as a JSON string literal. Control characters are escaped; bytes that
  * are not valid UTF-8 become U+FFFD so that the output always parses. */
 std::string json_string(const std::string &s);

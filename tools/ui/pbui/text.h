@@ -14,6 +14,12 @@ namespace pbui {
  * False (and *pos unchanged) when the bytes there are not a valid,
  * shortest-form character. */
 bool next_char(std::string_view s, size_t *pos, char32_t *cp);
+/* The same at s[i]: the character's length in bytes, or 0. */
+inline size_t utf8_char(std::string_view s, size_t i, char32_t *cp)
+{
+    size_t at = i;
+    return next_char(s, &at, cp) ? at - i : 0;
+}
 
 /* The text itself when it is valid UTF-8; else every byte that does not
  * start a valid character is read as a Latin-1 character. */

@@ -6,7 +6,7 @@
 
 #include <cstdlib>
 
-#include "json_writer.h"
+#include "text.h"
 
 namespace pbweb {
 
