@@ -1,6 +1,6 @@
 /*
- * args.h - the command line of the phonebook tool: one command, its phonebook and
- * arguments, and the global options.
+ * args.h - the command line of the phonebook tool: one command, its
+ * phonebook and arguments, and the global options.
  */
 #ifndef PBCLI_ARGS_H
 #define PBCLI_ARGS_H

@@ -1,6 +1,7 @@
 /*
- * textfile.h - contact files on disk for import and export: read whole, written whole by
- * one durable replace, regular files only; "-" is standard input or output.
+ * textfile.h - contact files on disk for import and export: read whole,
+ * written whole by one durable replace, regular files only; "-" is standard
+ * input or output.
  */
 #ifndef PBCLI_TEXTFILE_H
 #define PBCLI_TEXTFILE_H

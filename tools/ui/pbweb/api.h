@@ -3,8 +3,8 @@
  * the user side's operations (pbui::Phonebook, without waiting), answering
  * with a status and a JSON body (an export: the file). Errors are
  * {"ok":false,"code":N,"error":"..."}, with pbui's words for the result
- * codes. The server has
- * checked the request (login, origin, body type and size) before it gets here.
+ * codes. The server has checked the request (login, origin, body type and
+ * size) before it gets here.
  */
 #ifndef PBWEB_API_H
 #define PBWEB_API_H

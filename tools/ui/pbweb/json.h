@@ -1,7 +1,7 @@
 /*
- * json.h - JSON request bodies of the web API: a strict parser into a small value
- * tree. Bodies are capped before they get here; the parser also bounds the
- * nesting depth, so no input can exhaust the stack.
+ * json.h - JSON request bodies of the web API: a strict parser into a small
+ * value tree. Bodies are capped before they get here; the parser also bounds
+ * the nesting depth, so no input can exhaust the stack.
  */
 #ifndef PBWEB_JSON_H
 #define PBWEB_JSON_H

@@ -1,8 +1,8 @@
 /*
- * request.h - what a web API request asks for: the route (operation, phonebook, index)
- * from its method and path, index lists from the query string, and the
- * entry fields of a JSON body, each checked before anything reaches the
- * phonebook. Pure functions: no I/O, no state.
+ * request.h - what a web API request asks for: the route (operation,
+ * phonebook, index) from its method and path, index lists from the query
+ * string, and the entry fields of a JSON body, each checked before anything
+ * reaches the phonebook. Pure functions: no I/O, no state.
  */
 #ifndef PBWEB_REQUEST_H
 #define PBWEB_REQUEST_H

@@ -29,7 +29,6 @@
 #include <vector>
 
 #include "api.h"
-#include "api.h"
 
 struct MHD_Daemon;
 struct MHD_Connection;
