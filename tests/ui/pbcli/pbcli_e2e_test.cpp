@@ -91,25 +91,6 @@ std::string listed_sim()
 const std::string kListed = "1/1 Zoë Müller +4930123456\n2/2 Анна Каренина 84957654321\n"
                             "3/4 王小明 +8613800138000\n4/5 Emergency 112\n5/7 Balance *100#\n";
 
-TEST_F(PbcliE2e, SeveralIndexesAreDoneAndTheMissingOnesReported)
-{
-    const std::string csv = kWork + "/e2e_import.csv", out = kWork + "/e2e_export.csv";
-    std::ofstream(csv)
-        << "+491711234567,Jürgen Groß,j@example.de\n+74957654321,Ольга,\n+861087654321,李娜,\n";
-    ASSERT_EQ(pbcli({"import", csv}).at("added"), "3");
-
-    Outcome exp = pbcli({"export", "device", out, "3", "1", "9"});
-    EXPECT_EQ(exp.status, 5) << "index 9 has no entry";
-    EXPECT_EQ(pbt::slurp(out),
-              "name,number,email\r\n李娜,+861087654321,\r\nJürgen Groß,+491711234567,j@example.de\r\n")
-        << "CSV unless told";
-
-    Outcome del = pbcli({"delete", "device", "1", "3", "77"});
-    EXPECT_EQ(del.status, 5);
-    EXPECT_EQ(del.at("deleted"), "#2");
-    EXPECT_EQ(del.at("not_found.0"), "77");
-}
-
 // A vCard in and back out as a vCard, then copies both ways with
 // the card's limits (14 name octets, 20 digits). How each contact is read
 // and stored is the contact library's test.
