@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "words.h"
+
 namespace pbcli {
 
 namespace {
@@ -86,13 +88,9 @@ std::string refused_option(int opt, const char *word)
 
 bool parse_phonebook(const std::string &word, storage_type_t *out)
 {
-    if (word == "sim")
-        *out = STORAGE_TYPE_SIM;
-    else if (word == "device" || word == "flash")
-        *out = STORAGE_TYPE_FLASH;
-    else
-        return false;
-    return true;
+    // "flash", the module's own word for the device phonebook, is taken too.
+    *out = word == "flash" ? STORAGE_TYPE_FLASH : pbui::storage_named(word);
+    return *out != STORAGE_TYPE_UNKNOWN;
 }
 
 bool parse_index(const std::string &s, int *out)

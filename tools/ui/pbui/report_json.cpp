@@ -4,6 +4,8 @@
 // users of the JSON writer alone (pbweb's request parsing) do not link.
 #include "report_json.h"
 
+#include "words.h"
+
 namespace pbui {
 
 std::string json_report_line(const ReportLine &l)
@@ -46,7 +48,7 @@ JsonObject json_check(const FieldsCheck &c)
         return known ? o.add(key, v) : o.null(key);
     };
     JsonObject s;
-    s.add("phonebook", c.sim ? "sim" : "device");
+    s.add("phonebook", storage_name(c.sim ? STORAGE_TYPE_SIM : STORAGE_TYPE_FLASH));
     if (c.has_name) {
         JsonObject n;
         n.add("bytes", c.name_bytes).add("max_bytes", kFieldBytes).add("fits", c.name_fits);

@@ -85,6 +85,14 @@ bool rcode_busy(int rc) { return rcode_exit(rc) == EXIT_NOT_READY; }
 
 const char *storage_name(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "sim" : "device"; }
 
+storage_type_t storage_named(std::string_view word)
+{
+    for (storage_type_t type : {STORAGE_TYPE_SIM, STORAGE_TYPE_FLASH})
+        if (word == storage_name(type))
+            return type;
+    return STORAGE_TYPE_UNKNOWN;
+}
+
 const char *book_title(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "SIM" : "device"; }
 
 }  // namespace pbui

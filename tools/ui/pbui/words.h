@@ -13,6 +13,7 @@
 #define PBUI_WORDS_H
 
 #include <string>
+#include <string_view>
 
 #include "zpt_ui_pb_api.h"
 
@@ -40,7 +41,10 @@ Exit rcode_exit(int rc);
 bool rcode_busy(int rc);
 
 const char *storage_name(storage_type_t type); /* "sim" or "device" */
-const char *book_title(storage_type_t type);   /* in a sentence: "SIM" or "device" */
+/* The phonebook a word names: "sim" or "device"; STORAGE_TYPE_UNKNOWN for
+ * any other. */
+storage_type_t storage_named(std::string_view word);
+const char *book_title(storage_type_t type); /* in a sentence: "SIM" or "device" */
 
 }  // namespace pbui
 

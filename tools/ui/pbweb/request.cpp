@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "contacts.h"
+#include "words.h"
 
 namespace pbweb {
 
@@ -25,10 +26,7 @@ bool parse_index(const std::string &s, int *out)
     return true;
 }
 
-storage_type_t parse_book(const std::string &s)
-{
-    return s == "sim" ? STORAGE_TYPE_SIM : s == "device" ? STORAGE_TYPE_FLASH : STORAGE_TYPE_UNKNOWN;
-}
+storage_type_t parse_book(const std::string &s) { return pbui::storage_named(s); }
 
 std::vector<std::string> split(const std::string &s, char sep)
 {
