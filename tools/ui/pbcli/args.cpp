@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "entries.h"
 #include "words.h"
 
 namespace pbcli {
@@ -91,20 +92,6 @@ bool parse_phonebook(const std::string &word, storage_type_t *out)
     // "flash", the module's own word for the device phonebook, is taken too.
     *out = word == "flash" ? STORAGE_TYPE_FLASH : pbui::storage_named(word);
     return *out != STORAGE_TYPE_UNKNOWN;
-}
-
-bool parse_index(const std::string &s, int *out)
-{
-    // Digits only: strtol would also take blanks and a sign in front.
-    if (s.empty() || !std::isdigit(static_cast<unsigned char>(s[0])))
-        return false;
-    char *end = nullptr;
-    errno = 0;
-    const long v = std::strtol(s.c_str(), &end, 10);
-    if (*end != '\0' || errno != 0 || v < 1 || v > PB_MAX_ENTRIES)
-        return false;
-    *out = static_cast<int>(v);
-    return true;
 }
 
 // Seconds, a fraction allowed, up to an hour.
@@ -212,8 +199,8 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
     }
     for (; next < pos.size(); ++next) {
         int idx;
-        if (!parse_index(pos[next], &idx))
-            return "'" + pos[next] + "' is not an index from 1 to " + std::to_string(PB_MAX_ENTRIES);
+        if (!pbui::parse_index(pos[next], &idx))
+            return pbui::not_an_index(pos[next]);
         args->indexes.push_back(idx);
     }
 

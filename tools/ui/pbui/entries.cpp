@@ -8,6 +8,27 @@
 
 namespace pbui {
 
+bool parse_index(std::string_view word, int *out)
+{
+    int v = 0;
+    for (const char c : word) {
+        if (c < '0' || c > '9')
+            return false;
+        v = v * 10 + (c - '0');
+        if (v > PB_MAX_ENTRIES)
+            return false;
+    }
+    if (v < 1)
+        return false;
+    *out = v;
+    return true;
+}
+
+std::string not_an_index(std::string_view word)
+{
+    return "'" + std::string(word) + "' is not an index from 1 to " + std::to_string(PB_MAX_ENTRIES);
+}
+
 const pb_flash_info *find_entry(const Entries &v, int index)
 {
     for (const auto &e : v)

@@ -7,6 +7,7 @@
 #define PBUI_ENTRIES_H
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "contacts.h"
@@ -15,6 +16,11 @@
 namespace pbui {
 
 using Entries = std::vector<pb_flash_info>;
+
+/* An index as a user writes it: digits only, 1 to 1000. False for anything
+ * else, with not_an_index(word) to say so. */
+bool parse_index(std::string_view word, int *out);
+std::string not_an_index(std::string_view word);
 
 /* The entry with this index, or null. */
 const pb_flash_info *find_entry(const Entries &v, int index);

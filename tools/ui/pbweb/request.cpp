@@ -9,22 +9,12 @@
 #include <cstring>
 
 #include "contacts.h"
+#include "entries.h"
 #include "words.h"
 
 namespace pbweb {
 
 namespace {
-
-bool parse_index(const std::string &s, int *out)
-{
-    if (s.empty() || s.size() > 4 || s.find_first_not_of("0123456789") != std::string::npos)
-        return false;
-    const int v = std::stoi(s);
-    if (v < 1 || v > PB_MAX_ENTRIES)
-        return false;
-    *out = v;
-    return true;
-}
 
 storage_type_t parse_book(const std::string &s) { return pbui::storage_named(s); }
 
@@ -98,7 +88,7 @@ Route parse_route(const std::string &method, const std::string &path)
             return want("GET", Op::CHECK);
         return r;
     }
-    if (p.size() == 5 && what == "entries" && parse_index(p[4], &r.index))
+    if (p.size() == 5 && what == "entries" && pbui::parse_index(p[4], &r.index))
         return method == "PUT" ? (r.op = Op::EDIT, r) : want("GET", Op::SHOW);
     return r;
 }
@@ -132,8 +122,8 @@ bool parse_index_list(const std::string &s, std::vector<int> *out, std::string *
     out->clear();
     for (const std::string &item : split(s, ',')) {
         int v;
-        if (!parse_index(item, &v))
-            return *error = "'" + item.substr(0, 16) + "' is not an index from 1 to 1000", false;
+        if (!pbui::parse_index(item, &v))
+            return *error = pbui::not_an_index(item.substr(0, 16)), false;  // the start of it
         if (out->size() == PB_MAX_ENTRIES)
             return *error = "more than 1000 indexes", false;
         out->push_back(v);
