@@ -29,7 +29,7 @@ TEST(ParseArgs, RefusesWhatTheServiceWouldMisread)
         {{"show", "sim", "2x"}, "not an index"},
         {{"add", "sim", "--", "-n"}, "not an index"},
         {{"add", "sim", "-n", "012345678901234567890123456789012345678901234567890"}, "51 bytes"},
-        {{"add", "sim", "-n", "a\nb"}, "line feed"},  // would split an exported line
+        {{"add", "sim", "-n", "a\nb"}, "control characters"},  // would split an exported line
         {{"edit", "device", "4"}, "at least one"},
         {{"delete-all", "sim"}, "--yes"},
         {{"add", "sim", "-n", "x", "-N", "030_123"}, "'_' at place 4"},

@@ -106,16 +106,6 @@ bool parse_seconds(const char *s, double *out)
     return true;
 }
 
-std::string check_field(const char *what, const std::optional<std::string> &v)
-{
-    if (v && v->size() > PB_TEXT_LEN - 1)
-        return std::string(what) + " is " + std::to_string(v->size()) + " bytes long; at most " +
-               std::to_string(PB_TEXT_LEN - 1) + " fit";
-    if (v && v->find('\n') != std::string::npos)
-        return std::string(what) + " must not hold a line feed";
-    return "";
-}
-
 }  // namespace
 
 const char *command_word(Cmd cmd)
@@ -264,7 +254,7 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
                            {"e-mail", &args->email},
                            {"expected name", &args->expect_name},
                            {"expected number", &args->expect_number}})
-        if (std::string err = check_field(what, *v); !err.empty())
+        if (std::string err = *v ? pbui::field_refusal(what, **v) : ""; !err.empty())
             return err;
     return "";
 }

@@ -24,6 +24,17 @@ bool parse_index(std::string_view word, int *out)
     return true;
 }
 
+std::string field_refusal(std::string_view what, std::string_view text)
+{
+    if (text.size() > PB_TEXT_LEN - 1)
+        return std::string(what) + " is " + std::to_string(text.size()) + " bytes long; at most " +
+               std::to_string(PB_TEXT_LEN - 1) + " fit";
+    for (const unsigned char c : text)
+        if (c < 0x20 || c == 0x7F)
+            return std::string(what) + " must not hold control characters (line feeds, tabs)";
+    return "";
+}
+
 std::string not_an_index(std::string_view word)
 {
     return "'" + std::string(word) + "' is not an index from 1 to " + std::to_string(PB_MAX_ENTRIES);

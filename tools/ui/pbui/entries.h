@@ -22,6 +22,11 @@ using Entries = std::vector<pb_flash_info>;
 bool parse_index(std::string_view word, int *out);
 std::string not_an_index(std::string_view word);
 
+/* Why a field a user gives cannot be stored as given, "" when it can: more
+ * than 50 bytes, or a control character (a line feed or a tab would split
+ * the entry in a file's line and in a table). `what` names the field. */
+std::string field_refusal(std::string_view what, std::string_view text);
+
 /* The entry with this index, or null. */
 const pb_flash_info *find_entry(const Entries &v, int index);
 /* The entry that holds what `e` holds (record, name, number, e-mail),

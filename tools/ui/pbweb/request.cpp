@@ -35,13 +35,8 @@ bool read_text(const Json &obj, const char *key, std::optional<std::string> *out
         return true;
     if (v->type != Json::STRING)
         return *error = std::string(key) + " must be a string", false;
-    if (v->text.size() > PB_TEXT_LEN - 1)
-        return *error = std::string(key) + " is " + std::to_string(v->text.size()) + " bytes long; at most " +
-                        std::to_string(PB_TEXT_LEN - 1) + " fit",
-               false;
-    for (unsigned char c : v->text)
-        if (c < 0x20 || c == 0x7F)
-            return *error = std::string(key) + " must not hold control characters (line feeds, tabs)", false;
+    if (std::string why = pbui::field_refusal(key, v->text); !why.empty())
+        return *error = std::move(why), false;
     *out = v->text;
     return true;
 }
