@@ -103,8 +103,7 @@ void print_entry(const Session &s, const char *verb, const pb_flash_info &e)
 
 Exit not_found(const Session &s, int index)
 {
-    return s.fail_text(EXIT_NOT_FOUND,
-                       "no entry at index " + std::to_string(index) + " in the " + s.title() + " phonebook");
+    return s.fail_text(EXIT_NOT_FOUND, pbui::no_entry_at(s.args().type, index));
 }
 
 // Ends a command on several indexes: what was done (JSON members, or a

@@ -95,4 +95,9 @@ storage_type_t storage_named(std::string_view word)
 
 const char *book_title(storage_type_t type) { return type == STORAGE_TYPE_SIM ? "SIM" : "device"; }
 
+std::string no_entry_at(storage_type_t type, int index)
+{
+    return "no entry at index " + std::to_string(index) + " in the " + book_title(type) + " phonebook";
+}
+
 }  // namespace pbui

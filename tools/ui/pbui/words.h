@@ -45,6 +45,8 @@ const char *storage_name(storage_type_t type); /* "sim" or "device" */
  * any other. */
 storage_type_t storage_named(std::string_view word);
 const char *book_title(storage_type_t type); /* in a sentence: "SIM" or "device" */
+/* "no entry at index 42 in the device phonebook" */
+std::string no_entry_at(storage_type_t type, int index);
 
 }  // namespace pbui
 

@@ -51,9 +51,7 @@ Response failure(int rc, const std::string &context, storage_type_t type, int in
                               "the entry at index " + std::to_string(index) + where +
                                   " changed meanwhile; the list has been read again");
     if (rc == kMissing)
-        return error_response(404, PB_RCODE_INVALID_ERR,
-                              "no entry at index " + std::to_string(index) + " in the " +
-                                  pbui::book_title(type) + " phonebook");
+        return error_response(404, PB_RCODE_INVALID_ERR, pbui::no_entry_at(type, index));
     return error_response(http_status(rc), rc, context + ": " + pbui::rcode_message(rc));
 }
 
