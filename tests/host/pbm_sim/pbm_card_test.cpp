@@ -9,6 +9,7 @@
 #include <string>
 
 #include "harness.h"
+#include "make_dirs.h"
 #include "pbm_sim.h"
 #include "phonebook_manager_service_v01.h"
 #include "qmi_client.h"
@@ -18,7 +19,9 @@ namespace {
 TEST(PbmSimd, ServesACardFileAndSavesEveryChange)
 {
     const char *dir = std::getenv("ZP_IPC_DIR");
-    mkdir(dir, 0700);
+    // The test may be the first of its build tree to run: the folder's
+    // parent, which the others share, may not be there yet.
+    ASSERT_EQ(zp_host::make_dirs(dir, 0700), 0) << dir;
     const std::string base = std::string(dir) + "/simd";
     const std::string card = base + "_card.txt", sock = base + ".sock";
     std::ofstream(card) << "card 5 14 20\n1,+123P4,B\u00fcro, Anna\n";
