@@ -8,8 +8,8 @@
 #include <fstream>
 #include <string>
 
+#include "contacts.h"
 #include "pb_data_dir.h"
-#include "pbx.h"
 #include "zpt_ui_pb_api.h"
 
 namespace {
@@ -57,7 +57,7 @@ template <typename Import> void imports(benchmark::State &state, Import import)
     }
 }
 
-bool all_added(const pbx::Report &r) { return r.count(pbx::Outcome::ADDED) == PB_MAX_ENTRIES; }
+bool all_added(const pbui::Report &r) { return r.count(pbui::Outcome::ADDED) == PB_MAX_ENTRIES; }
 
 void BM_ModuleImport(benchmark::State &state)
 {
@@ -68,8 +68,8 @@ BENCHMARK(BM_ModuleImport)->Unit(benchmark::kMillisecond);
 void BM_VcardImport(benchmark::State &state)
 {
     imports(state, [] {
-        pbx::Report report;
-        return pbx::import_to_device(pbx::parse_vcard(slurp(kVcard)), &report) == PB_RCODE_OK &&
+        pbui::Report report;
+        return pbui::import_to_device(pbui::parse_vcard(slurp(kVcard)), &report) == PB_RCODE_OK &&
                all_added(report);
     });
 }
@@ -81,17 +81,17 @@ void BM_VcardParse(benchmark::State &state)
     write_files();
     const std::string text = slurp(kVcard);
     for (auto _ : state)
-        benchmark::DoNotOptimize(pbx::parse_vcard(text));
+        benchmark::DoNotOptimize(pbui::parse_vcard(text));
 }
 BENCHMARK(BM_VcardParse)->Unit(benchmark::kMillisecond);
 
 void BM_ContactsImport(benchmark::State &state)
 {
     write_files();
-    const std::vector<pbx::Contact> contacts = pbx::parse_vcard(slurp(kVcard));
+    const std::vector<pbui::Contact> contacts = pbui::parse_vcard(slurp(kVcard));
     imports(state, [&] {
-        pbx::Report report;
-        return pbx::import_to_device(contacts, &report) == PB_RCODE_OK && all_added(report);
+        pbui::Report report;
+        return pbui::import_to_device(contacts, &report) == PB_RCODE_OK && all_added(report);
     });
 }
 BENCHMARK(BM_ContactsImport)->Unit(benchmark::kMillisecond);

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "pbx.h"
+#include "contacts.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ void search(benchmark::State &state, const char *text)
     const std::vector<pb_flash_info> all = phonebooks();
     size_t found = 0;
     for (auto _ : state) {
-        const pbx::Search s(text);
+        const pbui::Search s(text);
         found = 0;
         for (const pb_flash_info &e : all)
             found += s.matches(e);

@@ -5,7 +5,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string_view text(reinterpret_cast<const char *>(data), size);
-    check_round_trip(pbx::parse_csv(text), pbx::Format::CSV);
-    check_round_trip(pbx::parse_module(text), pbx::Format::MODULE);
+    check_round_trip(pbui::parse_csv(text), pbui::Format::CSV);
+    check_round_trip(pbui::parse_module(text), pbui::Format::MODULE);
     return 0;
 }

@@ -28,7 +28,7 @@ void check_field(const char (&field)[PB_TEXT_LEN], const std::string &part)
         return;
     if (part.size() < PB_TEXT_LEN || got.size() + 3 < PB_TEXT_LEN - 1)
         std::abort();  // cut without need, or by more than one character
-    if (pbx::as_utf8(part) == part && pbx::as_utf8(got) != got)
+    if (pbui::as_utf8(part) == part && pbui::as_utf8(got) != got)
         std::abort();  // half a character kept
 }
 

@@ -6,23 +6,23 @@
 #include <cstring>
 #include <string>
 
-#include "pbx.h"
+#include "contacts.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string text(reinterpret_cast<const char *>(data), size);
     std::string number, again;
-    if (pbx::tidy_number(text, &number).empty()) {
+    if (pbui::tidy_number(text, &number).empty()) {
         const bool storable = number.size() <= PB_TEXT_LEN - 1 &&
                               number.find_first_not_of("0123456789*#PWT+") == std::string::npos &&
                               number.find('+', 1) == std::string::npos;
-        if (!storable || !pbx::tidy_number(number, &again).empty() || again != number)
+        if (!storable || !pbui::tidy_number(number, &again).empty() || again != number)
             std::abort();
     }
     if (size < PB_TEXT_LEN && std::memchr(data, 0, size) == nullptr) {
         pb_flash_info e{};
         std::memcpy(e.name, data, size);
-        if (!pbx::Search(text).matches(e))
+        if (!pbui::Search(text).matches(e))
             std::abort();
     }
     return 0;

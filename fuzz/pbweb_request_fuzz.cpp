@@ -9,7 +9,7 @@
 #include <string>
 
 #include "json.h"
-#include "output.h"
+#include "json_writer.h"
 #include "request.h"
 
 namespace {
@@ -19,7 +19,7 @@ void check_strings(const pbweb::Json &v)
     if (v.type == pbweb::Json::STRING) {
         pbweb::Json again;
         std::string err;
-        if (!pbweb::parse_json(pbcli::json_string(v.text), &again, &err) || again.text != v.text)
+        if (!pbweb::parse_json(pbui::json_string(v.text), &again, &err) || again.text != v.text)
             std::abort();
     }
     for (const auto &item : v.items)

@@ -5,7 +5,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string_view text(reinterpret_cast<const char *>(data), size);
-    (void)pbx::detect_format(text);
-    check_round_trip(pbx::parse_vcard(text), pbx::Format::VCARD);
+    (void)pbui::detect_format(text);
+    check_round_trip(pbui::parse_vcard(text), pbui::Format::VCARD);
     return 0;
 }

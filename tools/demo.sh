@@ -39,10 +39,10 @@ else
     build=$src/build/host
 fi
 
-pbcli_bin=$build/tools/pbcli/pbcli
-host_bin=$build/tools/pb_host/pb_host
-sim_bin=$build/tools/pbm_sim/pbm_simd
-web_bin=$build/tools/pbweb/pbweb
+pbcli_bin=$build/tools/ui/pbcli/pbcli
+host_bin=$build/tools/host/pb_host/pb_host
+sim_bin=$build/tools/host/pbm_sim/pbm_simd
+web_bin=$build/tools/ui/pbweb/pbweb
 for b in "$pbcli_bin" "$host_bin" "$sim_bin" "$web_bin"; do
     [ -x "$b" ] || { echo "demo: $b is missing; build it first" >&2; exit 1; }
 done

@@ -57,7 +57,7 @@ echo "armhf: $lib is a 32-bit ARM library using /data"
 # SDK stage below check the same).
 cmake -DLIB="$lib" -DNM=arm-linux-gnueabihf-nm -DREADELF=arm-linux-gnueabihf-readelf \
   -P tests/foundation/check_imports.cmake
-web=build/armhf/tools/pbweb/pbweb
+web=build/armhf/tools/ui/pbweb/pbweb
 if grep -q '^MHD_LIBRARY:FILEPATH=.*microhttpd' build/armhf/CMakeCache.txt; then
     [ -x "$web" ] || { echo "armhf: libmicrohttpd was found, but $web was not built"; exit 1; }
     readelf -h "$web" | grep -q 'Machine: *ARM' || { echo "armhf: $web is not an ARM program"; exit 1; }

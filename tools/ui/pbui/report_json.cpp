@@ -1,0 +1,87 @@
+// The report of an import or a copy, and the check of an entry's fields, as
+// JSON: pbcli --json and pbweb answer with the same members. A file of its
+// own: the exchange functions it names need the phonebook library, which
+// users of the JSON writer alone (pbweb's request parsing) do not link.
+#include "report_json.h"
+
+#include "words.h"
+
+namespace pbui {
+
+std::string json_report_line(const ReportLine &l)
+{
+    JsonObject o;
+    o.add("source", l.from.source)
+        .add("read",
+             JsonObject().add("name", l.from.name).add("number", l.from.number).add("email", l.from.email))
+        .add("outcome", outcome_word(l.outcome))
+        .add("index", l.index);
+    if (l.outcome == Outcome::ADDED)
+        o.raw("entry", json_entry(l.entry));
+    if (l.outcome == Outcome::FAILED)
+        o.add("code", l.rcode);
+    return o.add("renamed", l.renamed)
+        .add("name_cut", l.name_cut)
+        .add("email_cut", l.email_cut)
+        .add("email_dropped", l.email_dropped)
+        .add("text", outcome_text(l))
+        .take();
+}
+
+JsonObject json_report(const Report &r)
+{
+    const size_t added = static_cast<size_t>(r.count(Outcome::ADDED));
+    std::string lines = "[";
+    for (const auto &l : r.lines)
+        lines += (lines.size() == 1 ? "" : ",") + json_report_line(l);
+    return std::move(JsonObject()
+                         .add("read", r.lines.size())
+                         .add("added", added)
+                         .add("not_added", r.lines.size() - added)
+                         .raw("contacts", lines + "]"));
+}
+
+JsonObject json_check(const FieldsCheck &c)
+{
+    constexpr size_t kFieldBytes = PB_TEXT_LEN - 1;
+    const auto limit = [&](JsonObject &o, const char *key, bool known, int v) -> JsonObject & {
+        return known ? o.add(key, v) : o.null(key);
+    };
+    JsonObject s;
+    s.add("phonebook", storage_name(c.sim ? STORAGE_TYPE_SIM : STORAGE_TYPE_FLASH));
+    if (c.has_name) {
+        JsonObject n;
+        n.add("bytes", c.name_bytes).add("max_bytes", kFieldBytes).add("fits", c.name_fits);
+        if (c.sim) {
+            JsonObject card;
+            card.add("encoding", sim_text_name(c.name_card.encoding));
+            limit(card, "octets", c.name_card.octets >= 0, c.name_card.octets);
+            limit(card, "max", c.limits_known, c.limits.name_octets);
+            n.add("card", card);
+        }
+        s.add("name", n);
+    }
+    if (c.has_number) {
+        JsonObject n;
+        n.add("stored", c.number)
+            .add("bytes", c.number.size())
+            .add("max_bytes", kFieldBytes)
+            .add("fits", c.number_fits);
+        if (!c.number_error.empty())
+            n.add("error", c.number_error);
+        if (c.sim) {
+            JsonObject card;
+            card.add("digits", c.number_digits);
+            limit(card, "max", c.limits_known, sim_max_digits(c.limits));
+            n.add("card", card);
+        }
+        s.add("number", n);
+    }
+    if (c.has_email)
+        s.add(
+            "email",
+            JsonObject().add("bytes", c.email_bytes).add("max_bytes", kFieldBytes).add("fits", c.email_fits));
+    return s;
+}
+
+}  // namespace pbui
