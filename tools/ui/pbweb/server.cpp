@@ -13,11 +13,15 @@
 #include <memory>
 
 #include "api.h"
+#include "json_writer.h"
 #include "page.h"
 
 namespace pbweb {
 
 namespace {
+
+// The answer of a login or logout that went through.
+std::string ok_body() { return pbui::JsonObject().add("ok", true).str(); }
 
 constexpr size_t kKiB = 1024;
 constexpr size_t kJsonCap = 256 * kKiB;
@@ -264,12 +268,12 @@ Response Server::login(MHD_Connection *c, const std::string &body)
     if (!parse_json(body, &js, &err) || !(pw = js.get("password")) || pw->type != Json::STRING)
         return error_response(400, PB_RCODE_ARGSERR, "expected {\"password\": \"...\"}");
     if (!auth_)
-        return Response{200, "application/json", "{\"ok\":true}", {}};
+        return Response{200, "application/json", ok_body(), {}};
     const MHD_ConnectionInfo *info = MHD_get_connection_info(c, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
     const Auth::Login in = auth_->login(info ? info->client_addr : nullptr, pw->text);
     switch (in.outcome) {
     case Auth::Outcome::OK:
-        return Response{200, "application/json", "{\"ok\":true}", {{"Set-Cookie", cookie(in.token, "")}}};
+        return Response{200, "application/json", ok_body(), {{"Set-Cookie", cookie(in.token, "")}}};
     case Auth::Outcome::WRONG: return error_response(401, PB_RCODE_ARGSERR, "wrong password");
     case Auth::Outcome::WAIT: {
         const std::string secs = std::to_string(in.wait_secs);
@@ -378,8 +382,7 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
         if (auth_)
             auth_->logout(MHD_lookup_connection_value(c, MHD_COOKIE_KIND, kCookie));
         return send(
-            c,
-            Response{200, "application/json", "{\"ok\":true}", {{"Set-Cookie", cookie("", "; Max-Age=0")}}});
+            c, Response{200, "application/json", ok_body(), {{"Set-Cookie", cookie("", "; Max-Age=0")}}});
     }
     ApiRequest req;
     req.route = p->route;

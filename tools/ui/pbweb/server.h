@@ -1,29 +1,31 @@
-// pbweb's HTTP side on libmicrohttpd: the page's files compiled into the
-// binary, the API under /api/, and the checks every request passes first:
-//
-//   - API requests only under a Host that is an IP address, "localhost" or
-//     a name given with --host, so that a foreign site whose name was made
-//     to point at the router (DNS rebinding) gets nothing;
-//   - a login when a password file is given (auth.h: sessions in an
-//     HttpOnly, SameSite=Strict cookie, Secure over HTTPS; wrong passwords
-//     pause their client's address);
-//   - for every change: an Origin equal to the Host the request went to, and
-//     a body of the expected type (JSON; an import: multipart/form-data);
-//   - bodies capped (JSON 256 KiB, an import 1 MiB), larger ones refused
-//     with 413 before they are read;
-//   - headers that keep the page from being framed, sniffed or made to load
-//     anything from elsewhere.
-//
-// No part of a request path ever names a file: the page's files are a fixed
-// table, and import, export and copy work in memory.
-//
-// With a certificate and key it serves HTTPS through libmicrohttpd's TLS
-// (GnuTLS); without, only a loopback address unless told otherwise, so that
-// the password and the phonebook never cross a network in clear text by
-// mistake.
-//
-// Threads: libmicrohttpd's pool calls handle(); the login state has its
-// own mutex, the phonebook serialises its calls.
+/*
+ * server.h - pbweb's HTTP side on libmicrohttpd: the page's files compiled into the
+ * binary, the API under /api/, and the checks every request passes first:
+ *
+ *   - API requests only under a Host that is an IP address, "localhost" or
+ *     a name given with --host, so that a foreign site whose name was made
+ *     to point at the router (DNS rebinding) gets nothing;
+ *   - a login when a password file is given (auth.h: sessions in an
+ *     HttpOnly, SameSite=Strict cookie, Secure over HTTPS; wrong passwords
+ *     pause their client's address);
+ *   - for every change: an Origin equal to the Host the request went to, and
+ *     a body of the expected type (JSON; an import: multipart/form-data);
+ *   - bodies capped (JSON 256 KiB, an import 1 MiB), larger ones refused
+ *     with 413 before they are read;
+ *   - headers that keep the page from being framed, sniffed or made to load
+ *     anything from elsewhere.
+ *
+ * No part of a request path ever names a file: the page's files are a fixed
+ * table, and import, export and copy work in memory.
+ *
+ * With a certificate and key it serves HTTPS through libmicrohttpd's TLS
+ * (GnuTLS); without, only a loopback address unless told otherwise, so that
+ * the password and the phonebook never cross a network in clear text by
+ * mistake.
+ *
+ * Threads: libmicrohttpd's pool calls handle(); the login state has its
+ * own mutex, the phonebook serialises its calls.
+ */
 #ifndef PBWEB_SERVER_H
 #define PBWEB_SERVER_H
 
