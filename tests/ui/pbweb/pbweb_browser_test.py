@@ -57,9 +57,14 @@ class Processes:
         self.args = args
 
     def start(self, argv, log, stdout=None):
-        p = subprocess.Popen(argv, stdout=stdout or subprocess.DEVNULL, stderr=open(os.path.join(self.work, log), "wb"))
+        p = subprocess.Popen(argv, stdout=stdout or subprocess.DEVNULL, stderr=open(os.path.join(self.work, log), "ab"))
         self.procs.append(p)
         return p
+
+    def stop_one(self, p):
+        p.send_signal(signal.SIGTERM)
+        assert p.wait(timeout=20) == 0, f"{p.args[0]} ended badly"
+        self.procs.remove(p)
 
     def stop(self):
         bad = []
@@ -108,6 +113,11 @@ class Page:
                 return tr.find_element(By.XPATH, f".//button[text()='{label}']")
         raise AssertionError(f"no row named {name!r} in {self.names()}")
 
+    def state(self):
+        """The state word of the panel shown instead of the list, "" when none."""
+        return self.d.execute_script(
+            "const s = document.getElementById('state'); return s.hidden ? '' : s.dataset.state")
+
     def message(self):
         return self.el("#message").text
 
@@ -133,9 +143,10 @@ def run(page, url, work, card_path, downloads):
     # The SIM is still being read (the simulator answers slowly): the page
     # says so, then shows the list by itself.
     p.d.get(url)
-    p.wait(lambda: p.el("#reading").is_displayed() or p.names(), "the reading state or the list")
-    if p.el("#reading").is_displayed():
-        assert "Reading the SIM phonebook" in p.el("#reading").text
+    p.wait(lambda: p.state() == "reading" or p.names(), "the reading state or the list")
+    if p.state() == "reading":
+        assert "Reading the SIM phonebook" in p.el("#state").text
+        assert not p.el("#add").is_enabled()
         p.shot("sim-being-read")
     p.wait(lambda: len(p.names()) == 4, "the SIM list")
     assert p.names() == ["Zoë Müller", "Дмитрий", "王小明", "Emergency"], p.names()
@@ -279,6 +290,7 @@ def run(page, url, work, card_path, downloads):
     p.el("#confirm-ok").click()
     p.wait(lambda: p.el("#empty").is_displayed(), "the empty phonebook")
     assert p.message() == "Deleted all 2 entries of the device phonebook.", p.message()
+    assert p.el("#empty").text.startswith("The device phonebook is empty."), p.el("#empty").text
 
     # Keyboard alone: arrow keys switch tabs.
     p.el("#tab-device").send_keys(Keys.ARROW_LEFT)
@@ -289,6 +301,57 @@ def run(page, url, work, card_path, downloads):
     p.d.set_window_size(390, 844)
     p.shot("phone")
     p.d.set_window_size(1280, 900)
+
+
+def run_outages(page, procs, start_host, start_simd):
+    """The phonebook service, then the modem, stop and start again: the page
+    shows each in its own panel (never as an empty phonebook) with the
+    actions off, and the list again by itself, without a reload."""
+    p = page
+    p.d.execute_script("window.notReloaded = true")
+    trouble = ("The change was not made", "pb_host", "code", "-1")
+
+    # A change fails as the service goes: the form keeps what was typed.
+    p.el("#add").click()
+    p.wait(lambda: p.el("#entry-dialog").is_displayed(), "the add form")
+    p.fill("#f-name", "Karin")
+    p.fill("#f-number", "0301234")
+    procs.stop_one(procs.host)
+    p.el("#entry-save").click()
+    p.wait(lambda: p.el("#entry-error").text.startswith(trouble[0]), "the failed change")
+    text = p.el("#entry-error").text
+    assert "not available" in text and not any(w in text for w in trouble[1:]), text
+    p.shot("change-failed")
+    p.el("#entry-cancel").click()
+    p.wait(lambda: p.state() == "unreachable", "the service's panel")
+    assert not p.rows() and not p.el("#empty").is_displayed()
+    assert not p.el("#add").is_enabled() and not p.el("#delete-all").is_enabled()
+    p.shot("service-unreachable")
+    # The device phonebook is read from its file: listed, with the changes off.
+    p.el("#tab-device").click()
+    p.wait(lambda: p.el("#service").is_displayed(), "the service notice on the device tab")
+    assert not p.el("#add").is_enabled() and p.el("#export-all").is_enabled()
+    p.el("#tab-sim").click()
+    p.wait(lambda: p.state() == "unreachable", "the service's panel again")
+
+    procs.host = start_host()
+    p.wait(lambda: len(p.names()) == 4 and p.el("#add").is_enabled(), "the SIM list back")
+
+    # The modem goes: the next ask of the card finds it gone, and after the
+    # longest read of a card the page stops saying "reading".
+    procs.stop_one(procs.simd)
+    p.el("#add").click()
+    p.fill("#f-name", "Karin")
+    p.fill("#f-number", "0301234")
+    p.el("#entry-save").click()
+    p.wait(lambda: p.el("#entry-error").text.startswith(trouble[0]), "the change refused")
+    p.el("#entry-cancel").click()
+    p.wait(lambda: p.state() == "no_card", "the card's panel")
+    assert "SIM card" in p.el("#state").text and not p.el("#add").is_enabled()
+    p.shot("card-unavailable")
+    procs.simd = start_simd()
+    p.wait(lambda: len(p.names()) == 4 and p.el("#add").is_enabled(), "the SIM list back after the modem")
+    assert p.d.execute_script("return window.notReloaded === true"), "the page was reloaded"
 
 
 def run_login(page, url):
@@ -340,8 +403,14 @@ def main():
     driver = None
     failed = None
     try:
-        procs.start([args.pbm_simd, "--card", card, "--reply-delay", "700"], "pbm_simd.log")
-        procs.start([args.pb_host], "pb_host.log")
+        def start_simd():
+            return procs.start([args.pbm_simd, "--card", card, "--reply-delay", "700"], "pbm_simd.log")
+
+        def start_host():
+            return procs.start([args.pb_host], "pb_host.log")
+
+        procs.simd = start_simd()
+        procs.host = start_host()
         sock = os.path.join(ipc, "ipc_11")
         deadline = time.time() + WAIT
         while not os.path.exists(sock):
@@ -362,7 +431,9 @@ def main():
                                                "download.prompt_for_download": False})
         driver = webdriver.Chrome(service=Service(DRIVER), options=opts)
         driver.execute_cdp_cmd("Page.setDownloadBehavior", {"behavior": "allow", "downloadPath": downloads})
-        run(Page(driver, url, work), url, work, card, downloads)
+        page = Page(driver, url, work)
+        run(page, url, work, card, downloads)
+        run_outages(page, procs, start_host, start_simd)
 
         pw = os.path.join(work, "password")
         subprocess.run([args.pbweb, "--set-password", pw], input=b"open sesame\n", check=True)

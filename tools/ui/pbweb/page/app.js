@@ -10,8 +10,34 @@ const state = {
   selected: new Set(),  // indexes
   status: null,
   editing: null,        // the entry as shown when its form was opened
-  retry: null,          // timer while the SIM is being read
+  retry: null,          // timer of the next ask while the list cannot be shown
+  delay: 0,             // ms before that ask: grows while the trouble lasts
+  service: 'ready',     // pbweb's word for the phonebook service (status)
 };
+
+// What the page says for each state word pbweb answers with (and for the
+// router not answering at all): what happened and what to do. The words are
+// pbweb's; the page only has the text for them.
+const STATES = {
+  loading: { title: 'Loading the phonebook...', text: '' },
+  reading: { title: 'Reading the SIM phonebook...',
+    text: 'This takes a moment after the router starts or a SIM card is put in. The entries appear here by themselves.' },
+  unreachable: { title: 'The phonebook is not available right now.',
+    text: 'The router is starting its phonebook or has stopped it. This page tries again by itself; ' +
+      'if it stays like this for several minutes, restart the router.' },
+  no_card: { title: 'The SIM card cannot be read.',
+    text: 'Check that a SIM card is in the router and that the router shows a mobile signal. ' +
+      'This page tries again by itself.' },
+  offline: { title: 'The router does not answer.',
+    text: 'Check the cable or Wi-Fi connection to the router. This page tries again by itself.' },
+  busy: { title: 'The phonebook is busy.', text: 'Wait a moment and try again.' },
+  failed: { title: 'The phonebook could not be read.',
+    text: 'This page tries again by itself; if it stays like this, restart the router.' },
+};
+// The states in which the list cannot be shown and the page asks again.
+const TROUBLE = new Set(['reading', 'unreachable', 'no_card', 'offline', 'busy', 'failed']);
+const kFirstDelayMs = 1000;
+const kMaxDelayMs = 16000;
 
 const $ = (id) => document.getElementById(id);
 
@@ -20,6 +46,9 @@ class ApiError extends Error {
     super(body && body.error ? body.error : 'pbweb answered with HTTP status ' + status);
     this.status = status;
     this.retryAfter = 1;
+    // pbweb's word for what went wrong (see STATES); 'offline' when the
+    // router did not answer at all.
+    this.state = status === 0 ? 'offline' : (body && body.state) || 'failed';
     // A 503 is the SIM phonebook being read, or the service's queue full.
     this.reading = Boolean(body && body.reading);
     // The list shown is not the phonebook any more, or may not be.
@@ -60,10 +89,20 @@ async function api(method, path, body) {
 const sentence = (text) => text.charAt(0).toUpperCase() + text.slice(1);
 
 function say(text) { $('message').textContent = text; $('error').textContent = ''; $('report').replaceChildren(); }
+// A failure in words for the user: the state's text when the phonebook
+// itself is in trouble, else pbweb's words for what was refused.
+function errorText(err) {
+  const st = STATES[err.state];
+  if (st && err.state !== 'failed') return `The change was not made. ${st.title} ${st.text}`;
+  return sentence(err.message);
+}
+
 function fail(err) {
   $('message').textContent = '';
   $('report').replaceChildren();
-  $('error').textContent = sentence(err.message);
+  $('error').textContent = errorText(err);
+  // The list shown may no longer be what can be done: find out.
+  if (TROUBLE.has(err.state) && err.state !== 'failed') load();
 }
 
 // ---- status, tabs and the list ----
@@ -79,9 +118,39 @@ async function refreshStatus() {
     state.status = await api('GET', '/api/status');
     showCounts(state.status);
     $('logout').hidden = !state.status.login;
+    setService(state.status.service);
   } catch (e) {
     if (e.status === 401) return showLogin();
   }
+}
+
+// Without the service the device phonebook is still listed, exported and
+// imported (from its file); the changes that need the service wait, and
+// the page asks again until it is back.
+function setService(word) {
+  const was = state.service;
+  state.service = word;
+  const down = word !== 'ready' && state.book === 'device';
+  $('service').hidden = !down;
+  $('service').textContent = down ? `${STATES.unreachable.title} Adding, changing, deleting and copying ` +
+    'entries wait until it is back; this page tries again by itself.' : '';
+  updateSelection();
+  if (down) {
+    later(refreshStatus, nextDelay());
+  } else if (was !== 'ready' && state.book === 'device') {
+    state.delay = 0;
+    load();
+  }
+}
+
+function nextDelay() {
+  state.delay = Math.min(state.delay ? state.delay * 2 : kFirstDelayMs, kMaxDelayMs);
+  return state.delay;
+}
+
+function later(fn, ms) {
+  clearTimeout(state.retry);
+  state.retry = setTimeout(fn, ms);
 }
 
 function selectTab(book, focus) {
@@ -99,14 +168,29 @@ function selectTab(book, focus) {
   $('copy-cut-label').hidden = book !== 'device';
   $('table').classList.toggle('hide-sim', book !== 'sim');
   $('search').value = '';
+  $('service').hidden = true;  // until the status says
   state.selected.clear();
+  state.delay = 0;
   say('');
+  if (!state.listed) showState('loading');
   load();
 }
 
-function showReading(on) {
-  $('reading').hidden = !on;
-  $('book').hidden = on;
+// The panel that stands in for the list while it cannot be shown (null:
+// the list). The actions on the list are disabled meanwhile.
+function showState(word) {
+  const st = STATES[word];
+  $('book').hidden = false;
+  $('state').hidden = !st;
+  $('state').classList.toggle('problem', Boolean(st) && word !== 'loading' && word !== 'reading');
+  $('state').dataset.state = word || '';
+  $('state-spinner').hidden = word !== 'loading' && word !== 'reading';
+  $('state-title').textContent = st ? st.title : '';
+  $('state-text').textContent = st ? st.text : '';
+  $('book').classList.toggle('stalled', Boolean(st));
+  $('table').hidden = Boolean(st) || state.entries.length === 0;
+  if (st) $('empty').hidden = true;
+  updateSelection();
 }
 
 async function load() {
@@ -116,23 +200,21 @@ async function load() {
   try {
     const data = await api('GET', `/api/${book}/entries` + (q ? '?q=' + encodeURIComponent(q) : ''));
     if (book !== state.book) return;
-    showReading(false);
+    state.delay = 0;
     state.entries = data.entries;
+    showState(null);
     render(data);
     refreshStatus();
   } catch (e) {
     if (book !== state.book) return;
     if (e.status === 401) return showLogin();
-    if (e.status === 503 && e.reading) {
-      showReading(true);
-      $('count-sim').textContent = '(reading)';
-      state.retry = setTimeout(load, e.retryAfter * 1000);
-      return;
-    }
-    showReading(false);
     state.entries = [];
-    render({ count: 0, total: null, entries: [] });
-    fail(e);
+    $('rows').replaceChildren();
+    showState(e.state);
+    if (book === 'sim') $('count-sim').textContent = e.state === 'reading' ? '(reading)' : '';
+    // The SIM being read is asked after pbweb's Retry-After; any other
+    // trouble after a delay that grows while it lasts.
+    later(load, e.state === 'reading' ? e.retryAfter * 1000 : nextDelay());
   }
 }
 
@@ -177,8 +259,8 @@ function render(data) {
       cell(e.name, 'Name', 'c-name'), cell(e.number, 'Number', 'c-number'), cell(e.email, 'E-mail', 'c-email'));
     const act = document.createElement('td');
     act.className = 'actions';
-    act.append(button('Edit', `Edit entry ${e.index}`, () => openEntry(e)),
-      ' ', button('Delete', `Delete entry ${e.index}`, () => confirmDelete([e]), 'danger'));
+    act.append(button('Edit', `Edit entry ${e.index}`, () => openEntry(e), 'needs-service'),
+      ' ', button('Delete', `Delete entry ${e.index}`, () => confirmDelete([e]), 'danger needs-service'));
     tr.append(act);
     rows.append(tr);
   }
@@ -186,7 +268,8 @@ function render(data) {
   const total = data.total ? ` of ${data.total}` : '';
   $('caption').textContent = `${name} phonebook: ${data.count} entries${total}`;
   $('empty').hidden = data.entries.length > 0;
-  $('empty').textContent = data.count === 0 ? `The ${name} phonebook is empty.` : 'No entry matches the search.';
+  $('empty').textContent = data.count === 0 ? `The ${name} phonebook is empty. Add an entry with "Add entry"` +
+    (sim ? '.' : ', or import a contacts file.') : 'No entry matches the search.';
   $('table').hidden = data.entries.length === 0;
   $(`count-${state.book}`).textContent = data.total ? `${data.count}/${data.total}` : `${data.count}`;
   for (const i of [...state.selected]) if (!data.entries.some((e) => e.index === i)) state.selected.delete(i);
@@ -195,10 +278,16 @@ function render(data) {
 
 function updateSelection() {
   const n = state.selected.size;
-  $('delete-selected').disabled = n === 0;
-  $('copy-selected').disabled = n === 0;
+  // No list shown: nothing can be done to it. No service: only what the
+  // device phonebook's file allows (export, import).
+  const stalled = $('book').classList.contains('stalled');
+  const noService = stalled || state.service !== 'ready';
+  for (const el of $('book').querySelectorAll('button, input, select')) el.disabled = stalled;
+  for (const el of $('book').querySelectorAll('#add, #delete-all, .needs-service')) el.disabled = noService;
+  $('delete-selected').disabled = n === 0 || noService;
+  $('copy-selected').disabled = n === 0 || noService;
   $('copy-selected').textContent = `Copy selected${n ? ` (${n})` : ''} to the ${state.book === 'sim' ? 'device' : 'SIM'}`;
-  $('export-selected').disabled = n === 0;
+  $('export-selected').disabled = n === 0 || stalled;
   $('delete-selected').textContent = n ? `Delete selected (${n})` : 'Delete selected';
   $('export-selected').textContent = n ? `Export selected (${n})` : 'Export selected';
   const all = state.entries.length > 0 && state.entries.every((e) => state.selected.has(e.index));
@@ -307,7 +396,10 @@ async function saveEntry(ev) {
       load();
       return;
     }
-    $('entry-error').textContent = sentence(e.message);
+    // The form stays open with what was typed, to be saved once the
+    // phonebook is back.
+    $('entry-error').textContent = errorText(e);
+    if (TROUBLE.has(e.state) && e.state !== 'failed') load();
   }
 }
 
