@@ -118,6 +118,13 @@ class Page:
         return self.d.execute_script(
             "const s = document.getElementById('state'); return s.hidden ? '' : s.dataset.state")
 
+    def import_file(self, path):
+        self.el("#import-open").click()
+        self.wait(lambda: self.el("#import-dialog").is_displayed(), "the import dialog")
+        self.el("#import-file").send_keys(path)
+        self.el("#import-ok").click()
+        self.wait(lambda: not self.el("#import-dialog").is_displayed(), "the import dialog closed")
+
     def message(self):
         return self.el("#message").text
 
@@ -188,12 +195,11 @@ def run(page, url, work, card_path, downloads):
 
     # The device phonebook: import a file and see the result.
     p.el("#tab-device").click()
-    p.wait(lambda: p.el("#import").is_displayed(), "the device tab")
+    p.wait(lambda: p.el("#import-open").is_displayed(), "the device tab")
     src = os.path.join(work, "contacts.vcf")
     with open(src, "w", encoding="utf-8") as f:
         f.write(IMPORT)
-    p.el("#import-file").send_keys(src)
-    p.el("#import button[type=submit]").click()
+    p.import_file(src)
     p.wait(lambda: len(p.names()) == 3, "the imported entries")
     assert p.message() == "Added 3 of 4 contacts from contacts.vcf (vcard) to the device phonebook.", p.message()
     assert p.el("#report li.bad").text == "line 17: Nobody: not added: no number", p.el("#report").text
@@ -252,8 +258,7 @@ def run(page, url, work, card_path, downloads):
         p.el("#confirm-input").send_keys("delete all")
         p.el("#confirm-ok").click()
         p.wait(lambda: p.el("#empty").is_displayed(), "the empty phonebook")
-        p.el("#import-file").send_keys(download)
-        p.el("#import button[type=submit]").click()
+        p.import_file(download)
         p.wait(lambda: len(p.names()) == 4, f"the {fmt} file imported")
         assert rows() == before, (fmt, rows(), before)
     Select(p.el("#export-format")).select_by_value("csv")
@@ -297,9 +302,25 @@ def run(page, url, work, card_path, downloads):
     p.wait(lambda: p.el("#tab-sim").get_attribute("aria-selected") == "true" and len(p.names()) == 4,
            "the SIM tab by keyboard")
 
-    # A phone's screen.
+    # A phone's screen: the list first, select-all and the actions in a
+    # compact bar, its menu opened and closed by keyboard alone.
     p.d.set_window_size(390, 844)
+    p.wait(lambda: p.el("#select-all-bar").is_displayed() and not p.el("#delete-selected").is_displayed(),
+           "the phone's compact bar")
+    top = p.d.execute_script("return document.querySelector('#rows tr').getBoundingClientRect().top")
+    assert top < 400, f"the first entry starts {top}px down the phone's screen"
     p.shot("phone")
+    p.el("#select-all-bar").send_keys(Keys.SPACE)
+    p.wait(lambda: len(p.d.find_elements(By.CSS_SELECTOR, "#rows tr.selected")) == 4, "all selected")
+    p.el("#actions-toggle").send_keys(Keys.ENTER)
+    p.wait(lambda: p.el("#delete-selected").is_displayed(), "the actions menu")
+    assert p.el("#delete-selected").text == "Delete selected (4)", p.el("#delete-selected").text
+    p.shot("phone-actions")
+    p.el("#export-all").send_keys(Keys.ESCAPE)
+    p.wait(lambda: not p.el("#delete-selected").is_displayed(), "the menu closed by Escape")
+    assert p.d.switch_to.active_element.get_attribute("id") == "actions-toggle"
+    p.el("#select-all-bar").send_keys(Keys.SPACE)
+    p.wait(lambda: not p.d.find_elements(By.CSS_SELECTOR, "#rows tr.selected"), "none selected")
     p.d.set_window_size(1280, 900)
 
 

@@ -164,7 +164,7 @@ function selectTab(book, focus) {
       if (focus) tab.focus();
     }
   }
-  $('import').hidden = book !== 'device';
+  $('import-open').hidden = book !== 'device';
   $('copy-cut-label').hidden = book !== 'device';
   $('table').classList.toggle('hide-sim', book !== 'sim');
   $('search').value = '';
@@ -292,6 +292,7 @@ function updateSelection() {
   $('export-selected').textContent = n ? `Export selected (${n})` : 'Export selected';
   const all = state.entries.length > 0 && state.entries.every((e) => state.selected.has(e.index));
   $('select-all').checked = all;
+  $('select-all-bar').checked = all;
   for (const tr of $('rows').children) tr.classList.toggle('selected', state.selected.has(Number(tr.dataset.index)));
 }
 
@@ -465,20 +466,27 @@ async function copySelected() {
 
 // ---- import and export ----
 
+function openImport() {
+  $('import').reset();
+  $('import-error').textContent = '';
+  $('import-dialog').showModal();
+  $('import-file').focus();
+}
+
 async function importFile(ev) {
   ev.preventDefault();
   const file = $('import-file').files[0];
-  if (!file) return fail(new Error('Choose a file to import first.'));
-  if (file.size > 1024 * 1024) return fail(new Error('The file is larger than 1 MiB.'));
+  if (!file) return ($('import-error').textContent = 'Choose a file to import first.');
+  if (file.size > 1024 * 1024) return ($('import-error').textContent = 'The file is larger than 1 MiB.');
   const form = new FormData();
   form.append('file', file);
   const format = $('import-format').value;
   try {
     const data = await api('POST', '/api/device/import' + (format ? '?format=' + format : ''), form);
+    $('import-dialog').close();
     showReport(data, `from ${file.name} (${data.format})`, 'line');
-    $('import').reset();
   } catch (e) {
-    fail(e);
+    $('import-error').textContent = errorText(e);
   }
   load();
 }
@@ -571,10 +579,27 @@ function wire() {
   $('entry-form').addEventListener('submit', saveEntry);
   $('entry-form').addEventListener('input', checkSoon);
   $('entry-cancel').addEventListener('click', () => $('entry-dialog').close());
-  $('select-all').addEventListener('change', () => {
-    for (const e of state.entries) $('select-all').checked ? state.selected.add(e.index) : state.selected.delete(e.index);
-    render(state.listed);
+  for (const box of [$('select-all'), $('select-all-bar')]) {
+    box.addEventListener('change', () => {
+      for (const e of state.entries) box.checked ? state.selected.add(e.index) : state.selected.delete(e.index);
+      render(state.listed);
+    });
+  }
+  // The phone's menu of actions: a button that opens the bar below it;
+  // Escape closes it and gives the focus back.
+  const toggleActions = (open) => {
+    $('actions').classList.toggle('open', open);
+    $('actions-toggle').setAttribute('aria-expanded', open);
+  };
+  $('actions-toggle').addEventListener('click', () => toggleActions(!$('actions').classList.contains('open')));
+  $('actions').addEventListener('keydown', (ev) => {
+    if (ev.key === 'Escape' && $('actions').classList.contains('open')) {
+      toggleActions(false);
+      $('actions-toggle').focus();
+    }
   });
+  $('import-open').addEventListener('click', openImport);
+  $('import-cancel').addEventListener('click', () => $('import-dialog').close());
   $('delete-selected').addEventListener('click', () =>
     confirmDelete(state.entries.filter((e) => state.selected.has(e.index))));
   $('export-selected').addEventListener('click', () => exportEntries([...state.selected].sort((a, b) => a - b)));
