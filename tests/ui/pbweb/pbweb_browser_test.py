@@ -375,6 +375,36 @@ def run_outages(page, procs, start_host, start_simd):
     assert p.d.execute_script("return window.notReloaded === true"), "the page was reloaded"
 
 
+def run_languages(driver_for, url, work):
+    """A browser that asks for German gets the page in German, states and
+    server results in its words too; the switch on the page turns it to
+    English and keeps it so over a reload."""
+    d = driver_for("de-DE,de,en")
+    try:
+        p = Page(d, url, work)
+        p.n = 50
+        p.d.get(url)
+        p.wait(lambda: p.el("#add").text == "Eintrag hinzufügen" and len(p.names()) == 4, "the German page")
+        assert p.d.title == "Telefonbuch" and p.el("#tab-sim").text.startswith("SIM-Karte"), p.d.title
+        p.el("#tab-device").click()
+        p.wait(lambda: p.el("#empty").is_displayed(), "the empty device phonebook")
+        assert p.el("#empty").text.startswith("Das Geräte-Telefonbuch ist leer."), p.el("#empty").text
+        p.el("#tab-sim").click()
+        p.wait(lambda: len(p.names()) == 4, "the SIM list")
+        p.row_button("Emergency", "Löschen").click()
+        p.wait(lambda: p.el("#confirm-dialog").is_displayed(), "the German question")
+        assert p.el("#confirm-text").text == "Eintrag 4 (Emergency) aus dem SIM-Telefonbuch löschen?", \
+            p.el("#confirm-text").text
+        p.el("#confirm-cancel").click()
+        p.shot("german")
+        Select(p.el("#lang")).select_by_value("en")
+        p.wait(lambda: p.el("#add").text == "Add entry" and p.row_button("Emergency", "Delete"), "English by the switch")
+        p.d.refresh()
+        p.wait(lambda: p.el("#add").text == "Add entry" and len(p.names()) == 4, "English kept over a reload")
+    finally:
+        d.quit()
+
+
 def run_login(page, url):
     """The same page behind a password: the login form, a wrong and a right
     password, the session cookie at work, and the logout."""
@@ -443,18 +473,23 @@ def main():
         url = line.strip().rsplit(" ", 1)[-1].rstrip("/")
         assert url.startswith("http://127.0.0.1:"), line
 
-        opts = webdriver.ChromeOptions()
-        opts.binary_location = CHROMIUM
-        for a in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
-                  "--window-size=1280,900", "--lang=en"):
-            opts.add_argument(a)
-        opts.add_experimental_option("prefs", {"download.default_directory": downloads,
-                                               "download.prompt_for_download": False})
-        driver = webdriver.Chrome(service=Service(DRIVER), options=opts)
+        def driver_for(languages):
+            opts = webdriver.ChromeOptions()
+            opts.binary_location = CHROMIUM
+            for a in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
+                      "--window-size=1280,900", "--lang=" + languages.split(",")[0]):
+                opts.add_argument(a)
+            opts.add_experimental_option("prefs", {"download.default_directory": downloads,
+                                                   "download.prompt_for_download": False,
+                                                   "intl.accept_languages": languages})
+            return webdriver.Chrome(service=Service(DRIVER), options=opts)
+
+        driver = driver_for("en-US,en")
         driver.execute_cdp_cmd("Page.setDownloadBehavior", {"behavior": "allow", "downloadPath": downloads})
         page = Page(driver, url, work)
         run(page, url, work, card, downloads)
         run_outages(page, procs, start_host, start_simd)
+        run_languages(driver_for, url, work)
 
         pw = os.path.join(work, "password")
         subprocess.run([args.pbweb, "--set-password", pw], input=b"open sesame\n", check=True)

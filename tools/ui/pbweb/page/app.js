@@ -15,25 +15,18 @@ const state = {
   service: 'ready',     // pbweb's word for the phonebook service (status)
 };
 
+// The page's words come from one catalog per language (i18n/CODE.json,
+// compiled into pbweb); i18n/languages.json names those there are.
+// t(key, {name: value}) fills in the catalog's {name}s.
+let words = {};
+const t = (key, vars) => (key in words ? words[key] : key)
+  .replace(/\{(\w+)\}/g, (m, k) => (vars && k in vars ? String(vars[k]) : m));
+
 // What the page says for each state word pbweb answers with (and for the
 // router not answering at all): what happened and what to do. The words are
 // pbweb's; the page only has the text for them.
-const STATES = {
-  loading: { title: 'Loading the phonebook...', text: '' },
-  reading: { title: 'Reading the SIM phonebook...',
-    text: 'This takes a moment after the router starts or a SIM card is put in. The entries appear here by themselves.' },
-  unreachable: { title: 'The phonebook is not available right now.',
-    text: 'The router is starting its phonebook or has stopped it. This page tries again by itself; ' +
-      'if it stays like this for several minutes, restart the router.' },
-  no_card: { title: 'The SIM card cannot be read.',
-    text: 'Check that a SIM card is in the router and that the router shows a mobile signal. ' +
-      'This page tries again by itself.' },
-  offline: { title: 'The router does not answer.',
-    text: 'Check the cable or Wi-Fi connection to the router. This page tries again by itself.' },
-  busy: { title: 'The phonebook is busy.', text: 'Wait a moment and try again.' },
-  failed: { title: 'The phonebook could not be read.',
-    text: 'This page tries again by itself; if it stays like this, restart the router.' },
-};
+const STATES = new Set(['loading', 'reading', 'unreachable', 'no_card', 'offline', 'busy', 'failed']);
+const stateText = (word) => ({ title: t(`state_${word}`), text: word === 'loading' ? '' : t(`state_${word}_text`) });
 // The states in which the list cannot be shown and the page asks again.
 const TROUBLE = new Set(['reading', 'unreachable', 'no_card', 'offline', 'busy', 'failed']);
 const kFirstDelayMs = 1000;
@@ -92,8 +85,7 @@ function say(text) { $('message').textContent = text; $('error').textContent = '
 // A failure in words for the user: the state's text when the phonebook
 // itself is in trouble, else pbweb's words for what was refused.
 function errorText(err) {
-  const st = STATES[err.state];
-  if (st && err.state !== 'failed') return `The change was not made. ${st.title} ${st.text}`;
+  if (STATES.has(err.state) && err.state !== 'failed') return t('change_not_made', stateText(err.state));
   return sentence(err.message);
 }
 
@@ -109,7 +101,7 @@ function fail(err) {
 
 function showCounts(st) {
   const fmt = (b) => b.used === null ? '' : b.total ? `${b.used}/${b.total}` : `${b.used}`;
-  $('count-sim').textContent = st.sim.state === 'reading' ? '(reading)' : fmt(st.sim);
+  $('count-sim').textContent = st.sim.state === 'reading' ? t('reading_count') : fmt(st.sim);
   $('count-device').textContent = fmt(st.device);
 }
 
@@ -132,8 +124,7 @@ function setService(word) {
   state.service = word;
   const down = word !== 'ready' && state.book === 'device';
   $('service').hidden = !down;
-  $('service').textContent = down ? `${STATES.unreachable.title} Adding, changing, deleting and copying ` +
-    'entries wait until it is back; this page tries again by itself.' : '';
+  $('service').textContent = down ? t('service_notice') : '';
   updateSelection();
   if (down) {
     later(refreshStatus, nextDelay());
@@ -179,7 +170,8 @@ function selectTab(book, focus) {
 // The panel that stands in for the list while it cannot be shown (null:
 // the list). The actions on the list are disabled meanwhile.
 function showState(word) {
-  const st = STATES[word];
+  const st = STATES.has(word) ? stateText(word) : null;
+  state.shown = word;
   $('book').hidden = false;
   $('state').hidden = !st;
   $('state').classList.toggle('problem', Boolean(st) && word !== 'loading' && word !== 'reading');
@@ -211,7 +203,7 @@ async function load() {
     state.entries = [];
     $('rows').replaceChildren();
     showState(e.state);
-    if (book === 'sim') $('count-sim').textContent = e.state === 'reading' ? '(reading)' : '';
+    if (book === 'sim') $('count-sim').textContent = e.state === 'reading' ? t('reading_count') : '';
     // The SIM being read is asked after pbweb's Retry-After; any other
     // trouble after a delay that grows while it lasts.
     later(load, e.state === 'reading' ? e.retryAfter * 1000 : nextDelay());
@@ -249,27 +241,27 @@ function render(data) {
     const box = document.createElement('input');
     box.type = 'checkbox';
     box.checked = state.selected.has(e.index);
-    box.setAttribute('aria-label', `Select entry ${e.index}`);
+    box.setAttribute('aria-label', t('select_entry', e));
     box.addEventListener('change', () => {
       box.checked ? state.selected.add(e.index) : state.selected.delete(e.index);
       updateSelection();
     });
     pick.append(box);
-    tr.append(pick, cell(e.index, 'Index', 'c-index'), cell(sim ? e.sim_index : '', sim ? 'SIM' : '', 'c-sim sim-only'),
-      cell(e.name, 'Name', 'c-name'), cell(e.number, 'Number', 'c-number'), cell(e.email, 'E-mail', 'c-email'));
+    tr.append(pick, cell(e.index, t('col_index'), 'c-index'),
+      cell(sim ? e.sim_index : '', sim ? t('col_sim') : '', 'c-sim sim-only'),
+      cell(e.name, t('col_name'), 'c-name'), cell(e.number, t('col_number'), 'c-number'),
+      cell(e.email, t('col_email'), 'c-email'));
     const act = document.createElement('td');
     act.className = 'actions';
-    act.append(button('Edit', `Edit entry ${e.index}`, () => openEntry(e), 'needs-service'),
-      ' ', button('Delete', `Delete entry ${e.index}`, () => confirmDelete([e]), 'danger needs-service'));
+    act.append(button(t('edit'), t('edit_entry', e), () => openEntry(e), 'needs-service'),
+      ' ', button(t('delete'), t('delete_entry', e), () => confirmDelete([e]), 'danger needs-service'));
     tr.append(act);
     rows.append(tr);
   }
-  const name = sim ? 'SIM' : 'device';
-  const total = data.total ? ` of ${data.total}` : '';
-  $('caption').textContent = `${name} phonebook: ${data.count} entries${total}`;
+  const total = data.total ? t('caption_total', data) : '';
+  $('caption').textContent = t('caption', { book: bookWord(state.book), count: data.count, total });
   $('empty').hidden = data.entries.length > 0;
-  $('empty').textContent = data.count === 0 ? `The ${name} phonebook is empty. Add an entry with "Add entry"` +
-    (sim ? '.' : ', or import a contacts file.') : 'No entry matches the search.';
+  $('empty').textContent = data.count === 0 ? t(`empty_${state.book}`) : t('no_match');
   $('table').hidden = data.entries.length === 0;
   $(`count-${state.book}`).textContent = data.total ? `${data.count}/${data.total}` : `${data.count}`;
   for (const i of [...state.selected]) if (!data.entries.some((e) => e.index === i)) state.selected.delete(i);
@@ -286,10 +278,11 @@ function updateSelection() {
   for (const el of $('book').querySelectorAll('#add, #delete-all, .needs-service')) el.disabled = noService;
   $('delete-selected').disabled = n === 0 || noService;
   $('copy-selected').disabled = n === 0 || noService;
-  $('copy-selected').textContent = `Copy selected${n ? ` (${n})` : ''} to the ${state.book === 'sim' ? 'device' : 'SIM'}`;
+  $('copy-selected').textContent = t('copy_selected',
+    { n: n ? ` (${n})` : '', book: bookWord(state.book === 'sim' ? 'device' : 'sim') });
   $('export-selected').disabled = n === 0 || stalled;
-  $('delete-selected').textContent = n ? `Delete selected (${n})` : 'Delete selected';
-  $('export-selected').textContent = n ? `Export selected (${n})` : 'Export selected';
+  $('delete-selected').textContent = n ? t('delete_selected_n', { n }) : t('delete_selected');
+  $('export-selected').textContent = n ? t('export_selected_n', { n }) : t('export_selected');
   const all = state.entries.length > 0 && state.entries.every((e) => state.selected.has(e.index));
   $('select-all').checked = all;
   $('select-all-bar').checked = all;
@@ -313,7 +306,7 @@ let checkSeq = 0;
 let checkTimer = null;
 
 const query = (fields) => Object.entries(fields).map(([k, v]) => `${k}=${encodeURIComponent(v)}`).join('&');
-const left = (f) => `${f.max_bytes - f.bytes} bytes left of ${f.max_bytes}`;
+const left = (f) => t('bytes_left', { left: f.max_bytes - f.bytes, max: f.max_bytes });
 
 // Shows the checks and gives whether the form may be saved; null when a
 // later check has been asked meanwhile.
@@ -332,12 +325,11 @@ async function checkEntry() {
 
   const n = c.name;
   const noName = fields.name.trim() === '';
-  let nameText = (noName ? 'A name is needed. ' : '') + left(n);
+  let nameText = (noName ? t('name_needed') : '') + left(n);
   if (n.card && fields.name) {
-    if (n.card.octets === null) nameText += '. A SIM cannot store characters such as emoji';
-    else if (n.card.max) nameText += `. On the card: ${n.card.encoding}, ${n.card.octets} of ${n.card.max} octets` +
-      (n.fits ? '' : ': too long for this card');
-    else nameText += `. On the card: ${n.card.encoding}, ${n.card.octets} octets`;
+    if (n.card.octets === null) nameText += t('no_emoji');
+    else if (n.card.max) nameText += t('on_card_of', n.card) + (n.fits ? '' : t('too_long_card'));
+    else nameText += t('on_card', n.card);
   }
   let ok = hint('h-name', nameText, noName || !n.fits);
 
@@ -346,8 +338,8 @@ async function checkEntry() {
   if (num.error) {
     numText = sentence(num.error);
   } else {
-    numText = (num.stored && num.stored !== fields.number ? `Stored as ${num.stored}. ` : '') + left(num);
-    if (num.card && num.card.max) numText += `. On the card: ${num.card.digits} of ${num.card.max} digits`;
+    numText = (num.stored && num.stored !== fields.number ? t('stored_as', { number: num.stored }) : '') + left(num);
+    if (num.card && num.card.max) numText += t('on_card_digits', num.card);
   }
   ok = hint('h-number', numText, !num.fits) && ok;
   ok = hint('h-email', left(c.email), !c.email.fits) && ok;
@@ -361,7 +353,7 @@ function checkSoon() {
 
 function openEntry(entry) {
   state.editing = entry || null;
-  $('entry-title').textContent = entry ? `Edit entry ${entry.index}` : `Add an entry to the ${state.book === 'sim' ? 'SIM' : 'device'} phonebook`;
+  $('entry-title').textContent = entry ? t('edit_entry', entry) : t('add_title', { book: bookWord(state.book) });
   $('f-name').value = entry ? entry.name : '';
   $('f-number').value = entry ? entry.number : '';
   $('f-email').value = entry ? entry.email : '';
@@ -374,7 +366,7 @@ function openEntry(entry) {
 async function saveEntry(ev) {
   ev.preventDefault();
   if (!(await checkEntry())) {
-    $('entry-error').textContent = 'Please correct the fields marked in red.';
+    $('entry-error').textContent = t('correct_fields');
     return;
   }
   const fields = { name: $('f-name').value, number: $('f-number').value, email: $('f-email').value };
@@ -388,7 +380,7 @@ async function saveEntry(ev) {
       data = await api('POST', `/api/${state.book}/entries`, fields);
     }
     $('entry-dialog').close();
-    say(`${was ? 'Changed' : 'Added'} entry ${data.entry.index}: ${data.entry.name}`);
+    say(t(was ? 'changed_entry' : 'added_entry', data.entry));
     load();
   } catch (e) {
     if (e.reload) {
@@ -419,13 +411,16 @@ function ask(text, typed, action) {
 }
 
 function confirmDelete(list) {
-  const what = list.length === 1 ? `entry ${list[0].index} (${list[0].name})` : `${list.length} entries`;
-  ask(`Delete ${what} from the ${state.book === 'sim' ? 'SIM' : 'device'} phonebook?`, false, async () => {
+  const book = bookWord(state.book);
+  const question = list.length === 1 ? t('ask_delete_one', { ...list[0], book }) :
+    t('ask_delete_many', { n: list.length, book });
+  ask(question, false, async () => {
     try {
       const body = { entries: list.map((e) => ({ index: e.index, name: e.name, number: e.number, email: e.email })) };
       const data = await api('POST', `/api/${state.book}/delete`, body);
       for (const i of data.deleted) state.selected.delete(i);
-      say(data.deleted.length === 1 ? `Deleted entry ${data.deleted[0]}.` : `Deleted ${data.deleted.length} entries.`);
+      say(data.deleted.length === 1 ? t('deleted_one', { index: data.deleted[0] }) :
+        t('deleted_many', { n: data.deleted.length }));
     } catch (e) {
       fail(e);
     }
@@ -434,12 +429,12 @@ function confirmDelete(list) {
 }
 
 function confirmDeleteAll() {
-  const name = state.book === 'sim' ? 'SIM' : 'device';
-  ask(`Delete every entry of the ${name} phonebook? This cannot be undone.`, true, async () => {
+  const book = bookWord(state.book);
+  ask(t('ask_delete_all', { book }), true, async () => {
     try {
       const data = await api('POST', `/api/${state.book}/delete-all`, { confirm: 'delete all' });
       state.selected.clear();
-      say(`Deleted all ${data.deleted} entries of the ${name} phonebook.`);
+      say(t('deleted_all', { n: data.deleted, book }));
     } catch (e) {
       fail(e);
     }
@@ -455,8 +450,7 @@ async function copySelected() {
   if (state.book === 'device') body.cut = $('copy-cut').checked;
   try {
     const data = await api('POST', `/api/${state.book}/copy`, body);
-    const from = state.book === 'sim' ? 'SIM' : 'device';
-    showReport(data, `of the ${from} phonebook`, 'index');
+    showReport(data, t('copy_from', { book: bookWord(state.book) }), t('source_index'));
   } catch (e) {
     fail(e);
     if (e.reload) load();
@@ -476,15 +470,15 @@ function openImport() {
 async function importFile(ev) {
   ev.preventDefault();
   const file = $('import-file').files[0];
-  if (!file) return ($('import-error').textContent = 'Choose a file to import first.');
-  if (file.size > 1024 * 1024) return ($('import-error').textContent = 'The file is larger than 1 MiB.');
+  if (!file) return ($('import-error').textContent = t('choose_file'));
+  if (file.size > 1024 * 1024) return ($('import-error').textContent = t('file_too_large'));
   const form = new FormData();
   form.append('file', file);
   const format = $('import-format').value;
   try {
     const data = await api('POST', '/api/device/import' + (format ? '?format=' + format : ''), form);
     $('import-dialog').close();
-    showReport(data, `from ${file.name} (${data.format})`, 'line');
+    showReport(data, t('import_from', { file: file.name, format: data.format }), t('source_line'));
   } catch (e) {
     $('import-error').textContent = errorText(e);
   }
@@ -493,9 +487,8 @@ async function importFile(ev) {
 
 // The summary of an import or a copy, and what became of each contact.
 function showReport(data, from, sourceWord) {
-  const into = data.phonebook === 'sim' ? 'SIM' : 'device';
-  say(`Added ${data.added} of ${data.read} ${data.read === 1 ? 'contact' : 'contacts'} ${from} ` +
-    `to the ${into} phonebook.`);
+  say(t(data.read === 1 ? 'report_summary_one' : 'report_summary',
+    { added: data.added, read: data.read, from, book: bookWord(data.phonebook) }));
   const items = data.contacts.map((c) => {
     const li = document.createElement('li');
     li.className = c.outcome === 'added' ? '' : 'bad';
@@ -521,7 +514,8 @@ async function exportEntries(indexes) {
     a.click();
     a.remove();
     setTimeout(() => URL.revokeObjectURL(a.href), 10000);
-    say(`Exported ${indexes.length || 'all'} ${indexes.length === 1 ? 'entry' : 'entries'} to ${a.download}.`);
+    const n = indexes.length;
+    say(t(n === 0 ? 'exported_all' : n === 1 ? 'exported_one' : 'exported_many', { n, file: a.download }));
   } catch (e) {
     fail(e);
   }
@@ -547,13 +541,50 @@ async function login(ev) {
     $('logout').hidden = false;
     start();
   } catch (e) {
-    $('login-error').textContent = sentence(e.message);
+    $('login-error').textContent = e.status === 401 ? t('login_wrong') : errorText(e);
   }
 }
 
 async function logout() {
   try { await api('POST', '/api/logout', {}); } catch (e) { /* the login form follows anyway */ }
   showLogin();
+}
+
+// ---- languages ----
+
+// "SIM" or "device" in a sentence ("the {book} phonebook").
+const bookWord = (book) => t(`book_${book}`);
+
+// The browser's languages (what it sends as Accept-Language), unless one
+// was chosen on the page; English when none of them has a catalog.
+async function chooseLanguage() {
+  let langs = { en: 'English' };
+  try { langs = await (await fetch('/i18n/languages.json')).json(); } catch (e) { /* English */ }
+  $('lang').replaceChildren(...Object.entries(langs).map(([code, own]) => new Option(own, code)));
+  const wanted = [localStorage.getItem('lang'), ...navigator.languages].filter(Boolean);
+  const code = wanted.map((w) => w.toLowerCase().split('-')[0]).find((w) => w in langs) || 'en';
+  await setLanguage(code);
+}
+
+async function setLanguage(code) {
+  try { words = await (await fetch(`/i18n/${code}.json`)).json(); } catch (e) { return; }
+  document.documentElement.lang = code;
+  $('lang').value = code;
+  for (const el of document.querySelectorAll('[data-i18n]')) el.textContent = t(el.dataset.i18n);
+  for (const el of document.querySelectorAll('[data-i18n-placeholder]')) el.placeholder = t(el.dataset.i18nPlaceholder);
+  for (const el of document.querySelectorAll('[data-i18n-aria-label]')) {
+    el.setAttribute('aria-label', t(el.dataset.i18nAriaLabel));
+  }
+  // The typed confirmation stays "delete all" in every language: pbweb asks for it.
+  const [before, after] = t('confirm_typed').split('{phrase}');
+  const phrase = document.createElement('strong');
+  phrase.textContent = 'delete all';
+  $('confirm-typed-label').replaceChildren(before, phrase, after || '');
+  // What is shown now, in the new words.
+  if (state.shown) showState(state.shown);
+  else if (state.listed) render(state.listed);
+  if (state.status) showCounts(state.status);
+  if (!$('service').hidden) $('service').textContent = t('service_notice');
 }
 
 // ---- start ----
@@ -618,8 +649,12 @@ function wire() {
   });
   $('import').addEventListener('submit', importFile);
   $('login').addEventListener('submit', login);
+  $('lang').addEventListener('change', () => {
+    localStorage.setItem('lang', $('lang').value);
+    setLanguage($('lang').value);
+  });
   $('logout').addEventListener('click', logout);
 }
 
 wire();
-start();
+chooseLanguage().then(start);
