@@ -38,6 +38,7 @@ class ApiError extends Error {
   constructor(status, body) {
     super(body && body.error ? body.error : 'pbweb answered with HTTP status ' + status);
     this.status = status;
+    this.code = body ? body.code : undefined;
     this.retryAfter = 1;
     // pbweb's word for what went wrong (see STATES); 'offline' when the
     // router did not answer at all.
@@ -86,6 +87,9 @@ function say(text) { $('message').textContent = text; $('error').textContent = '
 // itself is in trouble, else pbweb's words for what was refused.
 function errorText(err) {
   if (STATES.has(err.state) && err.state !== 'failed') return t('change_not_made', stateText(err.state));
+  // The refusals a user can act on, by pbweb's code, in the catalog's words.
+  const refusal = `code_${err.code}`;
+  if (refusal in words) return t(refusal);
   return sentence(err.message);
 }
 
