@@ -389,6 +389,15 @@ def run_languages(driver_for, url, work):
         p.el("#tab-device").click()
         p.wait(lambda: p.el("#empty").is_displayed(), "the empty device phonebook")
         assert p.el("#empty").text.startswith("Das Geräte-Telefonbuch ist leer."), p.el("#empty").text
+        # What became of each contact: from the outcome words, in German.
+        src = os.path.join(work, "contacts.vcf")
+        p.import_file(src)
+        p.wait(lambda: len(p.names()) == 3, "the imported entries")
+        assert p.el("#report li.bad").text == "Zeile 17: Nobody: nicht übernommen: keine Nummer", \
+            p.el("#report").text
+        assert p.message() == "3 von 4 Kontakten aus contacts.vcf (vcard) ins Geräte-Telefonbuch übernommen.", \
+            p.message()
+        http(url, "POST", "/api/device/delete-all", {"confirm": "delete all"})
         p.el("#tab-sim").click()
         p.wait(lambda: len(p.names()) == 4, "the SIM list")
         p.row_button("Emergency", "Löschen").click()

@@ -497,10 +497,24 @@ function showReport(data, from, sourceWord) {
     const li = document.createElement('li');
     li.className = c.outcome === 'added' ? '' : 'bad';
     const e = c.outcome === 'added' ? c.entry : c.read;
-    li.textContent = `${sourceWord} ${c.source}: ${[e.name, e.number].filter(Boolean).join(' ')}: ${c.text}`;
+    li.textContent = `${sourceWord} ${c.source}: ${[e.name, e.number].filter(Boolean).join(' ')}: ${outcomeText(c)}`;
     return li;
   });
   $('report').replaceChildren(...items);
+}
+
+// What became of one contact, from its outcome word and flags; pbweb's
+// own words for an outcome the catalog does not know.
+function outcomeText(c) {
+  const key = `outcome_${c.outcome}`;
+  if (!(key in words)) return c.text;
+  if (c.outcome !== 'added') return t(key, c);
+  let text = c.index > 0 ? t('outcome_added_at', c) : t(key);
+  if (c.renamed) text += t('outcome_renamed', c.entry);
+  if (c.name_cut) text += t('outcome_name_cut', c.entry);
+  if (c.email_cut) text += t('outcome_email_cut');
+  if (c.email_dropped) text += t('outcome_email_dropped');
+  return text;
 }
 
 async function exportEntries(indexes) {
