@@ -6,6 +6,8 @@
 #include "api.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstring>
 
 #include "json_writer.h"
@@ -26,6 +28,20 @@ constexpr int kChanged = PB_RCODE_CHANGED_ERR;
 constexpr int kMissing = pbui::PBUI_NO_ENTRY;
 
 const char *book(storage_type_t type) { return pbui::storage_name(type); }
+
+// The service restarts a read of the card that stalls for 3 s and gives it
+// up after three restarts, so a read that is really going on ends well
+// within this; "being read" for longer is a modem or card that is gone.
+constexpr long long kCardSilentMsecs = 30000;
+// Since when (steady clock, ms) every SIM answer was "being read"; 0 while
+// the last one was not.
+std::atomic<long long> g_sim_busy_since_msecs{0};
+
+long long steady_msecs()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
 
 Response ok(JsonObject members, int status = 200)
 {
@@ -84,12 +100,18 @@ int total_of(storage_type_t type)
 Response status(Phonebook &pb, bool login)
 {
     JsonObject out;
+    // The device phonebook is read from its file even without the service;
+    // the SIM's answer says whether the service is there for the changes.
+    const char *service = "ready";
     for (storage_type_t type : {STORAGE_TYPE_SIM, STORAGE_TYPE_FLASH}) {
         Entries v;
         const int rc = pb.read(type, &v);
-        const bool busy = type == STORAGE_TYPE_SIM && pbui::rcode_busy(rc);
+        if (type == STORAGE_TYPE_SIM)
+            note_sim_answer(rc);
         JsonObject o;
-        o.add("state", rc == PB_RCODE_OK ? "ready" : busy ? "reading" : "unavailable");
+        o.add("state", state_word(rc));
+        if (type == STORAGE_TYPE_SIM)
+            service = rc == PB_RCODE_ERROR ? "unreachable" : "ready";
         if (rc == PB_RCODE_OK)
             o.add("used", v.size());
         else
@@ -105,7 +127,7 @@ Response status(Phonebook &pb, bool login)
             o.add("code", rc).add("error", pbui::rcode_message(rc));
         out.add(book(type), o);
     }
-    return ok(std::move(out.add("login", login)));
+    return ok(std::move(out.add("service", service).add("login", login)));
 }
 
 // The largest answer there is: written once, into the body itself, from
@@ -129,6 +151,8 @@ Response list(Phonebook &pb, const ApiRequest &req)
         });
         r.body = o.take();
     });
+    if (type == STORAGE_TYPE_SIM)
+        note_sim_answer(rc);
     return rc == PB_RCODE_OK ? r : failure(rc, "list", type);
 }
 
@@ -377,10 +401,36 @@ Response check(const ApiRequest &req)
 
 }  // namespace
 
+void note_sim_answer(int rc)
+{
+    if (!pbui::rcode_busy(rc))
+        g_sim_busy_since_msecs = 0;
+}
+
+const char *state_word(int rc)
+{
+    if (rc == PB_RCODE_OK)
+        return "ready";
+    if (rc == PB_RCODE_ERROR)
+        return "unreachable";
+    if (rc == PB_RCODE_READ_ERR)
+        return "no_card";
+    if (rc == PB_RCODE_NODEPUSH_ERR)
+        return "busy";
+    if (!pbui::rcode_busy(rc))
+        return "failed";
+    // Only the SIM phonebook is ever "being read".
+    const long long now = steady_msecs();
+    long long since = 0;
+    if (g_sim_busy_since_msecs.compare_exchange_strong(since, now))
+        return "reading";
+    return now - since > kCardSilentMsecs ? "no_card" : "reading";
+}
+
 Response error_response(int status, int code, const std::string &message)
 {
     JsonObject o;
-    o.add("ok", false).add("code", code).add("error", message);
+    o.add("ok", false).add("code", code).add("error", message).add("state", state_word(code));
     // Both 503s are asked again: the page shows "reading" for one only.
     if (pbui::rcode_busy(code))
         o.add("reading", true);

@@ -2,8 +2,9 @@
  * api.h - the JSON API of the web page: one function per operation, each on
  * the user side's operations (pbui::Phonebook, without waiting), answering
  * with a status and a JSON body (an export: the file). Errors are
- * {"ok":false,"code":N,"error":"..."}, with pbui's words for the result
- * codes. The server has checked the request (login, origin, body type and
+ * {"ok":false,"code":N,"error":"...","state":WORD}, with pbui's words for
+ * the result codes and the state word the page tells the user from (see
+ * state_word). The server has checked the request (login, origin, body type and
  * size) before it gets here.
  */
 #ifndef PBWEB_API_H
@@ -45,6 +46,18 @@ struct ApiRequest {
 };
 
 Response error_response(int status, int code, const std::string &message);
+
+// What a result of the phonebook means to the person at the page, as a
+// word the page has its own text for: "ready"; "reading" (the SIM
+// phonebook is being read); "no_card" (the modem or the card does not
+// answer, or the card could not be read); "unreachable" (the phonebook
+// service cannot be reached); "busy" (too many requests waiting); "failed"
+// (the phonebook refused or failed this request). A SIM that has been
+// "reading" for longer than any read of a card takes is "no_card": the
+// service answers the same while it asks a modem that is gone. Any thread.
+const char *state_word(int rc);
+// A SIM phonebook answer that was not "being read" ends such a wait.
+void note_sim_answer(int rc);
 
 // The HTTP status for a phonebook result code: 400 bad input, 404 no entry,
 // 503 (with Retry-After) while the SIM is being read ("reading":true in

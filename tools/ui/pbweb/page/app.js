@@ -10,8 +10,27 @@ const state = {
   selected: new Set(),  // indexes
   status: null,
   editing: null,        // the entry as shown when its form was opened
-  retry: null,          // timer while the SIM is being read
+  retry: null,          // timer of the next ask while the list cannot be shown
+  delay: 0,             // ms before that ask: grows while the trouble lasts
+  service: 'ready',     // pbweb's word for the phonebook service (status)
 };
+
+// The page's words come from one catalog per language (i18n/CODE.json,
+// compiled into pbweb); i18n/languages.json names those there are.
+// t(key, {name: value}) fills in the catalog's {name}s.
+let words = {};
+const t = (key, vars) => (key in words ? words[key] : key)
+  .replace(/\{(\w+)\}/g, (m, k) => (vars && k in vars ? String(vars[k]) : m));
+
+// What the page says for each state word pbweb answers with (and for the
+// router not answering at all): what happened and what to do. The words are
+// pbweb's; the page only has the text for them.
+const STATES = new Set(['loading', 'reading', 'unreachable', 'no_card', 'offline', 'busy', 'failed']);
+const stateText = (word) => ({ title: t(`state_${word}`), text: word === 'loading' ? '' : t(`state_${word}_text`) });
+// The states in which the list cannot be shown and the page asks again.
+const TROUBLE = new Set(['reading', 'unreachable', 'no_card', 'offline', 'busy', 'failed']);
+const kFirstDelayMs = 1000;
+const kMaxDelayMs = 16000;
 
 const $ = (id) => document.getElementById(id);
 
@@ -19,7 +38,11 @@ class ApiError extends Error {
   constructor(status, body) {
     super(body && body.error ? body.error : 'pbweb answered with HTTP status ' + status);
     this.status = status;
+    this.code = body ? body.code : undefined;
     this.retryAfter = 1;
+    // pbweb's word for what went wrong (see STATES); 'offline' when the
+    // router did not answer at all.
+    this.state = status === 0 ? 'offline' : (body && body.state) || 'failed';
     // A 503 is the SIM phonebook being read, or the service's queue full.
     this.reading = Boolean(body && body.reading);
     // The list shown is not the phonebook any more, or may not be.
@@ -60,17 +83,29 @@ async function api(method, path, body) {
 const sentence = (text) => text.charAt(0).toUpperCase() + text.slice(1);
 
 function say(text) { $('message').textContent = text; $('error').textContent = ''; $('report').replaceChildren(); }
+// A failure in words for the user: the state's text when the phonebook
+// itself is in trouble, else pbweb's words for what was refused.
+function errorText(err) {
+  if (STATES.has(err.state) && err.state !== 'failed') return t('change_not_made', stateText(err.state));
+  // The refusals a user can act on, by pbweb's code, in the catalog's words.
+  const refusal = `code_${err.code}`;
+  if (refusal in words) return t(refusal);
+  return sentence(err.message);
+}
+
 function fail(err) {
   $('message').textContent = '';
   $('report').replaceChildren();
-  $('error').textContent = sentence(err.message);
+  $('error').textContent = errorText(err);
+  // The list shown may no longer be what can be done: find out.
+  if (TROUBLE.has(err.state) && err.state !== 'failed') load();
 }
 
 // ---- status, tabs and the list ----
 
 function showCounts(st) {
   const fmt = (b) => b.used === null ? '' : b.total ? `${b.used}/${b.total}` : `${b.used}`;
-  $('count-sim').textContent = st.sim.state === 'reading' ? '(reading)' : fmt(st.sim);
+  $('count-sim').textContent = st.sim.state === 'reading' ? t('reading_count') : fmt(st.sim);
   $('count-device').textContent = fmt(st.device);
 }
 
@@ -79,9 +114,38 @@ async function refreshStatus() {
     state.status = await api('GET', '/api/status');
     showCounts(state.status);
     $('logout').hidden = !state.status.login;
+    setService(state.status.service);
   } catch (e) {
     if (e.status === 401) return showLogin();
   }
+}
+
+// Without the service the device phonebook is still listed, exported and
+// imported (from its file); the changes that need the service wait, and
+// the page asks again until it is back.
+function setService(word) {
+  const was = state.service;
+  state.service = word;
+  const down = word !== 'ready' && state.book === 'device';
+  $('service').hidden = !down;
+  $('service').textContent = down ? t('service_notice') : '';
+  updateSelection();
+  if (down) {
+    later(refreshStatus, nextDelay());
+  } else if (was !== 'ready' && state.book === 'device') {
+    state.delay = 0;
+    load();
+  }
+}
+
+function nextDelay() {
+  state.delay = Math.min(state.delay ? state.delay * 2 : kFirstDelayMs, kMaxDelayMs);
+  return state.delay;
+}
+
+function later(fn, ms) {
+  clearTimeout(state.retry);
+  state.retry = setTimeout(fn, ms);
 }
 
 function selectTab(book, focus) {
@@ -95,18 +159,34 @@ function selectTab(book, focus) {
       if (focus) tab.focus();
     }
   }
-  $('import').hidden = book !== 'device';
+  $('import-open').hidden = book !== 'device';
   $('copy-cut-label').hidden = book !== 'device';
   $('table').classList.toggle('hide-sim', book !== 'sim');
   $('search').value = '';
+  $('service').hidden = true;  // until the status says
   state.selected.clear();
+  state.delay = 0;
   say('');
+  if (!state.listed) showState('loading');
   load();
 }
 
-function showReading(on) {
-  $('reading').hidden = !on;
-  $('book').hidden = on;
+// The panel that stands in for the list while it cannot be shown (null:
+// the list). The actions on the list are disabled meanwhile.
+function showState(word) {
+  const st = STATES.has(word) ? stateText(word) : null;
+  state.shown = word;
+  $('book').hidden = false;
+  $('state').hidden = !st;
+  $('state').classList.toggle('problem', Boolean(st) && word !== 'loading' && word !== 'reading');
+  $('state').dataset.state = word || '';
+  $('state-spinner').hidden = word !== 'loading' && word !== 'reading';
+  $('state-title').textContent = st ? st.title : '';
+  $('state-text').textContent = st ? st.text : '';
+  $('book').classList.toggle('stalled', Boolean(st));
+  $('table').hidden = Boolean(st) || state.entries.length === 0;
+  if (st) $('empty').hidden = true;
+  updateSelection();
 }
 
 async function load() {
@@ -116,23 +196,21 @@ async function load() {
   try {
     const data = await api('GET', `/api/${book}/entries` + (q ? '?q=' + encodeURIComponent(q) : ''));
     if (book !== state.book) return;
-    showReading(false);
+    state.delay = 0;
     state.entries = data.entries;
+    showState(null);
     render(data);
     refreshStatus();
   } catch (e) {
     if (book !== state.book) return;
     if (e.status === 401) return showLogin();
-    if (e.status === 503 && e.reading) {
-      showReading(true);
-      $('count-sim').textContent = '(reading)';
-      state.retry = setTimeout(load, e.retryAfter * 1000);
-      return;
-    }
-    showReading(false);
     state.entries = [];
-    render({ count: 0, total: null, entries: [] });
-    fail(e);
+    $('rows').replaceChildren();
+    showState(e.state);
+    if (book === 'sim') $('count-sim').textContent = e.state === 'reading' ? t('reading_count') : '';
+    // The SIM being read is asked after pbweb's Retry-After; any other
+    // trouble after a delay that grows while it lasts.
+    later(load, e.state === 'reading' ? e.retryAfter * 1000 : nextDelay());
   }
 }
 
@@ -167,26 +245,27 @@ function render(data) {
     const box = document.createElement('input');
     box.type = 'checkbox';
     box.checked = state.selected.has(e.index);
-    box.setAttribute('aria-label', `Select entry ${e.index}`);
+    box.setAttribute('aria-label', t('select_entry', e));
     box.addEventListener('change', () => {
       box.checked ? state.selected.add(e.index) : state.selected.delete(e.index);
       updateSelection();
     });
     pick.append(box);
-    tr.append(pick, cell(e.index, 'Index', 'c-index'), cell(sim ? e.sim_index : '', sim ? 'SIM' : '', 'c-sim sim-only'),
-      cell(e.name, 'Name', 'c-name'), cell(e.number, 'Number', 'c-number'), cell(e.email, 'E-mail', 'c-email'));
+    tr.append(pick, cell(e.index, t('col_index'), 'c-index'),
+      cell(sim ? e.sim_index : '', sim ? t('col_sim') : '', 'c-sim sim-only'),
+      cell(e.name, t('col_name'), 'c-name'), cell(e.number, t('col_number'), 'c-number'),
+      cell(e.email, t('col_email'), 'c-email'));
     const act = document.createElement('td');
     act.className = 'actions';
-    act.append(button('Edit', `Edit entry ${e.index}`, () => openEntry(e)),
-      ' ', button('Delete', `Delete entry ${e.index}`, () => confirmDelete([e]), 'danger'));
+    act.append(button(t('edit'), t('edit_entry', e), () => openEntry(e), 'needs-service'),
+      ' ', button(t('delete'), t('delete_entry', e), () => confirmDelete([e]), 'danger needs-service'));
     tr.append(act);
     rows.append(tr);
   }
-  const name = sim ? 'SIM' : 'device';
-  const total = data.total ? ` of ${data.total}` : '';
-  $('caption').textContent = `${name} phonebook: ${data.count} entries${total}`;
+  const total = data.total ? t('caption_total', data) : '';
+  $('caption').textContent = t('caption', { book: bookWord(state.book), count: data.count, total });
   $('empty').hidden = data.entries.length > 0;
-  $('empty').textContent = data.count === 0 ? `The ${name} phonebook is empty.` : 'No entry matches the search.';
+  $('empty').textContent = data.count === 0 ? t(`empty_${state.book}`) : t('no_match');
   $('table').hidden = data.entries.length === 0;
   $(`count-${state.book}`).textContent = data.total ? `${data.count}/${data.total}` : `${data.count}`;
   for (const i of [...state.selected]) if (!data.entries.some((e) => e.index === i)) state.selected.delete(i);
@@ -195,14 +274,22 @@ function render(data) {
 
 function updateSelection() {
   const n = state.selected.size;
-  $('delete-selected').disabled = n === 0;
-  $('copy-selected').disabled = n === 0;
-  $('copy-selected').textContent = `Copy selected${n ? ` (${n})` : ''} to the ${state.book === 'sim' ? 'device' : 'SIM'}`;
-  $('export-selected').disabled = n === 0;
-  $('delete-selected').textContent = n ? `Delete selected (${n})` : 'Delete selected';
-  $('export-selected').textContent = n ? `Export selected (${n})` : 'Export selected';
+  // No list shown: nothing can be done to it. No service: only what the
+  // device phonebook's file allows (export, import).
+  const stalled = $('book').classList.contains('stalled');
+  const noService = stalled || state.service !== 'ready';
+  for (const el of $('book').querySelectorAll('button, input, select')) el.disabled = stalled;
+  for (const el of $('book').querySelectorAll('#add, #delete-all, .needs-service')) el.disabled = noService;
+  $('delete-selected').disabled = n === 0 || noService;
+  $('copy-selected').disabled = n === 0 || noService;
+  $('copy-selected').textContent = t('copy_selected',
+    { n: n ? ` (${n})` : '', book: bookWord(state.book === 'sim' ? 'device' : 'sim') });
+  $('export-selected').disabled = n === 0 || stalled;
+  $('delete-selected').textContent = n ? t('delete_selected_n', { n }) : t('delete_selected');
+  $('export-selected').textContent = n ? t('export_selected_n', { n }) : t('export_selected');
   const all = state.entries.length > 0 && state.entries.every((e) => state.selected.has(e.index));
   $('select-all').checked = all;
+  $('select-all-bar').checked = all;
   for (const tr of $('rows').children) tr.classList.toggle('selected', state.selected.has(Number(tr.dataset.index)));
 }
 
@@ -223,7 +310,7 @@ let checkSeq = 0;
 let checkTimer = null;
 
 const query = (fields) => Object.entries(fields).map(([k, v]) => `${k}=${encodeURIComponent(v)}`).join('&');
-const left = (f) => `${f.max_bytes - f.bytes} bytes left of ${f.max_bytes}`;
+const left = (f) => t('bytes_left', { left: f.max_bytes - f.bytes, max: f.max_bytes });
 
 // Shows the checks and gives whether the form may be saved; null when a
 // later check has been asked meanwhile.
@@ -242,12 +329,11 @@ async function checkEntry() {
 
   const n = c.name;
   const noName = fields.name.trim() === '';
-  let nameText = (noName ? 'A name is needed. ' : '') + left(n);
+  let nameText = (noName ? t('name_needed') : '') + left(n);
   if (n.card && fields.name) {
-    if (n.card.octets === null) nameText += '. A SIM cannot store characters such as emoji';
-    else if (n.card.max) nameText += `. On the card: ${n.card.encoding}, ${n.card.octets} of ${n.card.max} octets` +
-      (n.fits ? '' : ': too long for this card');
-    else nameText += `. On the card: ${n.card.encoding}, ${n.card.octets} octets`;
+    if (n.card.octets === null) nameText += t('no_emoji');
+    else if (n.card.max) nameText += t('on_card_of', n.card) + (n.fits ? '' : t('too_long_card'));
+    else nameText += t('on_card', n.card);
   }
   let ok = hint('h-name', nameText, noName || !n.fits);
 
@@ -256,8 +342,8 @@ async function checkEntry() {
   if (num.error) {
     numText = sentence(num.error);
   } else {
-    numText = (num.stored && num.stored !== fields.number ? `Stored as ${num.stored}. ` : '') + left(num);
-    if (num.card && num.card.max) numText += `. On the card: ${num.card.digits} of ${num.card.max} digits`;
+    numText = (num.stored && num.stored !== fields.number ? t('stored_as', { number: num.stored }) : '') + left(num);
+    if (num.card && num.card.max) numText += t('on_card_digits', num.card);
   }
   ok = hint('h-number', numText, !num.fits) && ok;
   ok = hint('h-email', left(c.email), !c.email.fits) && ok;
@@ -271,7 +357,7 @@ function checkSoon() {
 
 function openEntry(entry) {
   state.editing = entry || null;
-  $('entry-title').textContent = entry ? `Edit entry ${entry.index}` : `Add an entry to the ${state.book === 'sim' ? 'SIM' : 'device'} phonebook`;
+  $('entry-title').textContent = entry ? t('edit_entry', entry) : t('add_title', { book: bookWord(state.book) });
   $('f-name').value = entry ? entry.name : '';
   $('f-number').value = entry ? entry.number : '';
   $('f-email').value = entry ? entry.email : '';
@@ -284,7 +370,7 @@ function openEntry(entry) {
 async function saveEntry(ev) {
   ev.preventDefault();
   if (!(await checkEntry())) {
-    $('entry-error').textContent = 'Please correct the fields marked in red.';
+    $('entry-error').textContent = t('correct_fields');
     return;
   }
   const fields = { name: $('f-name').value, number: $('f-number').value, email: $('f-email').value };
@@ -298,7 +384,7 @@ async function saveEntry(ev) {
       data = await api('POST', `/api/${state.book}/entries`, fields);
     }
     $('entry-dialog').close();
-    say(`${was ? 'Changed' : 'Added'} entry ${data.entry.index}: ${data.entry.name}`);
+    say(t(was ? 'changed_entry' : 'added_entry', data.entry));
     load();
   } catch (e) {
     if (e.reload) {
@@ -307,7 +393,10 @@ async function saveEntry(ev) {
       load();
       return;
     }
-    $('entry-error').textContent = sentence(e.message);
+    // The form stays open with what was typed, to be saved once the
+    // phonebook is back.
+    $('entry-error').textContent = errorText(e);
+    if (TROUBLE.has(e.state) && e.state !== 'failed') load();
   }
 }
 
@@ -326,13 +415,16 @@ function ask(text, typed, action) {
 }
 
 function confirmDelete(list) {
-  const what = list.length === 1 ? `entry ${list[0].index} (${list[0].name})` : `${list.length} entries`;
-  ask(`Delete ${what} from the ${state.book === 'sim' ? 'SIM' : 'device'} phonebook?`, false, async () => {
+  const book = bookWord(state.book);
+  const question = list.length === 1 ? t('ask_delete_one', { ...list[0], book }) :
+    t('ask_delete_many', { n: list.length, book });
+  ask(question, false, async () => {
     try {
       const body = { entries: list.map((e) => ({ index: e.index, name: e.name, number: e.number, email: e.email })) };
       const data = await api('POST', `/api/${state.book}/delete`, body);
       for (const i of data.deleted) state.selected.delete(i);
-      say(data.deleted.length === 1 ? `Deleted entry ${data.deleted[0]}.` : `Deleted ${data.deleted.length} entries.`);
+      say(data.deleted.length === 1 ? t('deleted_one', { index: data.deleted[0] }) :
+        t('deleted_many', { n: data.deleted.length }));
     } catch (e) {
       fail(e);
     }
@@ -341,12 +433,12 @@ function confirmDelete(list) {
 }
 
 function confirmDeleteAll() {
-  const name = state.book === 'sim' ? 'SIM' : 'device';
-  ask(`Delete every entry of the ${name} phonebook? This cannot be undone.`, true, async () => {
+  const book = bookWord(state.book);
+  ask(t('ask_delete_all', { book }), true, async () => {
     try {
       const data = await api('POST', `/api/${state.book}/delete-all`, { confirm: 'delete all' });
       state.selected.clear();
-      say(`Deleted all ${data.deleted} entries of the ${name} phonebook.`);
+      say(t('deleted_all', { n: data.deleted, book }));
     } catch (e) {
       fail(e);
     }
@@ -362,8 +454,7 @@ async function copySelected() {
   if (state.book === 'device') body.cut = $('copy-cut').checked;
   try {
     const data = await api('POST', `/api/${state.book}/copy`, body);
-    const from = state.book === 'sim' ? 'SIM' : 'device';
-    showReport(data, `of the ${from} phonebook`, 'index');
+    showReport(data, t('copy_from', { book: bookWord(state.book) }), t('source_index'));
   } catch (e) {
     fail(e);
     if (e.reload) load();
@@ -373,37 +464,57 @@ async function copySelected() {
 
 // ---- import and export ----
 
+function openImport() {
+  $('import').reset();
+  $('import-error').textContent = '';
+  $('import-dialog').showModal();
+  $('import-file').focus();
+}
+
 async function importFile(ev) {
   ev.preventDefault();
   const file = $('import-file').files[0];
-  if (!file) return fail(new Error('Choose a file to import first.'));
-  if (file.size > 1024 * 1024) return fail(new Error('The file is larger than 1 MiB.'));
+  if (!file) return ($('import-error').textContent = t('choose_file'));
+  if (file.size > 1024 * 1024) return ($('import-error').textContent = t('file_too_large'));
   const form = new FormData();
   form.append('file', file);
   const format = $('import-format').value;
   try {
     const data = await api('POST', '/api/device/import' + (format ? '?format=' + format : ''), form);
-    showReport(data, `from ${file.name} (${data.format})`, 'line');
-    $('import').reset();
+    $('import-dialog').close();
+    showReport(data, t('import_from', { file: file.name, format: data.format }), t('source_line'));
   } catch (e) {
-    fail(e);
+    $('import-error').textContent = errorText(e);
   }
   load();
 }
 
 // The summary of an import or a copy, and what became of each contact.
 function showReport(data, from, sourceWord) {
-  const into = data.phonebook === 'sim' ? 'SIM' : 'device';
-  say(`Added ${data.added} of ${data.read} ${data.read === 1 ? 'contact' : 'contacts'} ${from} ` +
-    `to the ${into} phonebook.`);
+  say(t(data.read === 1 ? 'report_summary_one' : 'report_summary',
+    { added: data.added, read: data.read, from, book: bookWord(data.phonebook) }));
   const items = data.contacts.map((c) => {
     const li = document.createElement('li');
     li.className = c.outcome === 'added' ? '' : 'bad';
     const e = c.outcome === 'added' ? c.entry : c.read;
-    li.textContent = `${sourceWord} ${c.source}: ${[e.name, e.number].filter(Boolean).join(' ')}: ${c.text}`;
+    li.textContent = `${sourceWord} ${c.source}: ${[e.name, e.number].filter(Boolean).join(' ')}: ${outcomeText(c)}`;
     return li;
   });
   $('report').replaceChildren(...items);
+}
+
+// What became of one contact, from its outcome word and flags; pbweb's
+// own words for an outcome the catalog does not know.
+function outcomeText(c) {
+  const key = `outcome_${c.outcome}`;
+  if (!(key in words)) return c.text;
+  if (c.outcome !== 'added') return t(key, c);
+  let text = c.index > 0 ? t('outcome_added_at', c) : t(key);
+  if (c.renamed) text += t('outcome_renamed', c.entry);
+  if (c.name_cut) text += t('outcome_name_cut', c.entry);
+  if (c.email_cut) text += t('outcome_email_cut');
+  if (c.email_dropped) text += t('outcome_email_dropped');
+  return text;
 }
 
 async function exportEntries(indexes) {
@@ -421,7 +532,8 @@ async function exportEntries(indexes) {
     a.click();
     a.remove();
     setTimeout(() => URL.revokeObjectURL(a.href), 10000);
-    say(`Exported ${indexes.length || 'all'} ${indexes.length === 1 ? 'entry' : 'entries'} to ${a.download}.`);
+    const n = indexes.length;
+    say(t(n === 0 ? 'exported_all' : n === 1 ? 'exported_one' : 'exported_many', { n, file: a.download }));
   } catch (e) {
     fail(e);
   }
@@ -447,13 +559,50 @@ async function login(ev) {
     $('logout').hidden = false;
     start();
   } catch (e) {
-    $('login-error').textContent = sentence(e.message);
+    $('login-error').textContent = e.status === 401 ? t('login_wrong') : errorText(e);
   }
 }
 
 async function logout() {
   try { await api('POST', '/api/logout', {}); } catch (e) { /* the login form follows anyway */ }
   showLogin();
+}
+
+// ---- languages ----
+
+// "SIM" or "device" in a sentence ("the {book} phonebook").
+const bookWord = (book) => t(`book_${book}`);
+
+// The browser's languages (what it sends as Accept-Language), unless one
+// was chosen on the page; English when none of them has a catalog.
+async function chooseLanguage() {
+  let langs = { en: 'English' };
+  try { langs = await (await fetch('/i18n/languages.json')).json(); } catch (e) { /* English */ }
+  $('lang').replaceChildren(...Object.entries(langs).map(([code, own]) => new Option(own, code)));
+  const wanted = [localStorage.getItem('lang'), ...navigator.languages].filter(Boolean);
+  const code = wanted.map((w) => w.toLowerCase().split('-')[0]).find((w) => w in langs) || 'en';
+  await setLanguage(code);
+}
+
+async function setLanguage(code) {
+  try { words = await (await fetch(`/i18n/${code}.json`)).json(); } catch (e) { return; }
+  document.documentElement.lang = code;
+  $('lang').value = code;
+  for (const el of document.querySelectorAll('[data-i18n]')) el.textContent = t(el.dataset.i18n);
+  for (const el of document.querySelectorAll('[data-i18n-placeholder]')) el.placeholder = t(el.dataset.i18nPlaceholder);
+  for (const el of document.querySelectorAll('[data-i18n-aria-label]')) {
+    el.setAttribute('aria-label', t(el.dataset.i18nAriaLabel));
+  }
+  // The typed confirmation stays "delete all" in every language: pbweb asks for it.
+  const [before, after] = t('confirm_typed').split('{phrase}');
+  const phrase = document.createElement('strong');
+  phrase.textContent = 'delete all';
+  $('confirm-typed-label').replaceChildren(before, phrase, after || '');
+  // What is shown now, in the new words.
+  if (state.shown) showState(state.shown);
+  else if (state.listed) render(state.listed);
+  if (state.status) showCounts(state.status);
+  if (!$('service').hidden) $('service').textContent = t('service_notice');
 }
 
 // ---- start ----
@@ -479,10 +628,27 @@ function wire() {
   $('entry-form').addEventListener('submit', saveEntry);
   $('entry-form').addEventListener('input', checkSoon);
   $('entry-cancel').addEventListener('click', () => $('entry-dialog').close());
-  $('select-all').addEventListener('change', () => {
-    for (const e of state.entries) $('select-all').checked ? state.selected.add(e.index) : state.selected.delete(e.index);
-    render(state.listed);
+  for (const box of [$('select-all'), $('select-all-bar')]) {
+    box.addEventListener('change', () => {
+      for (const e of state.entries) box.checked ? state.selected.add(e.index) : state.selected.delete(e.index);
+      render(state.listed);
+    });
+  }
+  // The phone's menu of actions: a button that opens the bar below it;
+  // Escape closes it and gives the focus back.
+  const toggleActions = (open) => {
+    $('actions').classList.toggle('open', open);
+    $('actions-toggle').setAttribute('aria-expanded', open);
+  };
+  $('actions-toggle').addEventListener('click', () => toggleActions(!$('actions').classList.contains('open')));
+  $('actions').addEventListener('keydown', (ev) => {
+    if (ev.key === 'Escape' && $('actions').classList.contains('open')) {
+      toggleActions(false);
+      $('actions-toggle').focus();
+    }
   });
+  $('import-open').addEventListener('click', openImport);
+  $('import-cancel').addEventListener('click', () => $('import-dialog').close());
   $('delete-selected').addEventListener('click', () =>
     confirmDelete(state.entries.filter((e) => state.selected.has(e.index))));
   $('export-selected').addEventListener('click', () => exportEntries([...state.selected].sort((a, b) => a - b)));
@@ -501,8 +667,12 @@ function wire() {
   });
   $('import').addEventListener('submit', importFile);
   $('login').addEventListener('submit', login);
+  $('lang').addEventListener('change', () => {
+    localStorage.setItem('lang', $('lang').value);
+    setLanguage($('lang').value);
+  });
   $('logout').addEventListener('click', logout);
 }
 
 wire();
-start();
+chooseLanguage().then(start);
