@@ -109,6 +109,35 @@ std::string format(const std::vector<pb_flash_info> &entries, Format f);
  * error. */
 std::string tidy_number(std::string_view in, std::string *out);
 
+/* A home country: ISO 3166 alpha-2 code ("DE"), calling code ("49") and
+ * national trunk prefix ("0"; "" where the country has none). */
+struct Country {
+    const char *iso;
+    const char *calling_code;
+    const char *trunk;
+};
+
+/* The country of an ISO 3166 alpha-2 code, in either case, from the
+ * library's table (static storage), or nullptr when the table lacks it. */
+const Country *find_country(std::string_view iso);
+
+/* How two dialling numbers compare: the same international form (or the
+ * same service code or short number), the same trailing digits, or not the
+ * same subscriber. */
+enum class NumberMatch { NONE, TRAILING, EQUAL };
+
+/* Whether two numbers, written in any form tidy_number reads, reach the
+ * same subscriber. Pauses, waits and an extension after the number are
+ * dropped and a leading 00 is read as +. A national number is made
+ * international with home (nullptr: not known) when it begins with home's
+ * trunk prefix. Two international forms are EQUAL when their digits are,
+ * and otherwise NONE. When one stays national, the two are TRAILING when
+ * their last digits agree over the shorter one's length, leading zeros of a
+ * national number not counted, at least 7 and at most 10 digits. A number
+ * with * or #, or of fewer than 7 digits, matches only itself. A number
+ * tidy_number refuses, or an empty one, matches nothing. */
+NumberMatch match_numbers(std::string_view a, std::string_view b, const Country *home);
+
 /* The longest head of text that fits in max_bytes, cut at a whole UTF-8
  * character. */
 std::string cut_text(std::string_view text, size_t max_bytes);
