@@ -138,6 +138,19 @@ enum class NumberMatch { NONE, TRAILING, EQUAL };
  * tidy_number refuses, or an empty one, matches nothing. */
 NumberMatch match_numbers(std::string_view a, std::string_view b, const Country *home);
 
+/* A number read once for many comparisons (a phonebook's numbers against
+ * a caller's): its form and its digits, without what follows the number; an
+ * international number's from its country code on, with no home country
+ * applied yet. match_dialled(read_dialled(a), read_dialled(b), home) is
+ * match_numbers(a, b, home), and allocates nothing. */
+enum class NumberForm { NONE, SERVICE, SHORT, NATIONAL, INTERNATIONAL };
+struct DialledNumber {
+    NumberForm form = NumberForm::NONE;
+    std::string digits;
+};
+DialledNumber read_dialled(std::string_view written);
+NumberMatch match_dialled(const DialledNumber &a, const DialledNumber &b, const Country *home);
+
 /* The longest head of text that fits in max_bytes, cut at a whole UTF-8
  * character. */
 std::string cut_text(std::string_view text, size_t max_bytes);

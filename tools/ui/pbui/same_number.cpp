@@ -26,77 +26,92 @@ constexpr size_t kMinTrailing = 7;
 // "+7 495...").
 constexpr size_t kMaxTrailing = 10;
 
-enum class Form { NONE, SERVICE, SHORT, NATIONAL, INTERNATIONAL };
+// Room for a national number made international: the most characters a
+// number holds and the longest calling code.
+constexpr size_t kDigitsMax = 64;
 
-struct Read {
-    Form form = Form::NONE;
-    std::string digits;  // international: country code onwards; national: as dialled
-};
-
-Read read_number(std::string_view written, const Country *home)
+// The digits a comparison looks at, and their form: a national number of
+// the home country made international in *buf.
+std::string_view with_home(const DialledNumber &n, const Country *home, NumberForm *form,
+                           char (&buf)[kDigitsMax])
 {
-    Read r;
+    *form = n.form;
+    if (n.form != NumberForm::NATIONAL || home == nullptr)
+        return n.digits;
+    const std::string_view trunk = home->trunk;
+    const std::string_view code = home->calling_code;
+    if (n.digits.compare(0, trunk.size(), trunk) != 0 || code.size() + n.digits.size() > kDigitsMax)
+        return n.digits;
+    const std::string_view rest = std::string_view(n.digits).substr(trunk.size());
+    std::copy(code.begin(), code.end(), buf);
+    std::copy(rest.begin(), rest.end(), buf + code.size());
+    *form = NumberForm::INTERNATIONAL;
+    return {buf, code.size() + rest.size()};
+}
+
+// The digits a trailing comparison looks at: a national number's without
+// its leading zeros (the trunk prefix of most countries).
+std::string_view significant(std::string_view digits, NumberForm form)
+{
+    if (form == NumberForm::NATIONAL)
+        digits.remove_prefix(std::min(digits.size(), digits.find_first_not_of('0')));
+    return digits;
+}
+
+bool matches_only_itself(NumberForm f) { return f == NumberForm::SERVICE || f == NumberForm::SHORT; }
+
+}  // namespace
+
+DialledNumber read_dialled(std::string_view written)
+{
+    DialledNumber r;
     std::string tidy;
     if (!tidy_number(written, &tidy).empty() || tidy.empty())
         return r;
     if (tidy.find_first_of("*#") != std::string::npos) {
-        r.form = Form::SERVICE;
+        r.form = NumberForm::SERVICE;
         r.digits = tidy;
         return r;
     }
     tidy.erase(std::min(tidy.size(), tidy.find_first_of("PWT")));
     if (tidy.empty())
         return r;
-    if (tidy[0] == '+' || tidy.compare(0, 2, "00") == 0) {
-        r.form = Form::INTERNATIONAL;
-        r.digits = tidy.substr(tidy[0] == '+' ? 1 : 2);
-    } else {
-        r.form = tidy.size() < kMinTrailing ? Form::SHORT : Form::NATIONAL;
-        r.digits = tidy;
-    }
-    if (r.digits.size() < kMinTrailing && r.form == Form::INTERNATIONAL)
-        r.form = Form::SHORT;
-    if (r.form == Form::NATIONAL && home != nullptr) {
-        std::string_view trunk = home->trunk;
-        if (r.digits.compare(0, trunk.size(), trunk) == 0) {
-            r.digits = home->calling_code + r.digits.substr(trunk.size());
-            r.form = Form::INTERNATIONAL;
-        }
-    }
+    const bool international = tidy[0] == '+' || tidy.compare(0, 2, "00") == 0;
+    r.digits = international ? tidy.substr(tidy[0] == '+' ? 1 : 2) : tidy;
+    if (r.digits.size() < kMinTrailing)
+        r.form = NumberForm::SHORT;
+    else
+        r.form = international ? NumberForm::INTERNATIONAL : NumberForm::NATIONAL;
     return r;
 }
 
-// The digits a trailing comparison looks at: a national number's without
-// its leading zeros (the trunk prefix of most countries).
-std::string_view significant(const Read &r)
+NumberMatch match_dialled(const DialledNumber &a, const DialledNumber &b, const Country *home)
 {
-    std::string_view s = r.digits;
-    if (r.form == Form::NATIONAL)
-        s.remove_prefix(std::min(s.size(), s.find_first_not_of('0')));
-    return s;
-}
-
-}  // namespace
-
-NumberMatch match_numbers(std::string_view a, std::string_view b, const Country *home)
-{
-    const Read ra = read_number(a, home);
-    const Read rb = read_number(b, home);
-    if (ra.form == Form::NONE || rb.form == Form::NONE)
+    if (a.form == NumberForm::NONE || b.form == NumberForm::NONE)
         return NumberMatch::NONE;
-    if (ra.form == Form::SERVICE || ra.form == Form::SHORT || rb.form == Form::SERVICE ||
-        rb.form == Form::SHORT)
-        return ra.form == rb.form && ra.digits == rb.digits ? NumberMatch::EQUAL : NumberMatch::NONE;
-    if (ra.form == rb.form && ra.digits == rb.digits)
+    if (matches_only_itself(a.form) || matches_only_itself(b.form))
+        return a.form == b.form && a.digits == b.digits ? NumberMatch::EQUAL : NumberMatch::NONE;
+    char buf_a[kDigitsMax];
+    char buf_b[kDigitsMax];
+    NumberForm fa;
+    NumberForm fb;
+    const std::string_view da = with_home(a, home, &fa, buf_a);
+    const std::string_view db = with_home(b, home, &fb, buf_b);
+    if (fa == fb && da == db)
         return NumberMatch::EQUAL;
-    if (ra.form == Form::INTERNATIONAL && rb.form == Form::INTERNATIONAL)
+    if (fa == NumberForm::INTERNATIONAL && fb == NumberForm::INTERNATIONAL)
         return NumberMatch::NONE;
-    const std::string_view sa = significant(ra);
-    const std::string_view sb = significant(rb);
+    const std::string_view sa = significant(da, fa);
+    const std::string_view sb = significant(db, fb);
     const size_t n = std::min({sa.size(), sb.size(), kMaxTrailing});
     if (n < kMinTrailing)
         return NumberMatch::NONE;
     return sa.substr(sa.size() - n) == sb.substr(sb.size() - n) ? NumberMatch::TRAILING : NumberMatch::NONE;
+}
+
+NumberMatch match_numbers(std::string_view a, std::string_view b, const Country *home)
+{
+    return match_dialled(read_dialled(a), read_dialled(b), home);
 }
 
 }  // namespace pbui
