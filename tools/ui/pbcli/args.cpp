@@ -36,12 +36,14 @@ const CmdInfo kCommands[] = {
     {"copy", Cmd::COPY, true},
     {"check", Cmd::CHECK, true},
     {"find", Cmd::FIND, false},
+    {"who", Cmd::WHO, false},
 };
 
 // Long options without a short spelling.
 constexpr int kOptCut = 0x100;
 constexpr int kOptExpectName = 0x101;
 constexpr int kOptExpectNumber = 0x102;
+constexpr int kOptCountry = 0x103;
 
 const option kOptions[] = {
     {"json", no_argument, nullptr, 'j'},
@@ -55,6 +57,7 @@ const option kOptions[] = {
     {"cut", no_argument, nullptr, kOptCut},
     {"expect-name", required_argument, nullptr, kOptExpectName},
     {"expect-number", required_argument, nullptr, kOptExpectNumber},
+    {"country", required_argument, nullptr, kOptCountry},
     {"help", no_argument, nullptr, 'h'},
     {nullptr, 0, nullptr, 0},
 };
@@ -134,6 +137,11 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         case kOptCut: args->cut = true; break;
         case kOptExpectName: args->expect_name = optarg; break;
         case kOptExpectNumber: args->expect_number = optarg; break;
+        case kOptCountry:
+            if (std::string why = pbui::country_refusal(optarg); !why.empty())
+                return "--country: " + why;
+            args->country = optarg;
+            break;
         case 'f': {
             pbui::Format f;
             if (!pbui::parse_format(optarg, &f))
@@ -182,6 +190,14 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
             return "find: give the text to look for";
         args->text = pos[next++];
     }
+    if (args->cmd == Cmd::WHO) {
+        if (pos.size() <= next)
+            return "who: give the number to look up";
+        args->text = pos[next++];
+        std::string tidied;
+        if (std::string why = pbui::tidy_number(args->text, &tidied); !why.empty() || tidied.empty())
+            return "who: number '" + args->text + "': " + (why.empty() ? "no digits" : why);
+    }
     if (args->cmd == Cmd::IMPORT || args->cmd == Cmd::EXPORT) {
         if (pos.size() <= next)
             return pos[0] + ": name the text file";
@@ -202,6 +218,7 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
     case Cmd::DELETE_ALL:
     case Cmd::IMPORT:
     case Cmd::FIND:
+    case Cmd::WHO:
         if (n != 0)
             return pos[0] + " takes no index";
         if (args->cmd == Cmd::DELETE_ALL && !args->yes)
@@ -239,6 +256,8 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
     if ((args->expect_name || args->expect_number) &&
         !(args->cmd == Cmd::EDIT || (args->cmd == Cmd::DELETE && n == 1)))
         return "--expect-name and --expect-number are for edit, or delete of one index";
+    if (args->country && args->cmd != Cmd::WHO)
+        return pos[0] + " takes no --country";
     if (args->format && args->cmd != Cmd::IMPORT && args->cmd != Cmd::EXPORT)
         return pos[0] + " takes no --format";
     if (args->cut && !(args->cmd == Cmd::COPY && args->to == STORAGE_TYPE_SIM))
@@ -291,6 +310,9 @@ Commands:
                                    holds TEXT in any case (every script with
                                    case) or whose number holds its digits,
                                    separators ignored
+  who [--country CC] NUMBER        the entry a caller's number belongs to, in
+                                   either phonebook (the rule is below);
+                                   exit status 5 when none
   check PHONEBOOK [--name NAME] [--number NUMBER] [--email EMAIL]
                                    how the fields would be stored and whether
                                    they fit: bytes of 50, and on the SIM the
@@ -322,6 +344,9 @@ Options:
                       saw it (as list prints it); the change is made only
                       if the entry at the index still holds it. Without
                       them pbcli sends the entry it finds at the index.
+      --country CC    who: the home country (ISO 3166 two-letter code, DE,
+                      FR, US, ...) whose national numbers are meant; without
+                      it the router's, from the NV key pb_home_country
   -h, --help          show this text
 
 Indexes move when entries are added or deleted, also by other users at the
@@ -336,6 +361,14 @@ x12, ,12) becomes P12; what is left must be digits * # P W T with + only in
 front. A name that is taken by another number gets the kind of number or a
 count after it, Anna (work) or Anna (2); the same name and number are not
 added twice.
+
+Two numbers are the same caller (who) when their international forms are
+equal (00 and + alike); a national number is made international with the
+home country; one that cannot be is compared by its last digits, at least
+7. Pauses, waits and an extension after the number do not count; short and
+service codes (112, *100#) match only themselves. The device phonebook's
+entry comes before the SIM's, the same number before the same last digits,
+then the lowest index.
 
 The module's own lines have no header and no quoting: export writes
 name,number,email, import reads number,name,email (and name first when the

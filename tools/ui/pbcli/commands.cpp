@@ -12,6 +12,7 @@
 
 #include "contacts.h"
 #include "json_writer.h"
+#include "pb_lookup.h"
 #include "phonebook.h"
 #include "report_json.h"
 #include "table.h"
@@ -84,21 +85,27 @@ std::string join(const std::vector<int> &v)
 
 std::string entries_word(size_t n) { return n == 1 ? " entry" : " entries"; }
 
+// An entry's fields, one a line, as show prints them.
+void print_fields(storage_type_t type, const pb_flash_info &e)
+{
+    const auto line = [](const char *label, const std::string &v) {
+        std::cout << "  " << label << (v.empty() ? "" : std::string(9 - std::strlen(label), ' ') + v) << "\n";
+    };
+    line("Index:", std::to_string(e.index));
+    if (type == STORAGE_TYPE_SIM)
+        line("SIM:", std::to_string(e.sim_index));
+    line("Name:", display_text(e.name));
+    line("Number:", display_text(e.num));
+    line("E-mail:", display_text(e.email));
+}
+
 void print_entry(const Session &s, const char *verb, const pb_flash_info &e)
 {
     if (s.args().json)
         return s.answer(true, JsonObject().raw("entry", pbui::json_entry(e)));
     if (verb)
         std::cout << verb << " " << s.title() << " phonebook entry:\n";
-    const auto line = [](const char *label, const std::string &v) {
-        std::cout << "  " << label << (v.empty() ? "" : std::string(9 - std::strlen(label), ' ') + v) << "\n";
-    };
-    line("Index:", std::to_string(e.index));
-    if (s.args().type == STORAGE_TYPE_SIM)
-        line("SIM:", std::to_string(e.sim_index));
-    line("Name:", display_text(e.name));
-    line("Number:", display_text(e.num));
-    line("E-mail:", display_text(e.email));
+    print_fields(s.args().type, e);
 }
 
 Exit not_found(const Session &s, int index)
@@ -359,6 +366,31 @@ Exit cmd_find(Session &s)
     return EXIT_OK;
 }
 
+// The entry a caller's number belongs to, from the phonebook files as
+// they are (the service is not asked, so this never waits for the card).
+Exit cmd_who(Session &s)
+{
+    const Args &a = s.args();
+    pb_lookup_entry e;
+    switch (pb_lookup(a.text.c_str(), a.country ? a.country->c_str() : nullptr, &e)) {
+    case PB_LOOKUP_OK: break;
+    case PB_LOOKUP_NOT_FOUND: return s.fail_text(EXIT_NOT_FOUND, pbui::no_entry_for(a.text));
+    case PB_LOOKUP_BAD_ARGUMENT:
+        return s.fail_text(EXIT_USAGE, "who: the number or the country cannot be read");
+    case PB_LOOKUP_NO_MEMORY: return s.fail_text(EXIT_FAILED, "who: out of memory");
+    case PB_LOOKUP_READ_ERROR: return s.fail(PB_RCODE_READ_ERR, "who");
+    }
+    if (a.json) {
+        std::cout << JsonObject().add("ok", true).members(pbui::json_lookup(e)).str() << "\n";
+        return EXIT_OK;
+    }
+    const auto type = static_cast<storage_type_t>(e.phonebook);
+    std::cout << "Found in the " << pbui::book_title(type) << " phonebook"
+              << (e.exact ? ", the same number:" : ", the same last digits:") << "\n";
+    print_fields(type, pbui::entry_of(e));
+    return EXIT_OK;
+}
+
 // How the fields given would be stored, and whether they fit: the page's
 // live check, from the command line.
 Exit cmd_check(Session &s)
@@ -422,6 +454,7 @@ Exit run_command(const Args &args)
     case Cmd::COPY: return cmd_copy(s, v);
     case Cmd::CHECK: return cmd_check(s);
     case Cmd::FIND: return cmd_find(s);
+    case Cmd::WHO: return cmd_who(s);
     }
     return EXIT_USAGE;
 }

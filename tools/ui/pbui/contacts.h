@@ -120,6 +120,9 @@ struct Country {
 /* The country of an ISO 3166 alpha-2 code, in either case, from the
  * library's table (static storage), or nullptr when the table lacks it. */
 const Country *find_country(std::string_view iso);
+/* Why a code names no country of the table ("" when it does), for the
+ * user interfaces' --country and ?country=. */
+std::string country_refusal(std::string_view iso);
 
 /* How two dialling numbers compare: the same international form (or the
  * same service code or short number), the same trailing digits, or not the

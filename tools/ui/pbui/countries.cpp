@@ -41,4 +41,12 @@ const Country *find_country(std::string_view iso)
     return c != end && c->iso == std::string_view(key) ? c : nullptr;
 }
 
+std::string country_refusal(std::string_view iso)
+{
+    if (find_country(iso) != nullptr)
+        return "";
+    return "unknown country '" + std::string(iso) +
+           "': give its ISO 3166 two-letter code, such as DE, FR or US";
+}
+
 }  // namespace pbui
