@@ -66,7 +66,14 @@ DialledNumber read_dialled(std::string_view written)
 {
     DialledNumber r;
     std::string tidy;
-    if (!tidy_number(written, &tidy).empty() || tidy.empty())
+    // A number as a phonebook stores it is tidy already: it is taken as it
+    // is, so that loading 2000 entries does not read each as people write.
+    const bool stored =
+        !written.empty() && written.size() < PB_TEXT_LEN &&
+        written.find_first_not_of("0123456789*#PWT", written[0] == '+' ? 1 : 0) == std::string_view::npos;
+    if (stored)
+        tidy = written;
+    else if (!tidy_number(written, &tidy).empty() || tidy.empty())
         return r;
     if (tidy.find_first_of("*#") != std::string::npos) {
         r.form = NumberForm::SERVICE;
@@ -78,6 +85,8 @@ DialledNumber read_dialled(std::string_view written)
         return r;
     const bool international = tidy[0] == '+' || tidy.compare(0, 2, "00") == 0;
     r.digits = international ? tidy.substr(tidy[0] == '+' ? 1 : 2) : tidy;
+    if (r.digits.empty())
+        return {};
     if (r.digits.size() < kMinTrailing)
         r.form = NumberForm::SHORT;
     else
@@ -91,6 +100,12 @@ NumberMatch match_dialled(const DialledNumber &a, const DialledNumber &b, const 
         return NumberMatch::NONE;
     if (matches_only_itself(a.form) || matches_only_itself(b.form))
         return a.form == b.form && a.digits == b.digits ? NumberMatch::EQUAL : NumberMatch::NONE;
+    // Every match needs the last kMinTrailing digits equal (a home country
+    // only changes the front): most numbers of a phonebook end here, which
+    // keeps a lookup among 2000 entries to a few microseconds.
+    if (std::string_view(a.digits).substr(a.digits.size() - kMinTrailing) !=
+        std::string_view(b.digits).substr(b.digits.size() - kMinTrailing))
+        return NumberMatch::NONE;
     char buf_a[kDigitsMax];
     char buf_b[kDigitsMax];
     NumberForm fa;
