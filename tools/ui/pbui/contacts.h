@@ -231,8 +231,11 @@ FieldsCheck check_fields(storage_type_t type, const Fields &f);
  * that has case (Latin, Greek, Cyrillic, Armenian, ...; "анна" finds "Анна
  * Каренина", "σ" finds "Σ" and "ς"), or when the text reads as a number and
  * the entry's number holds it with the separators of both ignored ("030
- * 12-34" finds 0301234...). An empty text matches every entry. Made once
- * per search; matches() may then be called from any thread. */
+ * 12-34" finds 0301234...), or when the text is a whole number of at
+ * least 7 digits that match_numbers finds the same as the entry's, with no
+ * home country ("0049 171 1234567" and "0171 1234567" find +491711234567).
+ * An empty text matches every entry. Made once per search; matches() may
+ * then be called from any thread. */
 class Search {
 public:
     explicit Search(std::string_view text);
@@ -240,8 +243,9 @@ public:
 
 private:
     bool empty_;
-    std::u32string text_; /* folded */
-    std::string number_;  /* the text as a number, "" when it is none */
+    std::u32string text_;   /* folded */
+    std::string number_;    /* the text as a number, "" when it is none */
+    DialledNumber dialled_; /* the text as a whole number, for the same number */
 };
 
 /* What became of one contact. */
