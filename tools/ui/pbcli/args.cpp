@@ -37,6 +37,8 @@ const CmdInfo kCommands[] = {
     {"check", Cmd::CHECK, true},
     {"find", Cmd::FIND, false},
     {"who", Cmd::WHO, false},
+    {"duplicates", Cmd::DUPLICATES, false},
+    {"merge", Cmd::MERGE, false},
 };
 
 // Long options without a short spelling.
@@ -198,6 +200,14 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         if (std::string why = pbui::tidy_number(args->text, &tidied); !why.empty() || tidied.empty())
             return "who: number '" + args->text + "': " + (why.empty() ? "no digits" : why);
     }
+    if ((args->cmd == Cmd::DUPLICATES || args->cmd == Cmd::MERGE) && pos.size() > next &&
+        pos[next] != "all") {
+        if (!parse_phonebook(pos[next], &args->type))
+            return pos[0] + ": name the phonebook, sim, device or all (the default)";
+        ++next;
+    } else if (args->cmd == Cmd::DUPLICATES || args->cmd == Cmd::MERGE) {
+        next += pos.size() > next;  // "all"
+    }
     if (args->cmd == Cmd::IMPORT || args->cmd == Cmd::EXPORT) {
         if (pos.size() <= next)
             return pos[0] + ": name the text file";
@@ -219,10 +229,15 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
     case Cmd::IMPORT:
     case Cmd::FIND:
     case Cmd::WHO:
+    case Cmd::DUPLICATES:
+    case Cmd::MERGE:
         if (n != 0)
             return pos[0] + " takes no index";
         if (args->cmd == Cmd::DELETE_ALL && !args->yes)
             return "delete-all removes every entry: confirm with --yes";
+        if (args->cmd == Cmd::MERGE && !args->yes)
+            return "merge deletes every entry of a group but the one it keeps: see them with duplicates, "
+                   "then confirm with --yes";
         break;
     case Cmd::SHOW:
     case Cmd::EDIT:
@@ -256,7 +271,7 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
     if ((args->expect_name || args->expect_number) &&
         !(args->cmd == Cmd::EDIT || (args->cmd == Cmd::DELETE && n == 1)))
         return "--expect-name and --expect-number are for edit, or delete of one index";
-    if (args->country && args->cmd != Cmd::WHO)
+    if (args->country && args->cmd != Cmd::WHO && args->cmd != Cmd::DUPLICATES && args->cmd != Cmd::MERGE)
         return pos[0] + " takes no --country";
     if (args->format && args->cmd != Cmd::IMPORT && args->cmd != Cmd::EXPORT)
         return pos[0] + " takes no --format";
@@ -313,6 +328,14 @@ Commands:
   who [--country CC] NUMBER        the entry a caller's number belongs to, in
                                    either phonebook (the rule is below);
                                    exit status 5 when none
+  duplicates [sim|device|all] [--country CC]
+                                   groups of entries with the same number (by
+                                   the rule of who), of one phonebook or both;
+                                   the one merge keeps first
+  merge [sim|device|all] [--country CC] --yes
+                                   keep one entry of each group (an e-mail,
+                                   then the longest name, then the device's,
+                                   then the lowest index) and delete the others
   check PHONEBOOK [--name NAME] [--number NUMBER] [--email EMAIL]
                                    how the fields would be stored and whether
                                    they fit: bytes of 50, and on the SIM the
@@ -328,7 +351,7 @@ Options:
   -N, --number NUMBER number: digits * # P W T, + in front for international;
                       at most 50 bytes
   -e, --email EMAIL   e-mail address, at most 50 bytes
-  -y, --yes           confirm delete-all
+  -y, --yes           confirm delete-all and merge
   -f, --format FORMAT import and export: csv (a header row name,number,email;
                       address-book columns read), vcard (vCard 3.0 written;
                       2.1, 3.0 and 4.0 read) or module (the router's own
@@ -344,7 +367,7 @@ Options:
                       saw it (as list prints it); the change is made only
                       if the entry at the index still holds it. Without
                       them pbcli sends the entry it finds at the index.
-      --country CC    who: the home country (ISO 3166 two-letter code, DE,
+      --country CC    who, duplicates, merge: the home country (ISO 3166 two-letter code, DE,
                       FR, US, ...) whose national numbers are meant; without
                       it the router's, from the NV key pb_home_country
   -h, --help          show this text

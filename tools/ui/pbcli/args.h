@@ -14,7 +14,23 @@
 
 namespace pbcli {
 
-enum class Cmd { HELP, LIST, SHOW, ADD, EDIT, DELETE, DELETE_ALL, IMPORT, EXPORT, COPY, CHECK, FIND, WHO };
+enum class Cmd {
+    HELP,
+    LIST,
+    SHOW,
+    ADD,
+    EDIT,
+    DELETE,
+    DELETE_ALL,
+    IMPORT,
+    EXPORT,
+    COPY,
+    CHECK,
+    FIND,
+    WHO,
+    DUPLICATES,
+    MERGE
+};
 
 struct Args {
     Cmd cmd = Cmd::HELP;
@@ -28,7 +44,9 @@ struct Args {
     std::optional<std::string> expect_name, expect_number;
     std::string file;
     std::string text;  // find: what to look for; who: the number
-    // who: the home country's ISO 3166 code; none given: the router's (NV)
+    // who, duplicates, merge: the home country's ISO 3166 code; none
+    // given: the router's (NV). duplicates and merge of both phonebooks
+    // leave type STORAGE_TYPE_UNKNOWN.
     std::optional<std::string> country;
     bool yes = false;                          // confirms delete-all
     storage_type_t to = STORAGE_TYPE_UNKNOWN;  // copy: the phonebook copied into

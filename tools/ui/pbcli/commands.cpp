@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "contacts.h"
+#include "duplicates.h"
 #include "json_writer.h"
 #include "pb_lookup.h"
 #include "phonebook.h"
@@ -391,6 +392,112 @@ Exit cmd_who(Session &s)
     return EXIT_OK;
 }
 
+// The entries of the phonebook named (both when none is) with their
+// phonebook, the device's first, grouped by the same number.
+int duplicate_groups(Session &s, std::vector<pbui::DuplicateGroup> *out)
+{
+    const Args &a = s.args();
+    std::vector<pbui::BookEntry> all;
+    for (storage_type_t type : {STORAGE_TYPE_FLASH, STORAGE_TYPE_SIM}) {
+        if (a.type != STORAGE_TYPE_UNKNOWN && a.type != type)
+            continue;
+        Entries v;
+        if (int rc = s.pb().read(type, &v); rc != PB_RCODE_OK)
+            return rc;
+        for (const pb_flash_info &e : v)
+            all.push_back({type, e});
+    }
+    *out = pbui::find_duplicates(all, a.country ? pbui::find_country(*a.country) : pbui::router_country());
+    return PB_RCODE_OK;
+}
+
+std::string json_book_entry(const pbui::BookEntry &e)
+{
+    return JsonObject()
+        .add("phonebook", pbui::storage_name(e.type))
+        .raw("entry", pbui::json_entry(e.entry))
+        .str();
+}
+
+std::string where_words(const Args &a)
+{
+    return a.type == STORAGE_TYPE_UNKNOWN ? std::string("both phonebooks")
+                                          : std::string("the ") + pbui::book_title(a.type) + " phonebook";
+}
+
+Exit cmd_duplicates(Session &s)
+{
+    std::vector<pbui::DuplicateGroup> groups;
+    if (int rc = duplicate_groups(s, &groups); rc != PB_RCODE_OK)
+        return s.fail(rc, "duplicates");
+    if (s.args().json) {
+        std::string list = "[";
+        for (const pbui::DuplicateGroup &g : groups) {
+            std::string members = "[";
+            for (const pbui::BookEntry &e : g)
+                members += (members.size() > 1 ? "," : "") + json_book_entry(e);
+            list += (list.size() > 1 ? "," : "") + members + "]";
+        }
+        std::cout << JsonObject().add("ok", true).add("count", groups.size()).raw("groups", list + "]").str()
+                  << "\n";
+        return EXIT_OK;
+    }
+    std::cout << "Duplicates in " << where_words(s.args()) << ": " << groups.size()
+              << (groups.size() == 1 ? " group" : " groups") << "\n";
+    for (size_t k = 0; k < groups.size(); ++k) {
+        std::cout << "Group " << k + 1 << ":\n";
+        for (size_t m = 0; m < groups[k].size(); ++m) {
+            const pbui::BookEntry &e = groups[k][m];
+            std::cout << (m == 0 ? "  keep  " : "        ") << pbui::book_title(e.type) << " "
+                      << e.entry.index << "  " << display_text(e.entry.name) << "  "
+                      << display_text(e.entry.num)
+                      << (e.entry.email[0] ? "  " + display_text(e.entry.email) : std::string()) << "\n";
+        }
+    }
+    return EXIT_OK;
+}
+
+// Keeps the first entry of every group and deletes the others, each by the
+// conditional delete (only while its index still holds it; followed when
+// another change moved it).
+Exit cmd_merge(Session &s)
+{
+    std::vector<pbui::DuplicateGroup> groups;
+    if (int rc = duplicate_groups(s, &groups); rc != PB_RCODE_OK)
+        return s.fail(rc, "merge");
+    std::string kept = "[", deleted = "[", words;
+    size_t count = 0;
+    for (const pbui::DuplicateGroup &g : groups) {
+        kept += (kept.size() > 1 ? "," : "") + json_book_entry(g[0]);
+        for (size_t m = 1; m < g.size(); ++m) {
+            int at = 0;
+            if (int rc = s.pb().remove(g[m].type, g[m].entry, &at); rc != PB_RCODE_OK)
+                return s.fail(rc, "merge: delete " + std::string(pbui::book_title(g[m].type)) + " " +
+                                      std::to_string(g[m].entry.index) + " (deleted " +
+                                      std::to_string(count) + entries_word(count) + " before)");
+            ++count;
+            deleted += (deleted.size() > 1 ? "," : "") +
+                       JsonObject().add("phonebook", pbui::storage_name(g[m].type)).add("index", at).str();
+            words += (words.empty() ? "" : ", ") + std::string(pbui::book_title(g[m].type)) + " " +
+                     std::to_string(at);
+        }
+    }
+    if (s.args().json) {
+        std::cout << JsonObject()
+                         .add("ok", true)
+                         .add("groups", groups.size())
+                         .raw("kept", kept + "]")
+                         .raw("deleted", deleted + "]")
+                         .str()
+                  << "\n";
+        return EXIT_OK;
+    }
+    std::cout << "Merged " << groups.size() << (groups.size() == 1 ? " group" : " groups") << " in "
+              << where_words(s.args()) << ": kept " << groups.size() << ", deleted " << count
+              << entries_word(count) << (words.empty() ? "" : " (" + words + ")") << "\n";
+    return EXIT_OK;
+}
+
 // How the fields given would be stored, and whether they fit: the page's
 // live check, from the command line.
 Exit cmd_check(Session &s)
@@ -455,6 +562,8 @@ Exit run_command(const Args &args)
     case Cmd::CHECK: return cmd_check(s);
     case Cmd::FIND: return cmd_find(s);
     case Cmd::WHO: return cmd_who(s);
+    case Cmd::DUPLICATES: return cmd_duplicates(s);
+    case Cmd::MERGE: return cmd_merge(s);
     }
     return EXIT_USAGE;
 }

@@ -123,6 +123,9 @@ const Country *find_country(std::string_view iso);
 /* Why a code names no country of the table ("" when it does), for the
  * user interfaces' --country and ?country=. */
 std::string country_refusal(std::string_view iso);
+/* The router's home country, from the NV key "pb_home_country", or nullptr
+ * when it is unset or not in the table. Reads the NV store. */
+const Country *router_country();
 
 /* How two dialling numbers compare: the same international form (or the
  * same service code or short number), the same trailing digits, or not the

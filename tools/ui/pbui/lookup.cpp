@@ -15,6 +15,22 @@
 #include "nvmanager.h"
 #include "zpt_ui_pb_api.h"
 
+namespace pbui {
+
+// Here beside the lookup, its first user, so that a program that only
+// checks country codes needs no NV store.
+const Country *router_country()
+{
+    static constexpr char kHomeCountryKey[] = "pb_home_country";
+    char text[8] = {};
+    int len = 0;
+    if (nvmram_readnv(kHomeCountryKey, text, sizeof text - 1, &len) != NV_OK)
+        return nullptr;
+    return find_country(std::string_view(text, std::strlen(text)));
+}
+
+}  // namespace pbui
+
 struct pb_lookup_books {
     struct Entry {
         pb_flash_info info;
@@ -25,8 +41,6 @@ struct pb_lookup_books {
 };
 
 namespace {
-
-constexpr char kHomeCountryKey[] = "pb_home_country";
 
 struct FreeTable {
     void operator()(pb_mem_info *t) const { std::free(t); }
@@ -45,16 +59,6 @@ bool load(storage_type_t type, std::vector<pb_lookup_books::Entry> *out)
         if (e.index != 0)
             out->push_back({e, pbui::read_dialled(e.num)});
     return true;
-}
-
-// The router's home country from the NV store, or null.
-const pbui::Country *nv_country()
-{
-    char text[8] = {};
-    int len = 0;
-    if (nvmram_readnv(kHomeCountryKey, text, sizeof text - 1, &len) != NV_OK)
-        return nullptr;
-    return pbui::find_country(std::string_view(text, std::strlen(text)));
 }
 
 // The best match of one phonebook: an equal form first, then the lowest
@@ -109,7 +113,7 @@ extern "C" pb_lookup_result_t pb_lookup_find(const pb_lookup_books *books, const
     std::memset(out, 0, sizeof *out);
     const pbui::Country *home = nullptr;
     if (country == nullptr)
-        home = nv_country();
+        home = pbui::router_country();
     else if (*country != '\0' && (home = pbui::find_country(country)) == nullptr)
         return PB_LOOKUP_BAD_ARGUMENT;
     try {

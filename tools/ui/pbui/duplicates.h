@@ -1,0 +1,37 @@
+/*
+ * duplicates.h - entries of the phonebooks that are the same person: the
+ * same number by match_numbers (with the home country given), in one
+ * phonebook or across both, grouped so that a user sees each person once
+ * and a merge keeps one entry of each group. Pure functions on the entries
+ * handed in; any thread.
+ */
+#ifndef PBUI_DUPLICATES_H
+#define PBUI_DUPLICATES_H
+
+#include <vector>
+
+#include "contacts.h"
+#include "zpt_ui_pb_api.h"
+
+namespace pbui {
+
+/* An entry with its phonebook. */
+struct BookEntry {
+    storage_type_t type;
+    pb_flash_info entry;
+};
+
+/* Entries of one person, two or more: the one a merge keeps first (the
+ * most complete: an e-mail, then the longest name; then the device's
+ * before the SIM's, then the lowest index), the others after it. */
+using DuplicateGroup = std::vector<BookEntry>;
+
+/* The groups among the entries, in the order of their first entry. An
+ * entry joins the group whose kept entry has the same number (EQUAL or
+ * TRAILING), so each member is the same as the entry kept; entries without
+ * a number join none. */
+std::vector<DuplicateGroup> find_duplicates(const std::vector<BookEntry> &entries, const Country *home);
+
+}  // namespace pbui
+
+#endif
