@@ -69,4 +69,16 @@ TEST(Duplicates, EveryMemberIsTheSameNumberAsTheEntryKept)
     EXPECT_EQ(shown(pbui::find_duplicates(all, nullptr)), "d1 d3");
 }
 
+TEST(Duplicates, TheSameNameWithANumberThatBeginsTheOtherIsOnlyMaybe)
+{
+    const std::vector<pbui::BookEntry> all = {
+        entry(STORAGE_TYPE_FLASH, 1, "Office", "030 12345"),
+        entry(STORAGE_TYPE_FLASH, 2, "Office", "+49 40 999888"),
+        entry(STORAGE_TYPE_SIM, 1, "Office", "030 1234567"),
+        entry(STORAGE_TYPE_SIM, 2, "Other", "030 1234"),  // another name
+    };
+    EXPECT_EQ(shown(pbui::find_maybe_duplicates(all, nullptr)), "d1 s1");
+    EXPECT_TRUE(pbui::find_duplicates(all, nullptr).empty());
+}
+
 }  // namespace

@@ -393,8 +393,10 @@ Exit cmd_who(Session &s)
 }
 
 // The entries of the phonebook named (both when none is) with their
-// phonebook, the device's first, grouped by the same number.
-int duplicate_groups(Session &s, std::vector<pbui::DuplicateGroup> *out)
+// phonebook, the device's first, grouped by the same number; and, when
+// `maybe` is given, the groups that may be one person.
+int duplicate_groups(Session &s, std::vector<pbui::DuplicateGroup> *out,
+                     std::vector<pbui::DuplicateGroup> *maybe = nullptr)
 {
     const Args &a = s.args();
     std::vector<pbui::BookEntry> all;
@@ -407,7 +409,10 @@ int duplicate_groups(Session &s, std::vector<pbui::DuplicateGroup> *out)
         for (const pb_flash_info &e : v)
             all.push_back({type, e});
     }
-    *out = pbui::find_duplicates(all, a.country ? pbui::find_country(*a.country) : pbui::router_country());
+    const pbui::Country *home = a.country ? pbui::find_country(*a.country) : pbui::router_country();
+    *out = pbui::find_duplicates(all, home);
+    if (maybe)
+        *maybe = pbui::find_maybe_duplicates(all, home);
     return PB_RCODE_OK;
 }
 
@@ -419,41 +424,62 @@ std::string json_book_entry(const pbui::BookEntry &e)
         .str();
 }
 
+std::string json_groups(const std::vector<pbui::DuplicateGroup> &groups)
+{
+    std::string list = "[";
+    for (const pbui::DuplicateGroup &g : groups) {
+        std::string members = "[";
+        for (const pbui::BookEntry &e : g)
+            members += (members.size() > 1 ? "," : "") + json_book_entry(e);
+        list += (list.size() > 1 ? "," : "") + members + "]";
+    }
+    return list + "]";
+}
+
 std::string where_words(const Args &a)
 {
     return a.type == STORAGE_TYPE_UNKNOWN ? std::string("both phonebooks")
                                           : std::string("the ") + pbui::book_title(a.type) + " phonebook";
 }
 
-Exit cmd_duplicates(Session &s)
+std::string groups_word(size_t n) { return n == 1 ? " group" : " groups"; }
+
+// One group a line an entry; the first marked with `first`.
+void print_groups(const std::vector<pbui::DuplicateGroup> &groups, const char *title, const char *first)
 {
-    std::vector<pbui::DuplicateGroup> groups;
-    if (int rc = duplicate_groups(s, &groups); rc != PB_RCODE_OK)
-        return s.fail(rc, "duplicates");
-    if (s.args().json) {
-        std::string list = "[";
-        for (const pbui::DuplicateGroup &g : groups) {
-            std::string members = "[";
-            for (const pbui::BookEntry &e : g)
-                members += (members.size() > 1 ? "," : "") + json_book_entry(e);
-            list += (list.size() > 1 ? "," : "") + members + "]";
-        }
-        std::cout << JsonObject().add("ok", true).add("count", groups.size()).raw("groups", list + "]").str()
-                  << "\n";
-        return EXIT_OK;
-    }
-    std::cout << "Duplicates in " << where_words(s.args()) << ": " << groups.size()
-              << (groups.size() == 1 ? " group" : " groups") << "\n";
     for (size_t k = 0; k < groups.size(); ++k) {
-        std::cout << "Group " << k + 1 << ":\n";
+        std::cout << title << " " << k + 1 << ":\n";
         for (size_t m = 0; m < groups[k].size(); ++m) {
             const pbui::BookEntry &e = groups[k][m];
-            std::cout << (m == 0 ? "  keep  " : "        ") << pbui::book_title(e.type) << " "
-                      << e.entry.index << "  " << display_text(e.entry.name) << "  "
+            std::cout << "  " << (m == 0 ? first : "")
+                      << std::string(6 - (m == 0 ? std::strlen(first) : 0), ' ') << pbui::book_title(e.type)
+                      << " " << e.entry.index << "  " << display_text(e.entry.name) << "  "
                       << display_text(e.entry.num)
                       << (e.entry.email[0] ? "  " + display_text(e.entry.email) : std::string()) << "\n";
         }
     }
+}
+
+Exit cmd_duplicates(Session &s)
+{
+    std::vector<pbui::DuplicateGroup> groups, maybe;
+    if (int rc = duplicate_groups(s, &groups, &maybe); rc != PB_RCODE_OK)
+        return s.fail(rc, "duplicates");
+    if (s.args().json) {
+        std::cout << JsonObject()
+                         .add("ok", true)
+                         .add("count", groups.size())
+                         .raw("groups", json_groups(groups))
+                         .raw("maybe", json_groups(maybe))
+                         .str()
+                  << "\n";
+        return EXIT_OK;
+    }
+    std::cout << "Duplicates in " << where_words(s.args()) << ": " << groups.size()
+              << groups_word(groups.size())
+              << (maybe.empty() ? "" : ", and " + std::to_string(maybe.size()) + " that may be") << "\n";
+    print_groups(groups, "Group", "keep");
+    print_groups(maybe, "Maybe", "");
     return EXIT_OK;
 }
 

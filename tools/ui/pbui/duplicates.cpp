@@ -75,4 +75,39 @@ std::vector<DuplicateGroup> find_duplicates(const std::vector<BookEntry> &entrie
     return out;
 }
 
+std::vector<DuplicateGroup> find_maybe_duplicates(const std::vector<BookEntry> &entries, const Country *home)
+{
+    std::vector<DialledNumber> numbers;
+    numbers.reserve(entries.size());
+    for (const BookEntry &e : entries)
+        numbers.push_back(
+            read_dialled(std::string_view(e.entry.num, strnlen(e.entry.num, sizeof e.entry.num))));
+    const auto related = [&](size_t a, size_t b) {
+        const std::string &x = numbers[a].digits;
+        const std::string &y = numbers[b].digits;
+        return numbers[a].form != NumberForm::NONE && numbers[b].form != NumberForm::NONE && x != y &&
+               (x.compare(0, y.size(), y) == 0 || y.compare(0, x.size(), x) == 0) &&
+               match_dialled(numbers[a], numbers[b], home) == NumberMatch::NONE;
+    };
+    std::vector<DuplicateGroup> out;
+    std::vector<bool> taken(entries.size(), false);
+    for (size_t i = 0; i < entries.size(); ++i) {
+        if (taken[i])
+            continue;
+        std::vector<size_t> group{i};
+        for (size_t j = i + 1; j < entries.size(); ++j)
+            if (!taken[j] && std::strncmp(entries[i].entry.name, entries[j].entry.name, PB_TEXT_LEN) == 0 &&
+                std::any_of(group.begin(), group.end(), [&](size_t k) { return related(k, j); }))
+                group.push_back(j);
+        if (group.size() < 2)
+            continue;
+        DuplicateGroup &g = out.emplace_back();
+        for (size_t k : group) {
+            taken[k] = true;
+            g.push_back(entries[k]);
+        }
+    }
+    return out;
+}
+
 }  // namespace pbui

@@ -32,6 +32,12 @@ using DuplicateGroup = std::vector<BookEntry>;
  * a number join none. */
 std::vector<DuplicateGroup> find_duplicates(const std::vector<BookEntry> &entries, const Country *home);
 
+/* The groups that may be one person, for the user to judge (a merge
+ * leaves them): entries of the same name whose numbers are not the same
+ * but one's digits begin the other's ("030 12345" and "030 1234567", a
+ * switchboard and an extension). In the order of their first entry. */
+std::vector<DuplicateGroup> find_maybe_duplicates(const std::vector<BookEntry> &entries, const Country *home);
+
 }  // namespace pbui
 
 #endif
