@@ -67,6 +67,10 @@ TEST(Duplicates, EveryMemberIsTheSameNumberAsTheEntryKept)
         entry(STORAGE_TYPE_FLASH, 3, "C", "0301234567"),
     };
     EXPECT_EQ(shown(pbui::find_duplicates(all, nullptr)), "d1 d3");
+    // Kept first, the national number still takes only one of them.
+    std::vector<pbui::BookEntry> national_first = all;
+    std::strncpy(national_first[2].entry.email, "c@example.de", PB_TEXT_LEN - 1);
+    EXPECT_EQ(shown(pbui::find_duplicates(national_first, nullptr)), "d3 d1");
 }
 
 TEST(Duplicates, TheSameNameWithANumberThatBeginsTheOtherIsOnlyMaybe)

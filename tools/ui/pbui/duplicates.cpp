@@ -1,10 +1,10 @@
 // Duplicate entries: numbers compared by the rule of the same number
 // (each read once; most pairs are turned away on their last digits). A
 // group forms around the entry a merge keeps, and only entries whose number
-// is the same as that entry's join it: a national number that matches two
-// international numbers of different countries goes with one of them, so
-// a merge never deletes another subscriber's entry. At most 2000 x groups
-// comparisons, a few milliseconds.
+// is the same as every member's join it: a national number that matches two
+// international numbers of different countries goes with one of them, and
+// they never share a group, so a merge never deletes another subscriber's
+// entry, whichever member it keeps.
 #include "duplicates.h"
 
 #include <algorithm>
@@ -45,14 +45,16 @@ std::vector<DuplicateGroup> find_duplicates(const std::vector<BookEntry> &entrie
         numbers.push_back(
             read_dialled(std::string_view(e.entry.num, strnlen(e.entry.num, sizeof e.entry.num))));
 
-    // Each entry, the most complete first, joins the first group whose kept
-    // entry has the same number, or keeps a group of its own.
+    // Each entry, the most complete first, joins the first group whose
+    // every member has the same number, or starts a group of its own.
     std::vector<std::vector<size_t>> groups;
     for (size_t k : order) {
         if (numbers[k].form == NumberForm::NONE)
             continue;
         auto g = std::find_if(groups.begin(), groups.end(), [&](const std::vector<size_t> &m) {
-            return match_dialled(numbers[m[0]], numbers[k], home) != NumberMatch::NONE;
+            return std::all_of(m.begin(), m.end(), [&](size_t i) {
+                return match_dialled(numbers[i], numbers[k], home) != NumberMatch::NONE;
+            });
         });
         if (g == groups.end())
             groups.push_back({k});

@@ -27,9 +27,9 @@ struct BookEntry {
 using DuplicateGroup = std::vector<BookEntry>;
 
 /* The groups among the entries, in the order of their first entry. An
- * entry joins the group whose kept entry has the same number (EQUAL or
- * TRAILING), so each member is the same as the entry kept; entries without
- * a number join none. */
+ * entry joins the group whose every member has the same number (EQUAL or
+ * TRAILING), so that any member may be the one kept; entries without a
+ * number join none. */
 std::vector<DuplicateGroup> find_duplicates(const std::vector<BookEntry> &entries, const Country *home);
 
 /* The groups that may be one person, for the user to judge (a merge
