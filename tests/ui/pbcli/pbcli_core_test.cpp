@@ -53,6 +53,9 @@ TEST(ParseArgs, RefusesWhatTheServiceWouldMisread)
         {{"who", "--country", "XX", "+4930123456"}, "unknown country 'XX'"},
         {{"who", "1-800-FLOWERS"}, "'F' at place 7"},
         {{"find", "anna", "--country", "DE"}, "takes no --country"},
+        {{"merge", "--keep", "sim6", "--yes"}, "--keep takes PHONEBOOK:INDEX"},
+        {{"merge", "--keep", "device:0", "--yes"}, "--keep takes PHONEBOOK:INDEX"},
+        {{"list", "sim", "--keep", "sim:1"}, "takes no --keep"},
     };
     for (const auto &c : cases) {
         Args a;

@@ -46,6 +46,7 @@ constexpr int kOptCut = 0x100;
 constexpr int kOptExpectName = 0x101;
 constexpr int kOptExpectNumber = 0x102;
 constexpr int kOptCountry = 0x103;
+constexpr int kOptKeep = 0x104;
 
 const option kOptions[] = {
     {"json", no_argument, nullptr, 'j'},
@@ -60,6 +61,7 @@ const option kOptions[] = {
     {"expect-name", required_argument, nullptr, kOptExpectName},
     {"expect-number", required_argument, nullptr, kOptExpectNumber},
     {"country", required_argument, nullptr, kOptCountry},
+    {"keep", required_argument, nullptr, kOptKeep},
     {"help", no_argument, nullptr, 'h'},
     {nullptr, 0, nullptr, 0},
 };
@@ -139,6 +141,17 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         case kOptCut: args->cut = true; break;
         case kOptExpectName: args->expect_name = optarg; break;
         case kOptExpectNumber: args->expect_number = optarg; break;
+        case kOptKeep: {
+            const std::string word = optarg;
+            const size_t colon = word.find(':');
+            storage_type_t type;
+            int index;
+            if (colon == std::string::npos || !parse_phonebook(word.substr(0, colon), &type) ||
+                !pbui::parse_index(word.substr(colon + 1), &index))
+                return "--keep takes PHONEBOOK:INDEX, such as sim:6 or device:2, not '" + word + "'";
+            args->keep.emplace_back(type, index);
+            break;
+        }
         case kOptCountry:
             if (std::string why = pbui::country_refusal(optarg); !why.empty())
                 return "--country: " + why;
@@ -273,6 +286,8 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         return "--expect-name and --expect-number are for edit, or delete of one index";
     if (args->country && args->cmd != Cmd::WHO && args->cmd != Cmd::DUPLICATES && args->cmd != Cmd::MERGE)
         return pos[0] + " takes no --country";
+    if (!args->keep.empty() && args->cmd != Cmd::MERGE)
+        return pos[0] + " takes no --keep";
     if (args->format && args->cmd != Cmd::IMPORT && args->cmd != Cmd::EXPORT)
         return pos[0] + " takes no --format";
     if (args->cut && !(args->cmd == Cmd::COPY && args->to == STORAGE_TYPE_SIM))
@@ -332,10 +347,11 @@ Commands:
                                    groups of entries with the same number (by
                                    the rule of who), of one phonebook or both;
                                    the one merge keeps first
-  merge [sim|device|all] [--country CC] --yes
-                                   keep one entry of each group (an e-mail,
-                                   then the longest name, then the device's,
-                                   then the lowest index) and delete the others
+  merge [sim|device|all] [--country CC] [--keep PHONEBOOK:INDEX]... --yes
+                                   keep one entry of each group (the one
+                                   --keep names, else an e-mail, then the
+                                   longest name, then the device's, then the
+                                   lowest index) and delete the others
   check PHONEBOOK [--name NAME] [--number NUMBER] [--email EMAIL]
                                    how the fields would be stored and whether
                                    they fit: bytes of 50, and on the SIM the

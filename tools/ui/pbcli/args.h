@@ -48,6 +48,8 @@ struct Args {
     // given: the router's (NV). duplicates and merge of both phonebooks
     // leave type STORAGE_TYPE_UNKNOWN.
     std::optional<std::string> country;
+    // merge: the entries to keep of their groups, instead of the most complete
+    std::vector<std::pair<storage_type_t, int>> keep;
     bool yes = false;                          // confirms delete-all
     storage_type_t to = STORAGE_TYPE_UNKNOWN;  // copy: the phonebook copied into
     std::optional<pbui::Format> format;        // import, export: the text format

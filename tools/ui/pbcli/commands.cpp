@@ -491,6 +491,24 @@ Exit cmd_merge(Session &s)
     std::vector<pbui::DuplicateGroup> groups;
     if (int rc = duplicate_groups(s, &groups); rc != PB_RCODE_OK)
         return s.fail(rc, "merge");
+    // The user's picks go first in their groups, before anything is deleted.
+    for (const auto &[type, index] : s.args().keep) {
+        bool found = false;
+        for (pbui::DuplicateGroup &g : groups) {
+            const auto it =
+                std::find_if(g.begin(), g.end(), [&, type = type, index = index](const pbui::BookEntry &e) {
+                    return e.type == type && static_cast<int>(e.entry.index) == index;
+                });
+            if (it != g.end()) {
+                std::rotate(g.begin(), it, it + 1);
+                found = true;
+            }
+        }
+        if (!found)
+            return s.fail_text(EXIT_NOT_FOUND, "merge: the " + std::string(pbui::book_title(type)) +
+                                                   " phonebook's entry " + std::to_string(index) +
+                                                   " is in no group of duplicates");
+    }
     std::string kept = "[", deleted = "[", words;
     size_t count = 0;
     for (const pbui::DuplicateGroup &g : groups) {
