@@ -1,7 +1,8 @@
 // Any bytes as a dialling number and as a search text: no fault; a number
 // that is read holds only what a phonebook can store, at most 50
-// characters, and reads again as itself; a search text finds a name that
-// is that text.
+// characters, and reads again as itself, and is the same number as it is
+// stored whichever way the pair is compared; a search text finds a name
+// that is that text.
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -17,6 +18,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
                               number.find_first_not_of("0123456789*#PWT+") == std::string::npos &&
                               number.find('+', 1) == std::string::npos;
         if (!storable || !pbui::tidy_number(number, &again).empty() || again != number)
+            std::abort();
+        const pbui::Country *home = pbui::find_country("DE");
+        const pbui::NumberMatch m = pbui::match_numbers(text, number, home);
+        if (m != pbui::match_numbers(number, number, home) || m != pbui::match_numbers(number, text, home))
             std::abort();
     }
     if (size < PB_TEXT_LEN && std::memchr(data, 0, size) == nullptr) {

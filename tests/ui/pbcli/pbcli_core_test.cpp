@@ -49,6 +49,13 @@ TEST(ParseArgs, RefusesWhatTheServiceWouldMisread)
         {{"list", "sim", "--json=1"}, "--json takes no value"},
         {{"list", "sim", "--bogus"}, "option '--bogus'"},
         {{"add", "sim", "--n", "x"}, "option '--n'"},  // --name or --number
+        {{"who"}, "give the number"},
+        {{"who", "--country", "XX", "+4930123456"}, "unknown country 'XX'"},
+        {{"who", "1-800-FLOWERS"}, "'F' at place 7"},
+        {{"find", "anna", "--country", "DE"}, "takes no --country"},
+        {{"merge", "--keep", "sim6", "--yes"}, "--keep takes PHONEBOOK:INDEX"},
+        {{"merge", "--keep", "device:0", "--yes"}, "--keep takes PHONEBOOK:INDEX"},
+        {{"list", "sim", "--keep", "sim:1"}, "takes no --keep"},
     };
     for (const auto &c : cases) {
         Args a;

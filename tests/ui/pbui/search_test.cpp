@@ -46,6 +46,12 @@ TEST(Search, CaseIsFoldedInEveryScriptAndNumbersIgnoreSeparators)
         {"Anna", "+491711234567", "１７１１", true},  // full-width digits
         {"Anna", "*100#", "*100#", true},
         {"Anna", "+491711234567", "0171", false},
+        // Any form of the same number finds it; the same last 6 digits do not.
+        {"Anna", "+491711234567", "0049 171 1234567", true},
+        {"Anna", "+491711234567", "0171 123 45 67", true},
+        {"Anna", "0171 1234567", "+49 171 1234567 ext. 3", true},
+        {"Anna", "+491711234567", "+43 171 1234567", false},
+        {"Anna", "+491711234567", "0181 1234567", false},
         {"Anna", "+491711234567", "Berta", false},
         {"Анна", "1", "анны", false},
         {"Anna", "1", "", true},

@@ -326,6 +326,31 @@ TEST_F(PbwebApi, EntryChangedMeanwhileIsRefusedWith409)
         << "nothing refused was done";
 }
 
+// The caller lookup: the device phonebook before the SIM, the home
+// country from ?country= or else pbweb's --country, and every refusal.
+TEST_F(PbwebApi, LookupFindsTheCallerInEitherPhonebook)
+{
+    ASSERT_EQ(sim_list().status, 200);
+    ASSERT_EQ(upload("/api/device/import", "030 1234567,Büro,\n").status, 200);
+    const auto found = [&](const std::string &query) {
+        Reply r = http("GET", "/api/lookup?" + query);
+        return r.status == 200 ? r.at("phonebook") + " " + r.at("match") + " " + r.at("entry.name")
+                               : std::to_string(r.status) + " " + r.at("error");
+    };
+    EXPECT_EQ(found("number=%2B49%2030%20123456"), "sim equal Zoë Müller");
+    EXPECT_EQ(found("number=%2B49301234567"), "device trailing Büro");
+    EXPECT_EQ(found("number=0049301234567&country=de"), "device equal Büro");
+    EXPECT_EQ(found("number=%2B4940123456"), "404 no entry in either phonebook has the number +4940123456");
+    EXPECT_EQ(found("number=1-800-FLOWERS").substr(0, 4), "400 ");
+    EXPECT_EQ(found("number=%2B4930123456&country=XX").substr(0, 4), "400 ");
+    EXPECT_EQ(found("country=DE").substr(0, 4), "400 ");
+    EXPECT_EQ(http("POST", "/api/lookup", "{}").status, 405);
+
+    start_web({"--country", "DE"});
+    EXPECT_EQ(found("number=%2B49301234567"), "device equal Büro");
+    EXPECT_EQ(found("number=%2B49301234567&country="), "device trailing Büro");  // none asked for
+}
+
 TEST_F(PbwebApi, RefusedRequestsGetTheirStatusAndChangeNothing)
 {
     const std::string big_json = "{\"name\":\"" + std::string(300 * 1024, 'a') + "\"}";

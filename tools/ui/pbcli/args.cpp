@@ -36,12 +36,17 @@ const CmdInfo kCommands[] = {
     {"copy", Cmd::COPY, true},
     {"check", Cmd::CHECK, true},
     {"find", Cmd::FIND, false},
+    {"who", Cmd::WHO, false},
+    {"duplicates", Cmd::DUPLICATES, false},
+    {"merge", Cmd::MERGE, false},
 };
 
 // Long options without a short spelling.
 constexpr int kOptCut = 0x100;
 constexpr int kOptExpectName = 0x101;
 constexpr int kOptExpectNumber = 0x102;
+constexpr int kOptCountry = 0x103;
+constexpr int kOptKeep = 0x104;
 
 const option kOptions[] = {
     {"json", no_argument, nullptr, 'j'},
@@ -55,6 +60,8 @@ const option kOptions[] = {
     {"cut", no_argument, nullptr, kOptCut},
     {"expect-name", required_argument, nullptr, kOptExpectName},
     {"expect-number", required_argument, nullptr, kOptExpectNumber},
+    {"country", required_argument, nullptr, kOptCountry},
+    {"keep", required_argument, nullptr, kOptKeep},
     {"help", no_argument, nullptr, 'h'},
     {nullptr, 0, nullptr, 0},
 };
@@ -134,6 +141,22 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
         case kOptCut: args->cut = true; break;
         case kOptExpectName: args->expect_name = optarg; break;
         case kOptExpectNumber: args->expect_number = optarg; break;
+        case kOptKeep: {
+            const std::string word = optarg;
+            const size_t colon = word.find(':');
+            storage_type_t type;
+            int index;
+            if (colon == std::string::npos || !parse_phonebook(word.substr(0, colon), &type) ||
+                !pbui::parse_index(word.substr(colon + 1), &index))
+                return "--keep takes PHONEBOOK:INDEX, such as sim:6 or device:2, not '" + word + "'";
+            args->keep.emplace_back(type, index);
+            break;
+        }
+        case kOptCountry:
+            if (std::string why = pbui::country_refusal(optarg); !why.empty())
+                return "--country: " + why;
+            args->country = optarg;
+            break;
         case 'f': {
             pbui::Format f;
             if (!pbui::parse_format(optarg, &f))
@@ -182,6 +205,22 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
             return "find: give the text to look for";
         args->text = pos[next++];
     }
+    if (args->cmd == Cmd::WHO) {
+        if (pos.size() <= next)
+            return "who: give the number to look up";
+        args->text = pos[next++];
+        std::string tidied;
+        if (std::string why = pbui::tidy_number(args->text, &tidied); !why.empty() || tidied.empty())
+            return "who: number '" + args->text + "': " + (why.empty() ? "no digits" : why);
+    }
+    if ((args->cmd == Cmd::DUPLICATES || args->cmd == Cmd::MERGE) && pos.size() > next &&
+        pos[next] != "all") {
+        if (!parse_phonebook(pos[next], &args->type))
+            return pos[0] + ": name the phonebook, sim, device or all (the default)";
+        ++next;
+    } else if (args->cmd == Cmd::DUPLICATES || args->cmd == Cmd::MERGE) {
+        next += pos.size() > next;  // "all"
+    }
     if (args->cmd == Cmd::IMPORT || args->cmd == Cmd::EXPORT) {
         if (pos.size() <= next)
             return pos[0] + ": name the text file";
@@ -202,10 +241,16 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
     case Cmd::DELETE_ALL:
     case Cmd::IMPORT:
     case Cmd::FIND:
+    case Cmd::WHO:
+    case Cmd::DUPLICATES:
+    case Cmd::MERGE:
         if (n != 0)
             return pos[0] + " takes no index";
         if (args->cmd == Cmd::DELETE_ALL && !args->yes)
             return "delete-all removes every entry: confirm with --yes";
+        if (args->cmd == Cmd::MERGE && !args->yes)
+            return "merge deletes every entry of a group but the one it keeps: see them with duplicates, "
+                   "then confirm with --yes";
         break;
     case Cmd::SHOW:
     case Cmd::EDIT:
@@ -239,6 +284,10 @@ std::string parse_args(int argc, const char *const *argv, Args *args)
     if ((args->expect_name || args->expect_number) &&
         !(args->cmd == Cmd::EDIT || (args->cmd == Cmd::DELETE && n == 1)))
         return "--expect-name and --expect-number are for edit, or delete of one index";
+    if (args->country && args->cmd != Cmd::WHO && args->cmd != Cmd::DUPLICATES && args->cmd != Cmd::MERGE)
+        return pos[0] + " takes no --country";
+    if (!args->keep.empty() && args->cmd != Cmd::MERGE)
+        return pos[0] + " takes no --keep";
     if (args->format && args->cmd != Cmd::IMPORT && args->cmd != Cmd::EXPORT)
         return pos[0] + " takes no --format";
     if (args->cut && !(args->cmd == Cmd::COPY && args->to == STORAGE_TYPE_SIM))
@@ -291,6 +340,18 @@ Commands:
                                    holds TEXT in any case (every script with
                                    case) or whose number holds its digits,
                                    separators ignored
+  who [--country CC] NUMBER        the entry a caller's number belongs to, in
+                                   either phonebook (the rule is below);
+                                   exit status 5 when none
+  duplicates [sim|device|all] [--country CC]
+                                   groups of entries with the same number (by
+                                   the rule of who), of one phonebook or both;
+                                   the one merge keeps first
+  merge [sim|device|all] [--country CC] [--keep PHONEBOOK:INDEX]... --yes
+                                   keep one entry of each group (the one
+                                   --keep names, else an e-mail, then the
+                                   longest name, then the device's, then the
+                                   lowest index) and delete the others
   check PHONEBOOK [--name NAME] [--number NUMBER] [--email EMAIL]
                                    how the fields would be stored and whether
                                    they fit: bytes of 50, and on the SIM the
@@ -306,7 +367,7 @@ Options:
   -N, --number NUMBER number: digits * # P W T, + in front for international;
                       at most 50 bytes
   -e, --email EMAIL   e-mail address, at most 50 bytes
-  -y, --yes           confirm delete-all
+  -y, --yes           confirm delete-all and merge
   -f, --format FORMAT import and export: csv (a header row name,number,email;
                       address-book columns read), vcard (vCard 3.0 written;
                       2.1, 3.0 and 4.0 read) or module (the router's own
@@ -322,6 +383,9 @@ Options:
                       saw it (as list prints it); the change is made only
                       if the entry at the index still holds it. Without
                       them pbcli sends the entry it finds at the index.
+      --country CC    who, duplicates, merge: the home country (ISO 3166 two-letter code, DE,
+                      FR, US, ...) whose national numbers are meant; without
+                      it the router's, from the NV key pb_home_country
   -h, --help          show this text
 
 Indexes move when entries are added or deleted, also by other users at the
@@ -336,6 +400,14 @@ x12, ,12) becomes P12; what is left must be digits * # P W T with + only in
 front. A name that is taken by another number gets the kind of number or a
 count after it, Anna (work) or Anna (2); the same name and number are not
 added twice.
+
+Two numbers are the same caller (who) when their international forms are
+equal (00 and + alike); a national number is made international with the
+home country; one that cannot be is compared by its last digits, at least
+7. Pauses, waits and an extension after the number do not count; short and
+service codes (112, *100#) match only themselves. The device phonebook's
+entry comes before the SIM's, the same number before the same last digits,
+then the lowest index.
 
 The module's own lines have no header and no quoting: export writes
 name,number,email, import reads number,name,email (and name first when the

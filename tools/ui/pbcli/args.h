@@ -14,7 +14,23 @@
 
 namespace pbcli {
 
-enum class Cmd { HELP, LIST, SHOW, ADD, EDIT, DELETE, DELETE_ALL, IMPORT, EXPORT, COPY, CHECK, FIND };
+enum class Cmd {
+    HELP,
+    LIST,
+    SHOW,
+    ADD,
+    EDIT,
+    DELETE,
+    DELETE_ALL,
+    IMPORT,
+    EXPORT,
+    COPY,
+    CHECK,
+    FIND,
+    WHO,
+    DUPLICATES,
+    MERGE
+};
 
 struct Args {
     Cmd cmd = Cmd::HELP;
@@ -27,7 +43,13 @@ struct Args {
     // is made only while the entry at the index still holds it
     std::optional<std::string> expect_name, expect_number;
     std::string file;
-    std::string text;                          // find: what to look for
+    std::string text;  // find: what to look for; who: the number
+    // who, duplicates, merge: the home country's ISO 3166 code; none
+    // given: the router's (NV). duplicates and merge of both phonebooks
+    // leave type STORAGE_TYPE_UNKNOWN.
+    std::optional<std::string> country;
+    // merge: the entries to keep of their groups, instead of the most complete
+    std::vector<std::pair<storage_type_t, int>> keep;
     bool yes = false;                          // confirms delete-all
     storage_type_t to = STORAGE_TYPE_UNKNOWN;  // copy: the phonebook copied into
     std::optional<pbui::Format> format;        // import, export: the text format

@@ -11,7 +11,9 @@
 #include <vector>
 
 #include "contacts.h"
+#include "duplicates.h"
 #include "json_writer.h"
+#include "pb_lookup.h"
 #include "phonebook.h"
 #include "report_json.h"
 #include "table.h"
@@ -84,21 +86,27 @@ std::string join(const std::vector<int> &v)
 
 std::string entries_word(size_t n) { return n == 1 ? " entry" : " entries"; }
 
+// An entry's fields, one a line, as show prints them.
+void print_fields(storage_type_t type, const pb_flash_info &e)
+{
+    const auto line = [](const char *label, const std::string &v) {
+        std::cout << "  " << label << (v.empty() ? "" : std::string(9 - std::strlen(label), ' ') + v) << "\n";
+    };
+    line("Index:", std::to_string(e.index));
+    if (type == STORAGE_TYPE_SIM)
+        line("SIM:", std::to_string(e.sim_index));
+    line("Name:", display_text(e.name));
+    line("Number:", display_text(e.num));
+    line("E-mail:", display_text(e.email));
+}
+
 void print_entry(const Session &s, const char *verb, const pb_flash_info &e)
 {
     if (s.args().json)
         return s.answer(true, JsonObject().raw("entry", pbui::json_entry(e)));
     if (verb)
         std::cout << verb << " " << s.title() << " phonebook entry:\n";
-    const auto line = [](const char *label, const std::string &v) {
-        std::cout << "  " << label << (v.empty() ? "" : std::string(9 - std::strlen(label), ' ') + v) << "\n";
-    };
-    line("Index:", std::to_string(e.index));
-    if (s.args().type == STORAGE_TYPE_SIM)
-        line("SIM:", std::to_string(e.sim_index));
-    line("Name:", display_text(e.name));
-    line("Number:", display_text(e.num));
-    line("E-mail:", display_text(e.email));
+    print_fields(s.args().type, e);
 }
 
 Exit not_found(const Session &s, int index)
@@ -359,6 +367,181 @@ Exit cmd_find(Session &s)
     return EXIT_OK;
 }
 
+// The entry a caller's number belongs to, from the phonebook files as
+// they are (the service is not asked, so this never waits for the card).
+Exit cmd_who(Session &s)
+{
+    const Args &a = s.args();
+    pb_lookup_entry e;
+    switch (pb_lookup(a.text.c_str(), a.country ? a.country->c_str() : nullptr, &e)) {
+    case PB_LOOKUP_OK: break;
+    case PB_LOOKUP_NOT_FOUND: return s.fail_text(EXIT_NOT_FOUND, pbui::no_entry_for(a.text));
+    case PB_LOOKUP_BAD_ARGUMENT:
+        return s.fail_text(EXIT_USAGE, "who: the number or the country cannot be read");
+    case PB_LOOKUP_NO_MEMORY: return s.fail_text(EXIT_FAILED, "who: out of memory");
+    case PB_LOOKUP_READ_ERROR: return s.fail(PB_RCODE_READ_ERR, "who");
+    }
+    if (a.json) {
+        std::cout << JsonObject().add("ok", true).members(pbui::json_lookup(e)).str() << "\n";
+        return EXIT_OK;
+    }
+    const auto type = static_cast<storage_type_t>(e.phonebook);
+    std::cout << "Found in the " << pbui::book_title(type) << " phonebook"
+              << (e.exact ? ", the same number:" : ", the same last digits:") << "\n";
+    print_fields(type, pbui::entry_of(e));
+    return EXIT_OK;
+}
+
+// The entries of the phonebook named (both when none is) with their
+// phonebook, the device's first, grouped by the same number; and, when
+// `maybe` is given, the groups that may be one person.
+int duplicate_groups(Session &s, std::vector<pbui::DuplicateGroup> *out,
+                     std::vector<pbui::DuplicateGroup> *maybe = nullptr)
+{
+    const Args &a = s.args();
+    std::vector<pbui::BookEntry> all;
+    for (storage_type_t type : {STORAGE_TYPE_FLASH, STORAGE_TYPE_SIM}) {
+        if (a.type != STORAGE_TYPE_UNKNOWN && a.type != type)
+            continue;
+        Entries v;
+        if (int rc = s.pb().read(type, &v); rc != PB_RCODE_OK)
+            return rc;
+        for (const pb_flash_info &e : v)
+            all.push_back({type, e});
+    }
+    const pbui::Country *home = a.country ? pbui::find_country(*a.country) : pbui::router_country();
+    *out = pbui::find_duplicates(all, home);
+    if (maybe)
+        *maybe = pbui::find_maybe_duplicates(all, home);
+    return PB_RCODE_OK;
+}
+
+std::string json_book_entry(const pbui::BookEntry &e)
+{
+    return JsonObject()
+        .add("phonebook", pbui::storage_name(e.type))
+        .raw("entry", pbui::json_entry(e.entry))
+        .str();
+}
+
+std::string json_groups(const std::vector<pbui::DuplicateGroup> &groups)
+{
+    std::string list = "[";
+    for (const pbui::DuplicateGroup &g : groups) {
+        std::string members = "[";
+        for (const pbui::BookEntry &e : g)
+            members += (members.size() > 1 ? "," : "") + json_book_entry(e);
+        list += (list.size() > 1 ? "," : "") + members + "]";
+    }
+    return list + "]";
+}
+
+std::string where_words(const Args &a)
+{
+    return a.type == STORAGE_TYPE_UNKNOWN ? std::string("both phonebooks")
+                                          : std::string("the ") + pbui::book_title(a.type) + " phonebook";
+}
+
+std::string groups_word(size_t n) { return n == 1 ? " group" : " groups"; }
+
+// One group a line an entry; the first marked with `first`.
+void print_groups(const std::vector<pbui::DuplicateGroup> &groups, const char *title, const char *first)
+{
+    for (size_t k = 0; k < groups.size(); ++k) {
+        std::cout << title << " " << k + 1 << ":\n";
+        for (size_t m = 0; m < groups[k].size(); ++m) {
+            const pbui::BookEntry &e = groups[k][m];
+            std::cout << "  " << (m == 0 ? first : "")
+                      << std::string(6 - (m == 0 ? std::strlen(first) : 0), ' ') << pbui::book_title(e.type)
+                      << " " << e.entry.index << "  " << display_text(e.entry.name) << "  "
+                      << display_text(e.entry.num)
+                      << (e.entry.email[0] ? "  " + display_text(e.entry.email) : std::string()) << "\n";
+        }
+    }
+}
+
+Exit cmd_duplicates(Session &s)
+{
+    std::vector<pbui::DuplicateGroup> groups, maybe;
+    if (int rc = duplicate_groups(s, &groups, &maybe); rc != PB_RCODE_OK)
+        return s.fail(rc, "duplicates");
+    if (s.args().json) {
+        std::cout << JsonObject()
+                         .add("ok", true)
+                         .add("count", groups.size())
+                         .raw("groups", json_groups(groups))
+                         .raw("maybe", json_groups(maybe))
+                         .str()
+                  << "\n";
+        return EXIT_OK;
+    }
+    std::cout << "Duplicates in " << where_words(s.args()) << ": " << groups.size()
+              << groups_word(groups.size())
+              << (maybe.empty() ? "" : ", and " + std::to_string(maybe.size()) + " that may be") << "\n";
+    print_groups(groups, "Group", "keep");
+    print_groups(maybe, "Maybe", "");
+    return EXIT_OK;
+}
+
+// Keeps the first entry of every group and deletes the others, each by the
+// conditional delete (only while its index still holds it; followed when
+// another change moved it).
+Exit cmd_merge(Session &s)
+{
+    std::vector<pbui::DuplicateGroup> groups;
+    if (int rc = duplicate_groups(s, &groups); rc != PB_RCODE_OK)
+        return s.fail(rc, "merge");
+    // The user's picks go first in their groups, before anything is deleted.
+    for (const auto &[type, index] : s.args().keep) {
+        bool found = false;
+        for (pbui::DuplicateGroup &g : groups) {
+            const auto it =
+                std::find_if(g.begin(), g.end(), [&, type = type, index = index](const pbui::BookEntry &e) {
+                    return e.type == type && static_cast<int>(e.entry.index) == index;
+                });
+            if (it != g.end()) {
+                std::rotate(g.begin(), it, it + 1);
+                found = true;
+            }
+        }
+        if (!found)
+            return s.fail_text(EXIT_NOT_FOUND, "merge: the " + std::string(pbui::book_title(type)) +
+                                                   " phonebook's entry " + std::to_string(index) +
+                                                   " is in no group of duplicates");
+    }
+    std::string kept = "[", deleted = "[", words;
+    size_t count = 0;
+    for (const pbui::DuplicateGroup &g : groups) {
+        kept += (kept.size() > 1 ? "," : "") + json_book_entry(g[0]);
+        for (size_t m = 1; m < g.size(); ++m) {
+            int at = 0;
+            if (int rc = s.pb().remove(g[m].type, g[m].entry, &at); rc != PB_RCODE_OK)
+                return s.fail(rc, "merge: delete " + std::string(pbui::book_title(g[m].type)) + " " +
+                                      std::to_string(g[m].entry.index) + " (deleted " +
+                                      std::to_string(count) + entries_word(count) + " before)");
+            ++count;
+            deleted += (deleted.size() > 1 ? "," : "") +
+                       JsonObject().add("phonebook", pbui::storage_name(g[m].type)).add("index", at).str();
+            words += (words.empty() ? "" : ", ") + std::string(pbui::book_title(g[m].type)) + " " +
+                     std::to_string(at);
+        }
+    }
+    if (s.args().json) {
+        std::cout << JsonObject()
+                         .add("ok", true)
+                         .add("groups", groups.size())
+                         .raw("kept", kept + "]")
+                         .raw("deleted", deleted + "]")
+                         .str()
+                  << "\n";
+        return EXIT_OK;
+    }
+    std::cout << "Merged " << groups.size() << (groups.size() == 1 ? " group" : " groups") << " in "
+              << where_words(s.args()) << ": kept " << groups.size() << ", deleted " << count
+              << entries_word(count) << (words.empty() ? "" : " (" + words + ")") << "\n";
+    return EXIT_OK;
+}
+
 // How the fields given would be stored, and whether they fit: the page's
 // live check, from the command line.
 Exit cmd_check(Session &s)
@@ -422,6 +605,9 @@ Exit run_command(const Args &args)
     case Cmd::COPY: return cmd_copy(s, v);
     case Cmd::CHECK: return cmd_check(s);
     case Cmd::FIND: return cmd_find(s);
+    case Cmd::WHO: return cmd_who(s);
+    case Cmd::DUPLICATES: return cmd_duplicates(s);
+    case Cmd::MERGE: return cmd_merge(s);
     }
     return EXIT_USAGE;
 }

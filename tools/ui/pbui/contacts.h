@@ -109,6 +109,54 @@ std::string format(const std::vector<pb_flash_info> &entries, Format f);
  * error. */
 std::string tidy_number(std::string_view in, std::string *out);
 
+/* A home country: ISO 3166 alpha-2 code ("DE"), calling code ("49") and
+ * national trunk prefix ("0"; "" where the country has none). */
+struct Country {
+    const char *iso;
+    const char *calling_code;
+    const char *trunk;
+};
+
+/* The country of an ISO 3166 alpha-2 code, in either case, from the
+ * library's table (static storage), or nullptr when the table lacks it. */
+const Country *find_country(std::string_view iso);
+/* Why a code names no country of the table ("" when it does), for the
+ * user interfaces' --country and ?country=. */
+std::string country_refusal(std::string_view iso);
+/* The router's home country, from the NV key "pb_home_country", or nullptr
+ * when it is unset or not in the table. Reads the NV store. */
+const Country *router_country();
+
+/* How two dialling numbers compare: the same international form (or the
+ * same service code or short number), the same trailing digits, or not the
+ * same subscriber. */
+enum class NumberMatch { NONE, TRAILING, EQUAL };
+
+/* Whether two numbers, written in any form tidy_number reads, reach the
+ * same subscriber. Pauses, waits and an extension after the number are
+ * dropped and a leading 00 is read as +. A national number is made
+ * international with home (nullptr: not known) when it begins with home's
+ * trunk prefix. Two international forms are EQUAL when their digits are,
+ * and otherwise NONE. When one stays national, the two are TRAILING when
+ * their last digits agree over the shorter one's length, leading zeros of a
+ * national number not counted, at least 7 and at most 10 digits. A number
+ * with * or #, or of fewer than 7 digits, matches only itself. A number
+ * tidy_number refuses, or an empty one, matches nothing. */
+NumberMatch match_numbers(std::string_view a, std::string_view b, const Country *home);
+
+/* A number read once for many comparisons (a phonebook's numbers against
+ * a caller's): its form and its digits, without what follows the number; an
+ * international number's from its country code on, with no home country
+ * applied yet. match_dialled(read_dialled(a), read_dialled(b), home) is
+ * match_numbers(a, b, home), and allocates nothing. */
+enum class NumberForm { NONE, SERVICE, SHORT, NATIONAL, INTERNATIONAL };
+struct DialledNumber {
+    NumberForm form = NumberForm::NONE;
+    std::string digits;
+};
+DialledNumber read_dialled(std::string_view written);
+NumberMatch match_dialled(const DialledNumber &a, const DialledNumber &b, const Country *home);
+
 /* The longest head of text that fits in max_bytes, cut at a whole UTF-8
  * character. */
 std::string cut_text(std::string_view text, size_t max_bytes);
@@ -186,8 +234,11 @@ FieldsCheck check_fields(storage_type_t type, const Fields &f);
  * that has case (Latin, Greek, Cyrillic, Armenian, ...; "анна" finds "Анна
  * Каренина", "σ" finds "Σ" and "ς"), or when the text reads as a number and
  * the entry's number holds it with the separators of both ignored ("030
- * 12-34" finds 0301234...). An empty text matches every entry. Made once
- * per search; matches() may then be called from any thread. */
+ * 12-34" finds 0301234...), or when the text is a whole number of at
+ * least 7 digits that match_numbers finds the same as the entry's, with no
+ * home country ("0049 171 1234567" and "0171 1234567" find +491711234567).
+ * An empty text matches every entry. Made once per search; matches() may
+ * then be called from any thread. */
 class Search {
 public:
     explicit Search(std::string_view text);
@@ -195,8 +246,9 @@ public:
 
 private:
     bool empty_;
-    std::u32string text_; /* folded */
-    std::string number_;  /* the text as a number, "" when it is none */
+    std::u32string text_;   /* folded */
+    std::string number_;    /* the text as a number, "" when it is none */
+    DialledNumber dialled_; /* the text as a whole number, for the same number */
 };
 
 /* What became of one contact. */

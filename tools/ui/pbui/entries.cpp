@@ -92,4 +92,15 @@ Chosen choose(const Entries &all, const std::vector<int> &indexes)
     return c;
 }
 
+pb_flash_info entry_of(const pb_lookup_entry &e)
+{
+    pb_flash_info info{};
+    info.index = static_cast<zp_uint32>(e.index);
+    info.sim_index = static_cast<zp_uint32>(e.sim_index);
+    set_field(info.name, e.name);
+    set_field(info.num, e.number);
+    set_field(info.email, e.email);
+    return info;
+}
+
 }  // namespace pbui

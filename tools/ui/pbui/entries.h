@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "contacts.h"
+#include "pb_lookup.h"
 #include "zpt_ui_pb_api.h"
 
 namespace pbui {
@@ -34,6 +35,8 @@ const pb_flash_info *find_entry(const Entries &v, int index);
 const pb_flash_info *find_same(const Entries &v, const pb_flash_info &e);
 /* Copies text into an entry's field, cut to the field's size. */
 void set_field(char (&dst)[PB_TEXT_LEN], const std::string &v);
+/* The entry a caller lookup found, as its phonebook holds it. */
+pb_flash_info entry_of(const pb_lookup_entry &e);
 /* An edit: sets the fields given, keeps the others. */
 void set_fields(pb_flash_info *e, const Fields &f);
 /* True when the entry holds every field given. */

@@ -4,6 +4,7 @@
 // users of the JSON writer alone (pbweb's request parsing) do not link.
 #include "report_json.h"
 
+#include "entries.h"
 #include "words.h"
 
 namespace pbui {
@@ -82,6 +83,14 @@ JsonObject json_check(const FieldsCheck &c)
             "email",
             JsonObject().add("bytes", c.email_bytes).add("max_bytes", kFieldBytes).add("fits", c.email_fits));
     return s;
+}
+
+JsonObject json_lookup(const pb_lookup_entry &e)
+{
+    return JsonObject()
+        .add("phonebook", storage_name(static_cast<storage_type_t>(e.phonebook)))
+        .add("match", e.exact ? "equal" : "trailing")
+        .raw("entry", json_entry(entry_of(e)));
 }
 
 }  // namespace pbui

@@ -10,6 +10,7 @@
 
 #include "contacts.h"
 #include "json_writer.h"
+#include "pb_lookup.h"
 
 namespace pbui {
 
@@ -23,6 +24,10 @@ JsonObject json_report(const Report &r);
  * octets, the number's digits) against the card's limits (null while
  * unknown). */
 JsonObject json_check(const FieldsCheck &c);
+/* The members of a caller lookup's entry: "phonebook" ("sim" or "device"),
+ * "match" ("equal": the same international form; "trailing": the same
+ * last digits) and "entry" as a list shows it. */
+JsonObject json_lookup(const pb_lookup_entry &e);
 
 }  // namespace pbui
 

@@ -104,6 +104,11 @@ std::string number_of(std::string_view s)
 
 Search::Search(std::string_view text) : empty_(text.empty()), number_(number_of(text))
 {
+    // Only a whole number is compared by the rule of the same number: a
+    // short part of one ("0171") is found by the digits it holds alone.
+    dialled_ = read_dialled(text);
+    if (dialled_.form != NumberForm::NATIONAL && dialled_.form != NumberForm::INTERNATIONAL)
+        dialled_ = {};
     text_.resize(text.size());
     text_.resize(fold_text(text, &text_[0], text_.size(), case_tables()));
 }
@@ -113,6 +118,10 @@ bool Search::matches(const pb_flash_info &e) const
     if (empty_)
         return true;
     if (!number_.empty() && std::strstr(e.num, number_.c_str()) != nullptr)
+        return true;
+    if (dialled_.form != NumberForm::NONE &&
+        match_dialled(dialled_, read_dialled(std::string_view(e.num, strnlen(e.num, sizeof e.num))),
+                      nullptr) != NumberMatch::NONE)
         return true;
     if (text_.empty())
         return false;

@@ -100,4 +100,9 @@ std::string no_entry_at(storage_type_t type, int index)
     return "no entry at index " + std::to_string(index) + " in the " + book_title(type) + " phonebook";
 }
 
+std::string no_entry_for(std::string_view number)
+{
+    return "no entry in either phonebook has the number " + std::string(number);
+}
+
 }  // namespace pbui

@@ -47,6 +47,8 @@ storage_type_t storage_named(std::string_view word);
 const char *book_title(storage_type_t type); /* in a sentence: "SIM" or "device" */
 /* "no entry at index 42 in the device phonebook" */
 std::string no_entry_at(storage_type_t type, int index);
+/* "no entry in either phonebook has the number +4930123456" */
+std::string no_entry_for(std::string_view number);
 
 }  // namespace pbui
 

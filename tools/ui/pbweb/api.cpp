@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "json_writer.h"
+#include "pb_lookup.h"
 #include "report_json.h"
 #include "words.h"
 
@@ -399,6 +400,32 @@ Response check(const ApiRequest &req)
     return ok(pbui::json_check(pbui::check_fields(req.route.type, {req.name, req.number, req.email})));
 }
 
+// The entry a caller's number belongs to, read from the phonebook files
+// (pb_lookup): it never waits for the service or the card.
+Response lookup(const ApiRequest &req)
+{
+    if (!req.number || req.number->empty())
+        return bad_input("lookup: give the number, ?number=");
+    std::string tidied;
+    if (std::string why = pbui::tidy_number(*req.number, &tidied); !why.empty())
+        return bad_input("number '" + *req.number + "': " + why);
+    // An empty ?country= asks for no home country: the C API's "".
+    if (req.country && !req.country->empty())
+        if (std::string why = pbui::country_refusal(*req.country); !why.empty())
+            return bad_input(why);
+    pb_lookup_entry e;
+    switch (pb_lookup(req.number->c_str(), req.country ? req.country->c_str() : nullptr, &e)) {
+    case PB_LOOKUP_OK: return ok(pbui::json_lookup(e));
+    case PB_LOOKUP_NOT_FOUND:
+        return error_response(404, PB_RCODE_INVALID_ERR, pbui::no_entry_for(*req.number));
+    case PB_LOOKUP_BAD_ARGUMENT: return bad_input("lookup: the number or the country cannot be read");
+    case PB_LOOKUP_NO_MEMORY: break;
+    case PB_LOOKUP_READ_ERROR:
+        return error_response(500, PB_RCODE_READ_ERR, "lookup: " + pbui::rcode_message(PB_RCODE_READ_ERR));
+    }
+    return error_response(500, PB_RCODE_ERROR, "lookup: out of memory");
+}
+
 }  // namespace
 
 void note_sim_answer(int rc)
@@ -496,6 +523,7 @@ Response handle_api(Phonebook &pb, const ApiRequest &req)
     case Op::EXPORT: return export_file(pb, req);
     case Op::COPY: return with_body(pb, req, copy);
     case Op::CHECK: return check(req);
+    case Op::LOOKUP: return lookup(req);
     case Op::BAD_METHOD: return error_response(405, PB_RCODE_ARGSERR, "method not allowed here");
     // Login and logout are the server's (they set the session cookie).
     case Op::NOT_FOUND:

@@ -39,8 +39,11 @@ struct ApiRequest {
     std::string search;      // ?q=
     std::string index_list;  // ?index=
     bool has_index_list = false;
-    std::string format;                              // ?format= of an import or export, "" when not given
-    std::optional<std::string> name, number, email;  // ?name= &number= &email= of a check
+    std::string format;  // ?format= of an import or export, "" when not given
+    std::optional<std::string> name, number,
+        email;  // ?name= &number= &email= of a check; ?number= of a lookup
+    // ?country= of a lookup, else pbweb's --country; none: the router's (NV)
+    std::optional<std::string> country;
     std::string body;
     bool login = false;  // pbweb asks for a password (status tells the page)
 };

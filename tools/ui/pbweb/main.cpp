@@ -4,7 +4,7 @@
 //
 //   pbweb [--listen ADDR:PORT] [--password-file FILE] [--session-idle SECONDS]
 //         [--session-max SECONDS] [--tls-cert FILE --tls-key FILE] [--insecure-lan]
-//         [--host NAME]...
+//         [--host NAME]... [--country CC]
 //   pbweb --set-password FILE     (the password on standard input)
 //
 // Prints "pbweb: listening on http://ADDR:PORT/" (https with a certificate)
@@ -26,6 +26,7 @@
 #include <iterator>
 #include <string>
 
+#include "contacts.h"
 #include "server.h"
 
 namespace {
@@ -47,9 +48,11 @@ const char kUsage[] =
     "      --insecure-lan          serve plain HTTP on an address other than loopback\n"
     "  -H, --host NAME             a host name the page is reached by (again for more); addresses\n"
     "                              and localhost always work, other names are refused\n"
+    "      --country CC            the home country of /api/lookup without ?country= (ISO 3166\n"
+    "                              two-letter code); without it the router's (NV pb_home_country)\n"
     "  -h, --help                  this text\n";
 
-enum LongOnly { SET_PASSWORD = 256, SESSION_IDLE, SESSION_MAX, TLS_CERT, TLS_KEY, INSECURE_LAN };
+enum LongOnly { SET_PASSWORD = 256, SESSION_IDLE, SESSION_MAX, TLS_CERT, TLS_KEY, INSECURE_LAN, COUNTRY };
 
 bool read_file(const std::string &file, std::string *out, std::string *error)
 {
@@ -126,6 +129,7 @@ int main(int argc, char **argv)
                                    {"tls-cert", required_argument, nullptr, TLS_CERT},
                                    {"tls-key", required_argument, nullptr, TLS_KEY},
                                    {"insecure-lan", no_argument, nullptr, INSECURE_LAN},
+                                   {"country", required_argument, nullptr, COUNTRY},
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
     std::string error, password_to_set;
@@ -141,6 +145,12 @@ int main(int argc, char **argv)
         case TLS_CERT: ok = read_file(optarg, &opt.tls_cert, &error); break;
         case TLS_KEY: ok = read_file(optarg, &opt.tls_key, &error); break;
         case INSECURE_LAN: opt.insecure_lan = true; break;
+        case COUNTRY:
+            opt.country = optarg;
+            ok = (error = pbui::country_refusal(optarg)).empty();
+            if (!ok)
+                error = "--country: " + error;
+            break;
         case 'h': std::fputs(kUsage, stdout); return 0;
         default: std::fputs(kUsage, stderr); return 2;
         }

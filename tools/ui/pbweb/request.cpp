@@ -60,6 +60,8 @@ Route parse_route(const std::string &method, const std::string &path)
             return want("POST", Op::LOGIN);
         if (p[2] == "logout")
             return want("POST", Op::LOGOUT);
+        if (p[2] == "lookup")
+            return want("GET", Op::LOOKUP);
         return r;
     }
     r.type = parse_book(p[2]);
@@ -107,6 +109,7 @@ bool changes_state(Op op)
     case Op::LIST:
     case Op::SHOW:
     case Op::CHECK:
+    case Op::LOOKUP:
     case Op::EXPORT: return false;
     }
     return true;  // not an Op: treated as a change, so the Origin check runs

@@ -33,6 +33,7 @@ enum class Op {
     EXPORT,      // GET  /api/{book}/export[?index=1,2,...][&format=F]
     COPY,        // POST /api/{book}/copy: into the other phonebook
     CHECK,       // GET  /api/{book}/check?name=&number=&email=
+    LOOKUP,      // GET  /api/lookup?number=N[&country=CC]: the entry a caller's number belongs to
 };
 
 struct Route {

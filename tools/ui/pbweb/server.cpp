@@ -194,6 +194,7 @@ StartError Server::start(const ServerOptions &opt, std::string *error)
     if (!parse_listen(opt.listen, &addr, &v6, error))
         return StartError::OPTIONS;
     tls_ = !opt.tls_cert.empty() || !opt.tls_key.empty();
+    country_ = opt.country;
     if (tls_ && (opt.tls_cert.empty() || opt.tls_key.empty()))
         return *error = "--tls-cert and --tls-key go together", StartError::OPTIONS;
     if (!tls_ && !opt.insecure_lan && !is_loopback(addr))
@@ -397,6 +398,10 @@ int Server::on_request(MHD_Connection *c, const char *url, const char *method, c
     for (auto [key, field] : {std::pair{"name", &req.name}, {"number", &req.number}, {"email", &req.email}})
         if (const char *v = MHD_lookup_connection_value(c, MHD_GET_ARGUMENT_KIND, key))
             *field = v;
+    if (const char *cc = MHD_lookup_connection_value(c, MHD_GET_ARGUMENT_KIND, "country"))
+        req.country = cc;
+    else if (!country_.empty())
+        req.country = country_;
     return send(c, handle_api(pb_, req));
 }
 

@@ -51,6 +51,7 @@ struct ServerOptions {
     std::string tls_cert, tls_key;   // PEM texts; both empty: plain HTTP
     bool insecure_lan = false;       // plain HTTP on an address other than loopback
     unsigned threads = 4;
+    std::string country;  // the home country of a lookup without ?country=; "": the router's (NV)
 };
 
 // Why start() failed: the options themselves, or what it met.
@@ -84,6 +85,7 @@ private:
     bool tls_ = false;
     std::unique_ptr<Auth> auth_;  // null: no login
     std::vector<std::string> hosts_;
+    std::string country_;  // --country
 };
 
 }  // namespace pbweb
