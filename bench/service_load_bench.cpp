@@ -78,16 +78,6 @@ double transport_read_ms()
     return got == kRecords ? ms : -1;
 }
 
-bool service_up()
-{
-    pb_event_req_t req{};
-    req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
-    pb_rsp_t rsp{};
-    size_t len = sizeof rsp;
-    return simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &len, 5000) == 0 &&
-           rsp.pb_result == PB_RCODE_ARGSERR;
-}
-
 // One read through a freshly started service, from the get-all that starts
 // it until the SIM file holds every record; < 0 on a failure.
 double service_read_ms()
@@ -97,7 +87,7 @@ double service_read_ms()
                                  MU_ID, [](void *m, void *) { mm_pb_proc(m); }, nullptr, &server) != IPC_OK)
         return -1;
     // The thread's start-up (files, table) is over once it answers.
-    if (!pbt::wait_until(service_up, kWaitMs)) {
+    if (!pbt::wait_until(pbt::service_up, kWaitMs)) {
         mm_pb_fin();
         ipc_server_stop(server);
         return -1;
@@ -172,7 +162,7 @@ void BM_HostRssUnderFlood(benchmark::State &state)
         return;
     }
     pbt::child host({PB_HOST_BIN});
-    if (!pbt::wait_until(service_up, 10000)) {
+    if (!pbt::wait_until(pbt::service_up, 10000)) {
         state.SkipWithError("pb_host did not come up");
         return;
     }
@@ -201,7 +191,7 @@ void BM_HostRssUnderFlood(benchmark::State &state)
         peak = std::max(peak, status_kib(host.pid, "VmRSS:"));
         // The modem goes away: the add fails and the queue drains.
         sim.stop();
-        const bool drained = pbt::wait_until(service_up, kWaitMs);
+        const bool drained = pbt::wait_until(pbt::service_up, kWaitMs);
         after = status_kib(host.pid, "VmRSS:");
         sim.set_reply_delay(0);
         if (!sent || !drained || !sim.start()) {

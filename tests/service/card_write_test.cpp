@@ -15,18 +15,6 @@ namespace {
 constexpr zp_uint32 kWriteLimitMs = 60000;  // the service's limit for one card write
 constexpr int kWaitMs = 180000;             // generous: past the write limit and a read of the card
 
-// Whether the service of the host process takes requests (it answers an
-// action it does not support as such).
-bool service_up()
-{
-    pb_event_req_t req{};
-    req.event = SIM_PB_HANDLE_TYPE_GETCOUNT;
-    pb_rsp_t rsp{};
-    size_t len = sizeof rsp;
-    return simlib_send_request_sync(MU_ID, MSG_ID_PB_REQ, &req, sizeof req, &rsp, &len, 5000) == 0 &&
-           rsp.pb_result == PB_RCODE_ARGSERR;
-}
-
 // The SIM phonebook as a get-all lists it, waiting while the card is read;
 // false when it was not read within the wait.
 bool list_sim(std::vector<pb_flash_info> *out)
@@ -54,7 +42,7 @@ protected:
     {
         pbt::remove_books();
         rig_.start(PB_DATA_DIR "/card.txt", "card 100 20 20\n1,+49301,one\n2,+49302,two\n");
-        ASSERT_TRUE(pbt::wait_until(service_up, 10000));
+        ASSERT_TRUE(pbt::wait_until(pbt::service_up, 10000));
         ASSERT_EQ(simlib_pb_init(STORAGE_TYPE_SIM), 0);
         std::vector<pb_flash_info> sim;
         ASSERT_TRUE(list_sim(&sim));
