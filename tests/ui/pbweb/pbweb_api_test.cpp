@@ -351,6 +351,57 @@ TEST_F(PbwebApi, LookupFindsTheCallerInEitherPhonebook)
     EXPECT_EQ(found("number=%2B49301234567&country="), "device trailing Büro");  // none asked for
 }
 
+// Duplicates across both phonebooks, and a merge that deletes only what
+// is still as the page showed it and never the entry it keeps.
+TEST_F(PbwebApi, DuplicatesAreListedAndMergedAcrossBothPhonebooks)
+{
+    ASSERT_EQ(sim_list().status, 200);
+    ASSERT_EQ(upload("/api/device/import", "030 123456,Zoe,z@example.de\n03012345,Büro,\n").status, 200);
+    ASSERT_EQ(http("POST", "/api/sim/entries", R"({"name":"Büro","number":"0301234567"})").status, 201);
+    Reply d = http("GET", "/api/duplicates?country=DE");
+    ASSERT_EQ(d.status, 200) << d.body;
+    EXPECT_EQ(d.at("count") + " " + d.at("groups.0"), "1 #2");
+    // The entry with an e-mail is kept first; the SIM's follows.
+    EXPECT_EQ(d.at("groups.0.0.phonebook") + ":" + d.at("groups.0.0.entry.name") + " " +
+                  d.at("groups.0.1.phonebook") + ":" + d.at("groups.0.1.entry.name"),
+              "device:Zoe sim:Zoë Müller");
+    EXPECT_EQ(d.at("maybe") + " " + d.at("maybe.0.0.entry.number") + " " + d.at("maybe.0.1.entry.number"),
+              "#1 03012345 0301234567");
+    EXPECT_EQ(http("GET", "/api/sim/duplicates").at("count"), "0");
+
+    const std::string zoe_sim = R"({"phonebook":"sim","index":1,"name":"Zoë Müller","number":"+4930123456"})";
+    const std::string zoe_dev = R"({"phonebook":"device","index":1,"name":"Zoe","number":"030123456"})";
+    const auto merge = [&](const std::string &keep, const std::string &drop) {
+        Reply r =
+            http("POST", "/api/merge", R"({"groups":[{"keep":)" + keep + R"(,"delete":[)" + drop + "]}]}");
+        return std::to_string(r.status) + " " +
+               (r.status == 200 ? r.at("deleted.0.phonebook") : r.at("code"));
+    };
+    const struct {
+        std::string keep, drop, want;
+    } refused[] = {
+        {R"({"phonebook":"sim","index":1,"name":"Zoe M."})", zoe_dev, "409 24"},  // kept one changed
+        {zoe_sim, R"({"phonebook":"device","index":1,"name":"Zora"})", "409 24"},
+        {zoe_sim, R"({"phonebook":"device","index":9,"name":"Zoe"})", "409 24"},
+        {zoe_sim, zoe_sim, "400 1"},  // deletes what it keeps
+        {zoe_sim, R"({"index":1,"name":"Zoe"})", "400 1"},
+        {zoe_sim, R"({"phonebook":"all","index":1})", "400 1"},
+    };
+    for (const auto &c : refused)
+        EXPECT_EQ(merge(c.keep, c.drop), c.want) << c.keep << " " << c.drop;
+    EXPECT_EQ(http("POST", "/api/merge", R"({"groups":[]})").status, 400);
+    EXPECT_EQ(http("GET", "/api/merge").status, 405);
+    EXPECT_EQ(http("GET", "/api/duplicates?country=XX").status, 400);
+    EXPECT_EQ(http("GET", "/api/device/entries").at("count"), "2") << "nothing refused was deleted";
+
+    // The user keeps the card's entry: the device's copy goes.
+    EXPECT_EQ(merge(zoe_sim, zoe_dev), "200 device");
+    Reply dev = http("GET", "/api/device/entries");
+    EXPECT_EQ(dev.at("count") + " " + dev.at("entries.0.name"), "1 Büro");
+    EXPECT_EQ(rig_.card_name(1), "Zoë Müller");
+    EXPECT_EQ(http("GET", "/api/duplicates?country=DE").at("count"), "0");
+}
+
 TEST_F(PbwebApi, RefusedRequestsGetTheirStatusAndChangeNothing)
 {
     const std::string big_json = "{\"name\":\"" + std::string(300 * 1024, 'a') + "\"}";

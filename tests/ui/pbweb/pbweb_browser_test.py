@@ -145,6 +145,11 @@ def http(url, method, path, body):
         return json.load(r)
 
 
+def http_get(url, path):
+    with urllib.request.urlopen(url + path, timeout=WAIT) as r:
+        return json.load(r)
+
+
 def run(page, url, work, card_path, downloads):
     p = page
     # The SIM is still being read (the simulator answers slowly): the page
@@ -324,6 +329,53 @@ def run(page, url, work, card_path, downloads):
     p.d.set_window_size(1280, 900)
 
 
+def run_duplicates(page, url):
+    """Duplicates across both phonebooks: the groups shown, the user keeps
+    the card's entry of one and leaves another, and a merge of an entry
+    changed meanwhile is refused with the groups shown anew."""
+    p = page
+    for entry in ({"name": "Zoë (home)", "number": "030 123456", "email": "zoe@example.de"},
+                  {"name": "Emergency", "number": "112"}, {"name": "Дмитрий", "number": "8495765"}):
+        http(url, "POST", "/api/device/entries", entry)
+
+    def groups():
+        return p.d.execute_script("""return [...document.querySelectorAll('#dup-groups fieldset')].map((f) => ({
+            kind: f.dataset.kind, take: f.querySelector('.dup-take').checked,
+            entries: [...f.querySelectorAll('.dup-entry')].map((l) => l.textContent)}))""")
+
+    p.el("#dup-open").click()
+    p.wait(lambda: len(groups()) == 3, "the groups of duplicates")
+    g = groups()
+    assert [(x["kind"], x["take"]) for x in g] == [("same", True), ("same", True), ("maybe", False)], g
+    # The entry with an e-mail is offered to keep first.
+    assert g[0]["entries"] == ["Device entry 1: Zoë (home), 030123456, zoe@example.de",
+                               "SIM entry 1: Zoë Müller, +4930123456"], g[0]
+    assert p.el("#dup-merge").text == "Merge: delete 2 entries", p.el("#dup-merge").text
+    p.shot("duplicates")
+    # Keep the card's Zoë, leave the 112s alone.
+    sets = p.d.find_elements(By.CSS_SELECTOR, "#dup-groups fieldset")
+    sets[0].find_elements(By.CSS_SELECTOR, "input[type=radio]")[1].click()
+    sets[1].find_element(By.CSS_SELECTOR, ".dup-take").click()
+    assert p.el("#dup-merge").text == "Merge: delete 1 entry", p.el("#dup-merge").text
+    p.el("#dup-merge").click()
+    p.wait(lambda: not p.el("#dup-dialog").is_displayed(), "the dialog closed")
+    assert p.message() == "Merged: deleted 1 entry.", p.message()
+    device = http_get(url, "/api/device/entries")
+    assert [e["name"] for e in device["entries"]] == ["Emergency", "Дмитрий"], device
+    assert "Zoë Müller" in p.names()
+
+    # Another client renames the device's 112 while the groups are shown.
+    p.el("#dup-open").click()
+    p.wait(lambda: len(groups()) == 2, "the groups left")
+    sos = device["entries"][0]["index"]
+    http(url, "PUT", f"/api/device/entries/{sos}", {"name": "SOS"})
+    p.el("#dup-merge").click()
+    p.wait(lambda: "changed meanwhile" in p.el("#dup-error").text, "the merge refused")
+    p.wait(lambda: f"Device entry {sos}: SOS, 112" in groups()[0]["entries"], "the groups shown anew")
+    p.el("#dup-close").click()
+    http(url, "POST", "/api/device/delete-all", {"confirm": "delete all"})
+
+
 def run_outages(page, procs, start_host, start_simd):
     """The phonebook service, then the modem, stop and start again: the page
     shows each in its own panel (never as an empty phonebook) with the
@@ -357,6 +409,12 @@ def run_outages(page, procs, start_host, start_simd):
 
     procs.host = start_host()
     p.wait(lambda: len(p.names()) == 4 and p.el("#add").is_enabled(), "the SIM list back")
+
+    # The service goes while nobody touches the page: its panel shows by itself.
+    procs.stop_one(procs.host)
+    p.wait(lambda: p.state() == "unreachable", "the service's panel without an action")
+    procs.host = start_host()
+    p.wait(lambda: len(p.names()) == 4 and p.el("#add").is_enabled(), "the SIM list back again")
 
     # The modem goes: the next ask of the card finds it gone, and after the
     # longest read of a card the page stops saying "reading".
@@ -532,6 +590,7 @@ def main():
         driver.execute_cdp_cmd("Page.setDownloadBehavior", {"behavior": "allow", "downloadPath": downloads})
         page = Page(driver, url, work)
         run(page, url, work, card, downloads)
+        run_duplicates(page, url)
         run_outages(page, procs, start_host, start_simd)
         run_languages(driver_for, url, work)
         run_first_draw(page, work)

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "contacts.h"
-#include "duplicates.h"
 #include "json_writer.h"
+#include "merge.h"
 #include "pb_lookup.h"
 #include "phonebook.h"
 #include "report_json.h"
@@ -392,48 +392,20 @@ Exit cmd_who(Session &s)
     return EXIT_OK;
 }
 
-// The entries of the phonebook named (both when none is) with their
-// phonebook, the device's first, grouped by the same number; and, when
-// `maybe` is given, the groups that may be one person.
+// The entries of the phonebook named (both when none is) grouped by the
+// same number; and, when `maybe` is given, the groups that may be one person.
 int duplicate_groups(Session &s, std::vector<pbui::DuplicateGroup> *out,
                      std::vector<pbui::DuplicateGroup> *maybe = nullptr)
 {
     const Args &a = s.args();
     std::vector<pbui::BookEntry> all;
-    for (storage_type_t type : {STORAGE_TYPE_FLASH, STORAGE_TYPE_SIM}) {
-        if (a.type != STORAGE_TYPE_UNKNOWN && a.type != type)
-            continue;
-        Entries v;
-        if (int rc = s.pb().read(type, &v); rc != PB_RCODE_OK)
-            return rc;
-        for (const pb_flash_info &e : v)
-            all.push_back({type, e});
-    }
+    if (int rc = pbui::read_book_entries(s.pb(), a.type, &all); rc != PB_RCODE_OK)
+        return rc;
     const pbui::Country *home = a.country ? pbui::find_country(*a.country) : pbui::router_country();
     *out = pbui::find_duplicates(all, home);
     if (maybe)
         *maybe = pbui::find_maybe_duplicates(all, home);
     return PB_RCODE_OK;
-}
-
-std::string json_book_entry(const pbui::BookEntry &e)
-{
-    return JsonObject()
-        .add("phonebook", pbui::storage_name(e.type))
-        .raw("entry", pbui::json_entry(e.entry))
-        .str();
-}
-
-std::string json_groups(const std::vector<pbui::DuplicateGroup> &groups)
-{
-    std::string list = "[";
-    for (const pbui::DuplicateGroup &g : groups) {
-        std::string members = "[";
-        for (const pbui::BookEntry &e : g)
-            members += (members.size() > 1 ? "," : "") + json_book_entry(e);
-        list += (list.size() > 1 ? "," : "") + members + "]";
-    }
-    return list + "]";
 }
 
 std::string where_words(const Args &a)
@@ -469,8 +441,8 @@ Exit cmd_duplicates(Session &s)
         std::cout << JsonObject()
                          .add("ok", true)
                          .add("count", groups.size())
-                         .raw("groups", json_groups(groups))
-                         .raw("maybe", json_groups(maybe))
+                         .raw("groups", pbui::json_groups(groups))
+                         .raw("maybe", pbui::json_groups(maybe))
                          .str()
                   << "\n";
         return EXIT_OK;
@@ -509,33 +481,22 @@ Exit cmd_merge(Session &s)
                                                    " phonebook's entry " + std::to_string(index) +
                                                    " is in no group of duplicates");
     }
-    std::string kept = "[", deleted = "[", words;
-    size_t count = 0;
-    for (const pbui::DuplicateGroup &g : groups) {
-        kept += (kept.size() > 1 ? "," : "") + json_book_entry(g[0]);
-        for (size_t m = 1; m < g.size(); ++m) {
-            int at = 0;
-            if (int rc = s.pb().remove(g[m].type, g[m].entry, &at); rc != PB_RCODE_OK)
-                return s.fail(rc, "merge: delete " + std::string(pbui::book_title(g[m].type)) + " " +
-                                      std::to_string(g[m].entry.index) + " (deleted " +
-                                      std::to_string(count) + entries_word(count) + " before)");
-            ++count;
-            deleted += (deleted.size() > 1 ? "," : "") +
-                       JsonObject().add("phonebook", pbui::storage_name(g[m].type)).add("index", at).str();
-            words += (words.empty() ? "" : ", ") + std::string(pbui::book_title(g[m].type)) + " " +
-                     std::to_string(at);
-        }
+    pbui::Merged done;
+    if (int rc = pbui::merge_groups(s.pb(), groups, &done); rc != PB_RCODE_OK) {
+        return s.fail(rc, "merge: delete " + std::string(pbui::book_title(done.failed.type)) + " " +
+                              std::to_string(done.failed.entry.index) + " (deleted " +
+                              std::to_string(done.deleted.size()) + entries_word(done.deleted.size()) +
+                              " before)");
     }
     if (s.args().json) {
-        std::cout << JsonObject()
-                         .add("ok", true)
-                         .add("groups", groups.size())
-                         .raw("kept", kept + "]")
-                         .raw("deleted", deleted + "]")
-                         .str()
-                  << "\n";
+        std::cout << JsonObject().add("ok", true).members(pbui::json_merged(done)).str() << "\n";
         return EXIT_OK;
     }
+    std::string words;
+    for (const pbui::BookEntry &e : done.deleted)
+        words += (words.empty() ? "" : ", ") + std::string(pbui::book_title(e.type)) + " " +
+                 std::to_string(e.entry.index);
+    const size_t count = done.deleted.size();
     std::cout << "Merged " << groups.size() << (groups.size() == 1 ? " group" : " groups") << " in "
               << where_words(s.args()) << ": kept " << groups.size() << ", deleted " << count
               << entries_word(count) << (words.empty() ? "" : " (" + words + ")") << "\n";

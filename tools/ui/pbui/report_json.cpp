@@ -93,4 +93,35 @@ JsonObject json_lookup(const pb_lookup_entry &e)
         .raw("entry", json_entry(entry_of(e)));
 }
 
+std::string json_book_entry(const BookEntry &e)
+{
+    return JsonObject().add("phonebook", storage_name(e.type)).raw("entry", json_entry(e.entry)).str();
+}
+
+std::string json_groups(const std::vector<DuplicateGroup> &groups)
+{
+    std::string list = "[";
+    for (const DuplicateGroup &g : groups) {
+        std::string members = "[";
+        for (const BookEntry &e : g)
+            members += (members.size() > 1 ? "," : "") + json_book_entry(e);
+        list += (list.size() > 1 ? "," : "") + members + "]";
+    }
+    return list + "]";
+}
+
+JsonObject json_merged(const Merged &m)
+{
+    std::string kept = "[", deleted = "[";
+    for (const BookEntry &e : m.kept)
+        kept += (kept.size() > 1 ? "," : "") + json_book_entry(e);
+    for (const BookEntry &e : m.deleted)
+        deleted += (deleted.size() > 1 ? "," : "") + JsonObject()
+                                                         .add("phonebook", storage_name(e.type))
+                                                         .add("index", static_cast<int>(e.entry.index))
+                                                         .str();
+    return std::move(
+        JsonObject().add("groups", m.kept.size()).raw("kept", kept + "]").raw("deleted", deleted + "]"));
+}
+
 }  // namespace pbui

@@ -1,6 +1,6 @@
 /*
- * report_json.h - the report of an import or a copy and the check of an
- * entry's fields as JSON members, for pbcli --json and pbweb's answers
+ * report_json.h - the report of an import or a copy, the check of an
+ * entry's fields, a lookup, duplicates and a merge as JSON members, for pbcli --json and pbweb's answers
  * alike. Pure functions; any thread.
  */
 #ifndef PBUI_REPORT_JSON_H
@@ -10,6 +10,7 @@
 
 #include "contacts.h"
 #include "json_writer.h"
+#include "merge.h"
 #include "pb_lookup.h"
 
 namespace pbui {
@@ -28,6 +29,13 @@ JsonObject json_check(const FieldsCheck &c);
  * "match" ("equal": the same international form; "trailing": the same
  * last digits) and "entry" as a list shows it. */
 JsonObject json_lookup(const pb_lookup_entry &e);
+/* {"phonebook":"sim"|"device","entry":{...}}. */
+std::string json_book_entry(const BookEntry &e);
+/* The groups of duplicates: a list of lists of json_book_entry. */
+std::string json_groups(const std::vector<DuplicateGroup> &groups);
+/* The members of a merge: "groups":N, "kept":[book entries], "deleted":
+ * [{"phonebook":...,"index":N}] (the index each was deleted at). */
+JsonObject json_merged(const Merged &m);
 
 }  // namespace pbui
 

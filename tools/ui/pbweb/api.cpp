@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "json_writer.h"
+#include "merge.h"
 #include "pb_lookup.h"
 #include "report_json.h"
 #include "words.h"
@@ -426,6 +427,147 @@ Response lookup(const ApiRequest &req)
     return error_response(500, PB_RCODE_ERROR, "lookup: out of memory");
 }
 
+// The home country of a duplicates search: ?country= (or --country), an
+// empty one for none; else the router's. False with *err for a code the
+// table lacks.
+bool home_country(const ApiRequest &req, const pbui::Country **home, std::string *err)
+{
+    if (!req.country) {
+        *home = pbui::router_country();
+        return true;
+    }
+    *home = req.country->empty() ? nullptr : pbui::find_country(*req.country);
+    *err = req.country->empty() ? std::string() : pbui::country_refusal(*req.country);
+    return err->empty();
+}
+
+// The groups of entries that are the same person, and those that may be,
+// in one phonebook or both, as pbcli duplicates lists them.
+Response duplicates(Phonebook &pb, const ApiRequest &req)
+{
+    const pbui::Country *home = nullptr;
+    std::string err;
+    if (!home_country(req, &home, &err))
+        return bad_input(err);
+    std::vector<pbui::BookEntry> all;
+    const int rc = pbui::read_book_entries(pb, req.route.type, &all);
+    if (rc != PB_RCODE_OK || req.route.type != STORAGE_TYPE_FLASH)
+        note_sim_answer(rc);
+    if (rc != PB_RCODE_OK)
+        return failure(rc, "duplicates",
+                       req.route.type == STORAGE_TYPE_FLASH ? req.route.type : STORAGE_TYPE_SIM);
+    const std::vector<pbui::DuplicateGroup> groups = pbui::find_duplicates(all, home);
+    return ok(std::move(JsonObject()
+                            .add("count", groups.size())
+                            .raw("groups", pbui::json_groups(groups))
+                            .raw("maybe", pbui::json_groups(pbui::find_maybe_duplicates(all, home)))));
+}
+
+// An entry of a merge as the page showed it: its phonebook, index and fields.
+struct ShownInBook {
+    storage_type_t type;
+    ShownEntry shown;
+};
+
+bool read_shown_in_book(const Json &obj, ShownInBook *out, std::string *err)
+{
+    const Json *book = obj.get("phonebook");
+    out->type = book && book->type == Json::STRING ? pbui::storage_named(book->text) : STORAGE_TYPE_UNKNOWN;
+    if (out->type == STORAGE_TYPE_UNKNOWN)
+        return *err = "each entry needs its \"phonebook\", \"sim\" or \"device\"", false;
+    return read_shown_entry(obj, &out->shown, err);
+}
+
+// {"groups":[{"keep":ENTRY,"delete":[ENTRY...]}...]}, each ENTRY with its
+// "phonebook", "index" and the fields shown; *groups: the kept entry first.
+// An entry named twice is refused: a merge must not delete what it keeps.
+bool read_merge_groups(const Json &body, std::vector<std::vector<ShownInBook>> *groups, std::string *err)
+{
+    const Json *list = body.get("groups");
+    if (!list || list->type != Json::ARRAY || list->items.empty())
+        return *err = "\"groups\" must list the groups to merge, each with \"keep\" and \"delete\"", false;
+    std::vector<std::pair<storage_type_t, int>> named;
+    for (size_t g = 0; g < list->items.size(); ++g) {
+        const Json &item = list->items[g];
+        const Json *keep = item.get("keep"), *drop = item.get("delete");
+        const std::string where = "groups[" + std::to_string(g) + "]: ";
+        if (!keep || !drop || drop->type != Json::ARRAY || drop->items.empty())
+            return *err = where + "needs \"keep\" and a list \"delete\" of one entry or more", false;
+        std::vector<ShownInBook> members(1 + drop->items.size());
+        for (size_t m = 0; m < members.size(); ++m) {
+            if (!read_shown_in_book(m == 0 ? *keep : drop->items[m - 1], &members[m], err))
+                return *err = where + *err, false;
+            const std::pair<storage_type_t, int> id{members[m].type, members[m].shown.index};
+            if (std::find(named.begin(), named.end(), id) != named.end())
+                return *err = where + "the " + pbui::book_title(id.first) + " phonebook's entry " +
+                              std::to_string(id.second) + " is named twice",
+                       false;
+            if (named.size() == 2 * PB_MAX_ENTRIES)
+                return *err = "more entries than both phonebooks hold", false;
+            named.push_back(id);
+        }
+        groups->push_back(std::move(members));
+    }
+    return true;
+}
+
+// Keeps one entry of each group and deletes the others, once every entry
+// named is still as the page showed it (409 otherwise, nothing deleted);
+// each delete is made by the service only while its entry still is.
+Response merge(Phonebook &pb, const ApiRequest &, const Json &body)
+{
+    std::vector<std::vector<ShownInBook>> shown;
+    std::string err;
+    if (!read_merge_groups(body, &shown, &err))
+        return bad_input(err);
+    // The groups with the entries as they are now, filled in by the checks.
+    std::vector<pbui::DuplicateGroup> groups(shown.size());
+    bool uses[2] = {false, false};  // SIM, device
+    for (size_t g = 0; g < shown.size(); ++g)
+        for (const ShownInBook &s : shown[g]) {
+            groups[g].push_back({s.type, {}});
+            uses[s.type == STORAGE_TYPE_FLASH] = true;
+        }
+    ShownInBook bad{STORAGE_TYPE_UNKNOWN, {}};
+    const auto check = [&](storage_type_t type) {
+        return [&, type](const Entries &now) {
+            for (size_t g = 0; g < shown.size(); ++g)
+                for (size_t m = 0; m < shown[g].size(); ++m) {
+                    const ShownInBook &s = shown[g][m];
+                    if (s.type != type)
+                        continue;
+                    const pb_flash_info *e = find_entry(now, s.shown.index);
+                    if (!e || !pbui::entry_holds(*e, s.shown.fields))
+                        return bad = s, kChanged;
+                    groups[g][m].entry = *e;
+                }
+            return static_cast<int>(PB_RCODE_OK);
+        };
+    };
+    pbui::Merged done;
+    const auto apply = [&] { return pbui::merge_groups(pb, groups, &done); };
+    int rc;
+    if (uses[0] && uses[1])
+        rc = pb.checked(STORAGE_TYPE_FLASH, check(STORAGE_TYPE_FLASH),
+                        [&] { return pb.checked(STORAGE_TYPE_SIM, check(STORAGE_TYPE_SIM), apply); });
+    else
+        rc = pb.checked(uses[0] ? STORAGE_TYPE_SIM : STORAGE_TYPE_FLASH,
+                        check(uses[0] ? STORAGE_TYPE_SIM : STORAGE_TYPE_FLASH), apply);
+    if (rc == kChanged && bad.type != STORAGE_TYPE_UNKNOWN)
+        return failure(rc, "merge", bad.type, bad.shown.index);
+    if (rc != PB_RCODE_OK) {
+        const storage_type_t type = done.failed.type;
+        const int index = static_cast<int>(done.failed.entry.index);
+        Response r =
+            failure(rc,
+                    "merge: delete entry " + std::to_string(index) + " of the " + pbui::book_title(type) +
+                        " phonebook (" + std::to_string(done.deleted.size()) + " deleted before)",
+                    type, index);
+        return r;
+    }
+    return ok(pbui::json_merged(done));
+}
+
 }  // namespace
 
 void note_sim_answer(int rc)
@@ -524,6 +666,8 @@ Response handle_api(Phonebook &pb, const ApiRequest &req)
     case Op::COPY: return with_body(pb, req, copy);
     case Op::CHECK: return check(req);
     case Op::LOOKUP: return lookup(req);
+    case Op::DUPLICATES: return duplicates(pb, req);
+    case Op::MERGE: return with_body(pb, req, merge);
     case Op::BAD_METHOD: return error_response(405, PB_RCODE_ARGSERR, "method not allowed here");
     // Login and logout are the server's (they set the session cookie).
     case Op::NOT_FOUND:

@@ -62,6 +62,10 @@ Route parse_route(const std::string &method, const std::string &path)
             return want("POST", Op::LOGOUT);
         if (p[2] == "lookup")
             return want("GET", Op::LOOKUP);
+        if (p[2] == "duplicates")
+            return want("GET", Op::DUPLICATES);
+        if (p[2] == "merge")
+            return want("POST", Op::MERGE);
         return r;
     }
     r.type = parse_book(p[2]);
@@ -83,6 +87,8 @@ Route parse_route(const std::string &method, const std::string &path)
             return want("POST", Op::COPY);
         if (what == "check")
             return want("GET", Op::CHECK);
+        if (what == "duplicates")
+            return want("GET", Op::DUPLICATES);
         return r;
     }
     if (p.size() == 5 && what == "entries" && pbui::parse_index(p[4], &r.index))
@@ -102,7 +108,8 @@ bool changes_state(Op op)
     case Op::DELETE:
     case Op::DELETE_ALL:
     case Op::IMPORT:
-    case Op::COPY: return true;
+    case Op::COPY:
+    case Op::MERGE: return true;
     case Op::NOT_FOUND:
     case Op::BAD_METHOD:
     case Op::STATUS:
@@ -110,6 +117,7 @@ bool changes_state(Op op)
     case Op::SHOW:
     case Op::CHECK:
     case Op::LOOKUP:
+    case Op::DUPLICATES:
     case Op::EXPORT: return false;
     }
     return true;  // not an Op: treated as a change, so the Origin check runs

@@ -34,11 +34,13 @@ enum class Op {
     COPY,        // POST /api/{book}/copy: into the other phonebook
     CHECK,       // GET  /api/{book}/check?name=&number=&email=
     LOOKUP,      // GET  /api/lookup?number=N[&country=CC]: the entry a caller's number belongs to
+    DUPLICATES,  // GET  /api/[{book}/]duplicates[?country=CC]: one phonebook's, or both's
+    MERGE,       // POST /api/merge: keep one entry of each group, delete the others
 };
 
 struct Route {
     Op op = Op::NOT_FOUND;
-    storage_type_t type = STORAGE_TYPE_UNKNOWN;  // {book}: "sim" or "device"
+    storage_type_t type = STORAGE_TYPE_UNKNOWN;  // {book}: "sim" or "device"; none: both
     int index = 0;                               // {index}: 1..1000
 };
 

@@ -21,6 +21,12 @@ const state = {
 let words = {};
 const t = (key, vars) => (key in words ? words[key] : key)
   .replace(/\{(\w+)\}/g, (m, k) => (vars && k in vars ? String(vars[k]) : m));
+// A text with a count: the catalog's KEY_one, KEY_few, ... by the
+// language's plural rules, else KEY_other; {n} is the count.
+const tn = (key, n, vars) => {
+  const form = `${key}_${new Intl.PluralRules(document.documentElement.lang).select(n)}`;
+  return t(form in words ? form : `${key}_other`, { ...vars, n });
+};
 
 // What the page says for each state word pbweb answers with (and for the
 // router not answering at all): what happened and what to do. The words are
@@ -462,6 +468,103 @@ async function copySelected() {
   refreshStatus();
 }
 
+// ---- duplicates across both phonebooks ----
+
+// The groups the dialog shows: {kind: 'same'|'maybe', members: [{phonebook, entry}]}.
+let dupGroups = [];
+
+async function openDuplicates() {
+  $('dup-error').textContent = '';
+  $('dup-groups').replaceChildren();
+  $('dup-summary').textContent = t('dup_looking');
+  $('dup-merge').disabled = true;
+  if (!$('dup-dialog').open) $('dup-dialog').showModal();
+  let data;
+  try {
+    data = await api('GET', '/api/duplicates');
+  } catch (e) {
+    $('dup-summary').textContent = '';
+    $('dup-error').textContent = errorText(e);
+    return;
+  }
+  dupGroups = [...data.groups.map((members) => ({ kind: 'same', members })),
+    ...data.maybe.map((members) => ({ kind: 'maybe', members }))];
+  $('dup-summary').textContent = t(dupGroups.length ? 'dup_intro' : 'dup_none');
+  $('dup-groups').replaceChildren(...dupGroups.map(groupView));
+  updateMerge();
+}
+
+// One group: whether to merge it (the sure ones are ticked, the maybes are
+// the user's call) and which entry to keep (pbweb's choice first).
+function groupView(group, k) {
+  const set = document.createElement('fieldset');
+  set.className = 'dup-group';
+  set.dataset.kind = group.kind;
+  const take = document.createElement('input');
+  take.type = 'checkbox';
+  take.className = 'dup-take';
+  take.checked = group.kind === 'same';
+  take.addEventListener('change', updateMerge);
+  const title = document.createElement('label');
+  title.append(take, ' ', t(group.kind === 'same' ? 'dup_group' : 'dup_maybe', { n: group.members.length }));
+  const legend = document.createElement('legend');
+  legend.append(title);
+  set.append(legend);
+  group.members.forEach((m, i) => {
+    const keep = document.createElement('input');
+    keep.type = 'radio';
+    keep.name = `keep-${k}`;
+    keep.value = i;
+    keep.checked = i === 0;
+    keep.setAttribute('aria-label', t('dup_keep', { entry: t(`entry_in_${m.phonebook}`, m.entry) }));
+    const row = document.createElement('label');
+    row.className = 'dup-entry';
+    const e = m.entry;
+    row.append(keep, `${t(`entry_in_${m.phonebook}`, e)}: ${[e.name, e.number, e.email].filter(Boolean).join(', ')}`);
+    set.append(row);
+  });
+  return set;
+}
+
+// The groups ticked, each as pbweb's merge takes it: the entry to keep
+// and those to delete, with the fields shown (a change made meanwhile is
+// refused, not merged).
+function chosenGroups() {
+  const shown = (m) => ({ phonebook: m.phonebook, index: m.entry.index, name: m.entry.name,
+    number: m.entry.number, email: m.entry.email });
+  const sets = [...$('dup-groups').children];
+  return dupGroups.flatMap((group, k) => {
+    if (!sets[k].querySelector('.dup-take').checked) return [];
+    const keep = Number(sets[k].querySelector('input[type=radio]:checked').value);
+    return [{ keep: shown(group.members[keep]),
+      delete: group.members.filter((_, i) => i !== keep).map(shown) }];
+  });
+}
+
+function updateMerge() {
+  const groups = chosenGroups();
+  const n = groups.reduce((sum, g) => sum + g.delete.length, 0);
+  $('dup-merge').disabled = groups.length === 0;
+  $('dup-merge').textContent = groups.length ? tn('dup_merge', n) : t('dup_merge');
+}
+
+async function mergeDuplicates(ev) {
+  ev.preventDefault();
+  const groups = chosenGroups();
+  if (!groups.length) return;
+  try {
+    const data = await api('POST', '/api/merge', { groups });
+    $('dup-dialog').close();
+    say(tn('merged', data.deleted.length));
+  } catch (e) {
+    // What is left to merge may have changed: show the groups as they are.
+    await openDuplicates();
+    $('dup-error').textContent = errorText(e);
+  }
+  load();
+  refreshStatus();
+}
+
 // ---- import and export ----
 
 function openImport() {
@@ -607,10 +710,24 @@ async function setLanguage(code) {
 
 // ---- start ----
 
+// While the list is shown the page asks after the phonebook now and then,
+// so that a service or modem that goes away shows in its panel without
+// waiting for the user's next action.
+const kIdlePollMs = 10000;
+
+async function idleCheck() {
+  if (document.hidden || $('app').hidden || state.shown) return;
+  await refreshStatus();
+  const st = state.status && state.status[state.book];
+  if (st && st.state !== 'ready' && !state.shown) load();
+}
+
 function start() {
   $('app').hidden = false;
   selectTab(state.book, false);
 }
+
+setInterval(idleCheck, kIdlePollMs);
 
 function wire() {
   for (const tab of document.querySelectorAll('[role=tab]')) {
@@ -666,6 +783,9 @@ function wire() {
     if (confirmAction) confirmAction();
   });
   $('import').addEventListener('submit', importFile);
+  $('dup-open').addEventListener('click', openDuplicates);
+  $('dup-close').addEventListener('click', () => $('dup-dialog').close());
+  $('dup-form').addEventListener('submit', mergeDuplicates);
   $('login').addEventListener('submit', login);
   $('lang').addEventListener('change', () => {
     localStorage.setItem('lang', $('lang').value);
