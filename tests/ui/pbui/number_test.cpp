@@ -196,32 +196,53 @@ TEST(Numbers, ShortCodesServiceCodesAndPausesStayAsWritten)
     }
 }
 
-// A refusal names what is wrong and where, so that the user can fix it.
-TEST(Numbers, RefusalsNameTheCharacterAndItsPlace)
+// A refusal names what is wrong and where, so that the user can fix it: as
+// a problem with its character and place (from 1), which the web page words
+// in its own language, and as the English sentence made from them.
+TEST(Numbers, RefusalsNameTheProblemTheCharacterAndItsPlace)
 {
-    const std::pair<const char *, const char *> cases[] = {
-        {"1-800-FLOWERS", "'F' at place 7: letters are not dialled"},
-        {"0800 CALL NOW", "'C' at place 6: letters"},
-        {"Phone Shop", "'P' at place 1: letters"},
-        {"030 1234567 \u260E", "'\u260E' at place 13 cannot be part of a number"},
-        {"030_1234", "'_' at place 4"},
-        {"12+3", "'+' at place 3"},
-        {"+", "without digits"},
-        {"1\x01", "'\\x01' at place 2"},
-        {"\xFF", "not valid UTF-8"},
-        {"P123", "cannot start with a pause"},
-        {"ext. 12", "needs a number before it"},
-        {"+1 555 0100 x12 x13", "one extension"},
-        {"+1 555 0100 ext.", "extension has no digits"},
+    using P = pbui::NumberProblem;
+    struct Case {
+        std::string in;
+        P problem;
+        char32_t c;
+        size_t place;
+        const char *text;
     };
-    for (const auto &[in, error] : cases) {
+    const Case cases[] = {
+        {"1-800-FLOWERS", P::LETTERS, 'F', 7, "'F' at place 7: letters are not dialled"},
+        {"0800 CALL NOW", P::LETTERS, 'C', 6, "'C' at place 6: letters"},
+        {"Phone Shop", P::LETTERS, 'P', 1, "'P' at place 1: letters"},
+        {"\uFF10\uFF13\uFF10 \uFF41", P::LETTERS, 'a', 5, "'a' at place 5"},  // full-width, read narrow
+        {"030 1234567 \u260E", P::BAD_CHAR, U'\u260E', 13, "'\u260E' at place 13 cannot be part of a number"},
+        {"030_1234", P::BAD_CHAR, '_', 4, "'_' at place 4"},
+        {"1\x01", P::BAD_CHAR, 1, 2, "'\\x01' at place 2"},
+        {"12+3", P::PLUS_INSIDE, '+', 3, "'+' at place 3: a '+' may only stand at the start"},
+        {"+", P::PLUS_ALONE, 0, 0, "without digits"},
+        {"\xFF", P::NOT_UTF8, 0, 0, "not valid UTF-8"},
+        {"P123", P::STARTS_WITH_PAUSE, 'P', 1, "cannot start with a pause"},
+        {"+,123", P::STARTS_WITH_PAUSE, ',', 2, "',' at place 2"},
+        {";123", P::STARTS_WITH_WAIT, ';', 1, "cannot start with a wait"},
+        {"ext. 12", P::EXTENSION_FIRST, 'e', 1, "needs a number before it"},
+        {"+1 555 0100 x12 x13", P::EXTENSION_TWICE, 'x', 17, "'x' at place 17: a number has one extension"},
+        {"+1 555 0100 ext.", P::EXTENSION_EMPTY, 0, 0, "extension has no digits"},
+        {"+" + std::string(50, '1'), P::TOO_LONG, 0, 0, "the number has 51 characters; at most 50 fit"},
+    };
+    for (const Case &k : cases) {
         std::string out;
-        const std::string why = pbui::tidy_number(in, &out);
-        EXPECT_NE(why.find(error), std::string::npos) << in << ": " << why;
+        const pbui::NumberRefusal r = pbui::tidy_number_refusal(k.in, &out);
+        EXPECT_EQ(r.problem, k.problem) << k.in;
+        EXPECT_EQ(r.c, k.c) << k.in;
+        EXPECT_EQ(r.place, k.place) << k.in;
+        const std::string why = pbui::tidy_number(k.in, &out);
+        EXPECT_EQ(why, pbui::number_refusal_text(r)) << k.in;
+        EXPECT_NE(why.find(k.text), std::string::npos) << k.in << ": " << why;
     }
     std::string out;
     EXPECT_EQ(pbui::tidy_number(std::string(50, '1'), &out), "");
-    EXPECT_NE(pbui::tidy_number("+" + std::string(50, '1'), &out), "") << "51 characters";
+    const pbui::NumberRefusal r = pbui::tidy_number_refusal("+" + std::string(50, '1'), &out);
+    EXPECT_EQ(r.count, 51u);
+    EXPECT_EQ(r.max, 50u);
 }
 
 }  // namespace

@@ -463,6 +463,11 @@ def run_languages(driver_for, url, work):
         assert p.el("#confirm-text").text == "Eintrag 4 (Emergency) aus dem SIM-Telefonbuch löschen?", \
             p.el("#confirm-text").text
         p.el("#confirm-cancel").click()
+        # A number refused: pbweb's reason and its character and place, in German.
+        p.el("#add").click()
+        p.fill("#f-number", "030 12a")
+        p.wait(lambda: p.el("#h-number").text.startswith("„a“ an Stelle 7: Buchstaben"), "the German number hint")
+        p.el("#entry-cancel").click()
         p.shot("german")
         Select(p.el("#lang")).select_by_value("en")
         p.wait(lambda: p.el("#add").text == "Add entry" and p.row_button("Emergency", "Delete"), "English by the switch")

@@ -524,8 +524,8 @@ Exit cmd_check(Session &s)
                       << c.name_card.octets << " of " << max(c.limits.name_octets) << " octets";
         std::cout << verdict(c.name_fits) << "\n";
     }
-    if (c.has_number && !c.number_error.empty())
-        std::cout << "Number:  " << c.number_error << "\n";
+    if (c.has_number && !c.number_fits)
+        std::cout << "Number:  " << pbui::number_refusal_text(c.number_refusal) << "\n";
     else if (c.has_number)
         std::cout << "Number:  stored as " << (c.number.empty() ? "(none)" : c.number)
                   << (c.sim ? "; " + std::to_string(c.number_digits) + " of " +

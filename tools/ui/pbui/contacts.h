@@ -109,6 +109,39 @@ std::string format(const std::vector<pb_flash_info> &entries, Format f);
  * error. */
 std::string tidy_number(std::string_view in, std::string *out);
 
+/* Why a number cannot be stored, as a word every user interface can put in
+ * its own language: the refusals of tidy_number, and a number with more
+ * digits than the card holds (check_fields). */
+enum class NumberProblem {
+    NONE,
+    NOT_UTF8,          /* the text is not valid UTF-8 */
+    BAD_CHAR,          /* a character no number holds: c, place */
+    PLUS_INSIDE,       /* a '+' after the start: c, place */
+    PLUS_ALONE,        /* a '+' and no digits */
+    LETTERS,           /* a word that is no pause or extension: its first letter c, place */
+    STARTS_WITH_PAUSE, /* c, place */
+    STARTS_WITH_WAIT,  /* c, place */
+    EXTENSION_TWICE,   /* the second extension's first character c, place */
+    EXTENSION_FIRST,   /* an extension before any digit: c, place */
+    EXTENSION_EMPTY,   /* an extension without digits */
+    TOO_LONG,          /* count characters; max fit the phonebook's field */
+    CARD_DIGITS,       /* count digits; max fit the card */
+};
+struct NumberRefusal {
+    NumberProblem problem = NumberProblem::NONE;
+    char32_t c = 0;   /* the character refused */
+    size_t place = 0; /* its place in the number as written, from 1; 0: none */
+    size_t count = 0; /* TOO_LONG, CARD_DIGITS: characters or digits there are */
+    size_t max = 0;   /* ... and how many fit */
+};
+/* tidy_number, with the refusal as a problem and what it names. */
+NumberRefusal tidy_number_refusal(std::string_view in, std::string *out);
+/* The problem's word ("bad_char", "too_long"...), "" for NONE. */
+const char *number_problem_word(NumberProblem p);
+/* The refusal as the English sentence pbcli prints and pbweb answers with
+ * ("'x' at place 3 cannot be part of a number ..."), "" for NONE. */
+std::string number_refusal_text(const NumberRefusal &r);
+
 /* A home country: ISO 3166 alpha-2 code ("DE"), calling code ("49") and
  * national trunk prefix ("0"; "" where the country has none). */
 struct Country {
@@ -207,9 +240,9 @@ struct FieldsCheck {
     size_t name_bytes = 0;
     SimName name_card{SimText::GSM7, 0}; /* SIM only */
     bool name_fits = true;
-    std::string number;       /* as it will be stored */
-    std::string number_error; /* why it cannot be stored, else "" */
-    int number_digits = 0;    /* on the card (SIM only) */
+    std::string number;           /* as it will be stored */
+    NumberRefusal number_refusal; /* why it cannot be stored, else NONE */
+    int number_digits = 0;        /* on the card (SIM only) */
     bool number_fits = true;
     size_t email_bytes = 0;
     bool email_fits = true;

@@ -5,6 +5,7 @@
 #include "report_json.h"
 
 #include "entries.h"
+#include "text.h"
 #include "words.h"
 
 namespace pbui {
@@ -68,8 +69,18 @@ JsonObject json_check(const FieldsCheck &c)
             .add("bytes", c.number.size())
             .add("max_bytes", kFieldBytes)
             .add("fits", c.number_fits);
-        if (!c.number_error.empty())
-            n.add("error", c.number_error);
+        if (const NumberRefusal &r = c.number_refusal; r.problem != NumberProblem::NONE) {
+            JsonObject reason;
+            reason.add("code", number_problem_word(r.problem));
+            if (r.place > 0) {
+                std::string ch;
+                append_utf8(&ch, r.c);
+                reason.add("char", ch).add("at", r.place);
+            }
+            if (r.problem == NumberProblem::TOO_LONG || r.problem == NumberProblem::CARD_DIGITS)
+                reason.add("count", r.count).add("max", r.max);
+            n.add("error", number_refusal_text(r)).add("reason", reason);
+        }
         if (c.sim) {
             JsonObject card;
             card.add("digits", c.number_digits);

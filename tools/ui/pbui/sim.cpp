@@ -73,16 +73,18 @@ FieldsCheck check_fields(storage_type_t type, const std::optional<std::string> &
         }
     }
     if ((c.has_number = number.has_value())) {
-        c.number_error = tidy_number(*number, &c.number);
-        c.number_fits = c.number_error.empty();
+        c.number_refusal = tidy_number_refusal(*number, &c.number);
+        c.number_fits = c.number_refusal.problem == NumberProblem::NONE;
         if (c.number_fits && c.sim) {
             c.number_digits = sim_number_digits(c.number);
             c.number_fits = !c.limits_known || c.number_digits <= sim_max_digits(c.limits);
+            if (!c.number_fits) {
+                c.number_refusal.problem = NumberProblem::CARD_DIGITS;
+                c.number_refusal.count = static_cast<size_t>(c.number_digits);
+                c.number_refusal.max = static_cast<size_t>(sim_max_digits(c.limits));
+            }
         }
-        if (!c.number_fits && c.number_error.empty())
-            c.number_error = "the number has " + std::to_string(c.number_digits) +
-                             " digits; the card holds " + std::to_string(c.limits.number_digits);
-        if (!c.number_error.empty())
+        if (!c.number_fits)
             c.number.clear();
     }
     if ((c.has_email = email.has_value())) {

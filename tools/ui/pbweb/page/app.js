@@ -346,7 +346,10 @@ async function checkEntry() {
   const num = c.number;
   let numText;
   if (num.error) {
-    numText = sentence(num.error);
+    // pbweb's reason word and what it names, in the catalog's words; its
+    // English sentence for a reason the catalog lacks.
+    const reason = num.reason && `number_${num.reason.code}`;
+    numText = reason && reason in words ? t(reason, num.reason) : sentence(num.error);
   } else {
     numText = (num.stored && num.stored !== fields.number ? t('stored_as', { number: num.stored }) : '') + left(num);
     if (num.card && num.card.max) numText += t('on_card_digits', num.card);
