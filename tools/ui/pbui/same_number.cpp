@@ -29,6 +29,8 @@ constexpr size_t kMaxTrailing = 10;
 // Room for a national number made international: the most characters a
 // number holds and the longest calling code.
 constexpr size_t kDigitsMax = 64;
+// Digits of a national number of the North American plan, without its 1.
+constexpr size_t kNanpDigits = 10;
 
 // The digits a comparison looks at, and their form: a national number of
 // the home country made international in *buf.
@@ -40,9 +42,14 @@ std::string_view with_home(const DialledNumber &n, const Country *home, NumberFo
         return n.digits;
     const std::string_view trunk = home->trunk;
     const std::string_view code = home->calling_code;
-    if (n.digits.compare(0, trunk.size(), trunk) != 0 || code.size() + n.digits.size() > kDigitsMax)
+    // Where the trunk prefix is the calling code (the North American plan's
+    // 1), it is left out as often as dialled: ten digits without it are
+    // the whole national number.
+    const bool without_trunk = trunk == code && n.digits.size() == kNanpDigits;
+    if ((!without_trunk && n.digits.compare(0, trunk.size(), trunk) != 0) ||
+        code.size() + n.digits.size() > kDigitsMax)
         return n.digits;
-    const std::string_view rest = std::string_view(n.digits).substr(trunk.size());
+    const std::string_view rest = std::string_view(n.digits).substr(without_trunk ? 0 : trunk.size());
     std::copy(code.begin(), code.end(), buf);
     std::copy(rest.begin(), rest.end(), buf + code.size());
     *form = NumberForm::INTERNATIONAL;
