@@ -428,6 +428,7 @@ TEST_F(PbwebApi, RefusedRequestsGetTheirStatusAndChangeNothing)
         {"not JSON", "POST", "/api/device/entries", "{\"name\":", {}, 400},
         {"not an object", "POST", "/api/device/entries", "[1]", {}, 400},
         {"no name", "POST", "/api/device/entries", R"({"number":"1"})", {}, 400},
+        {"e-mail on the SIM", "POST", "/api/sim/entries", R"({"name":"A","number":"1","email":"a@b.c"})", {}, 400},
         {"name of 51 bytes", "POST", "/api/device/entries", "{\"name\":\"" + std::string(51, 'n') + "\"}", {}, 400},
         {"delete nothing", "POST", "/api/device/delete", R"({"entries":[]})", {}, 400},
         {"delete index 0", "POST", "/api/device/delete", R"({"entries":[{"index":0}]})", {}, 400},

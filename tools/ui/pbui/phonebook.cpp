@@ -112,6 +112,10 @@ int Phonebook::change(storage_type_t type, sim_pb_handle_t action, pb_flash_info
                       const pb_flash_info *was, const Fields *fields)
 {
     std::lock_guard<std::recursive_mutex> lock(mu_);
+    // A card's records have a name and a number only: refused here, before
+    // the card refuses it for a reason the user cannot tell.
+    if (type == STORAGE_TYPE_SIM && action != SIM_PB_HANDLE_TYPE_DEL && info->email[0] != '\0')
+        return PBUI_SIM_NO_EMAIL;
     for (int follows = 0;;) {
         pb_flash_info sent = *info;
         const int rc = action == SIM_PB_HANDLE_TYPE_EDIT && was != nullptr

@@ -55,6 +55,7 @@ const RcodeText kRcodes[] = {
      EXIT_FAILED},
     {PB_RCODE_CHANGED_ERR, "the entry changed meanwhile; list it again", EXIT_FAILED},
     {PBUI_NO_ENTRY, "no entry at that index", EXIT_NOT_FOUND},
+    {PBUI_SIM_NO_EMAIL, "a SIM card holds no e-mail address; keep it in the device phonebook", EXIT_FAILED},
     {PBUI_LIMITS_UNKNOWN, "the card's name and number lengths are not known (has the service read the card?)",
      EXIT_FAILED},
 };

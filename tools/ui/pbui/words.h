@@ -21,8 +21,9 @@ namespace pbui {
 
 /* Results of the user side beside the module's result codes. */
 enum : int {
-    PBUI_NO_ENTRY = 1000,      /* no entry at the index given */
-    PBUI_LIMITS_UNKNOWN = 1001 /* a copy to the SIM before the card's limits were read */
+    PBUI_NO_ENTRY = 1000,       /* no entry at the index given */
+    PBUI_LIMITS_UNKNOWN = 1001, /* a copy to the SIM before the card's limits were read */
+    PBUI_SIM_NO_EMAIL = 1002    /* an e-mail address for the SIM phonebook, whose records hold none */
 };
 
 /* The classes of result; pbcli's exit statuses. */

@@ -647,6 +647,8 @@ int http_status(int rc)
     case PB_RCODE_EMPTY_ERR:
     case PB_RCODE_UNCONFIRMED_ERR: break;
     }
+    if (rc == pbui::PBUI_SIM_NO_EMAIL)
+        return 400;
     // Also a code from outside the enum, as a newer service might send.
     return pbui::rcode_busy(rc) ? 503 : 500;
 }

@@ -322,7 +322,7 @@ const left = (f) => t('bytes_left', { left: f.max_bytes - f.bytes, max: f.max_by
 // later check has been asked meanwhile.
 async function checkEntry() {
   clearTimeout(checkTimer);
-  const fields = { name: $('f-name').value, number: $('f-number').value, email: $('f-email').value };
+  const fields = formFields();
   const seq = ++checkSeq;
   let c;
   try {
@@ -355,8 +355,16 @@ async function checkEntry() {
     if (num.card && num.card.max) numText += t('on_card_digits', num.card);
   }
   ok = hint('h-number', numText, !num.fits) && ok;
-  ok = hint('h-email', left(c.email), !c.email.fits) && ok;
+  if (c.email) ok = hint('h-email', left(c.email), !c.email.fits) && ok;
   return ok;
+}
+
+// The form's fields; a SIM card's records hold no e-mail address, so the
+// SIM's form has none.
+function formFields() {
+  const fields = { name: $('f-name').value, number: $('f-number').value };
+  if (state.book !== 'sim') fields.email = $('f-email').value;
+  return fields;
 }
 
 function checkSoon() {
@@ -370,6 +378,7 @@ function openEntry(entry) {
   $('f-name').value = entry ? entry.name : '';
   $('f-number').value = entry ? entry.number : '';
   $('f-email').value = entry ? entry.email : '';
+  $('email-field').hidden = state.book === 'sim';
   $('entry-error').textContent = '';
   checkEntry();
   $('entry-dialog').showModal();
@@ -382,7 +391,7 @@ async function saveEntry(ev) {
     $('entry-error').textContent = t('correct_fields');
     return;
   }
-  const fields = { name: $('f-name').value, number: $('f-number').value, email: $('f-email').value };
+  const fields = formFields();
   const was = state.editing;
   try {
     let data;
