@@ -136,17 +136,11 @@ TEST_F(HostProcess, StopsCleanlyWhileRequestsArrive)
 // bounded queue of requests waits, one more is answered "busy" at once, and
 // once the modem is gone the queue drains and the service answers again.
 // (What the flood costs in memory is bench/flood_bench's.)
-TEST(HostUnderFlood, QueueIsBoundedAndTheServiceAnswersAfterwards)
+TEST_F(HostProcess, FloodKeepsTheQueueBoundedAndTheServiceAnswersAfterwards)
 {
-    pbt::remove_books();
-    pbt::host_rig rig;
-    rig.start(pbt::data_path("card.txt"), "card 100 20 20\n1,1,one\n");
-    ASSERT_EQ(simlib_pb_init(STORAGE_TYPE_SIM), 0);
-    const pbt::flood_round r = pbt::flood_host(*rig.sim, rig.host->pid);
+    const pbt::flood_round r = pbt::flood_host(*rig_.sim, rig_.host->pid);
     ASSERT_EQ(r.failed, "");
     EXPECT_EQ(r.late.pb_result, PB_RCODE_NODEPUSH_ERR);
-    rig.stop();
-    pbt::remove_books();
 }
 
 // A stop while the host still waits for the modem must not hang. The host
