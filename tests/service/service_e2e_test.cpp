@@ -15,13 +15,6 @@ namespace {
 
 constexpr size_t kFilled = 10;
 
-std::string mu_socket()
-{
-    ipc_addr_t a{};
-    ipc_get_addr_by_id(MU_ID, 0, &a);
-    return a.addr.sun_path;
-}
-
 // Whether the SIM phonebook of the card the host's tests start with has
 // been read: its kFilled entries.
 bool sim_read()
@@ -128,7 +121,9 @@ TEST_F(HostProcess, StopsCleanlyWhileRequestsArrive)
     EXPECT_EQ(rig_.host->wait(30000, SIGTERM), 0);
     for (pbt::child &c : clients)
         EXPECT_EQ(c.wait(10000), 0);
-    EXPECT_FALSE(pbt::exists(mu_socket()));
+    ipc_addr_t mu{};
+    ipc_get_addr_by_id(MU_ID, 0, &mu);
+    EXPECT_FALSE(pbt::exists(mu.addr.sun_path)) << "the socket is left behind";
 }
 
 // A flood of large datagrams while the service waits on a card that does
