@@ -20,7 +20,6 @@
 
 #include "host_rig.h"
 #include "json_at.h"
-#include "json_writer.h"
 #include "pbweb_client.h"
 
 namespace {
