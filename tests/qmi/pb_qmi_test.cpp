@@ -175,15 +175,6 @@ TEST_F(PbQmi, FaultyIndicationsAreDroppedAndTheReadStillCompletes)
     EXPECT_EQ(11u, sim_file().size());
 }
 
-pb_flash_info entry(uint32_t sim_index, const char *name, const char *num)
-{
-    pb_flash_info e{};
-    e.sim_index = sim_index;
-    std::snprintf(e.name, sizeof e.name, "%s", name);
-    std::snprintf(e.num, sizeof e.num, "%s", num);
-    return e;
-}
-
 // Adds send the PBM form and take the card's record number; edits and
 // deletes need one and are refused without a request; a refused write or a
 // modem that went away fails, and a read is then not marked started.
@@ -203,7 +194,7 @@ TEST_F(PbQmi, WritesSendThePbmFormAndFailWithoutARecordOrAModem)
     };
     uint32_t expect_record = 2;
     for (const auto &c : cases) {
-        pb_flash_info e = entry(77, c.name, c.num.c_str());
+        pb_flash_info e = pbt::entry(0, 77, c.name, c.num);
         ASSERT_EQ(0, pb_qmi_add_entry(&e)) << c.name;
         EXPECT_EQ(expect_record++, e.sim_index) << "the card picks the lowest free record";
         const pbm_record_information_type_v01 w = sim.last_write().record_information;
@@ -213,21 +204,21 @@ TEST_F(PbQmi, WritesSendThePbmFormAndFailWithoutARecordOrAModem)
         EXPECT_EQ(0, w.number[39]);
     }
     sim.omit_next_record_id();
-    pb_flash_info e = entry(77, "C", "5");
+    pb_flash_info e = pbt::entry(0, 77, "C", "5");
     EXPECT_EQ(0, pb_qmi_add_entry(&e));
     EXPECT_EQ(77u, e.sim_index) << "an answer without a record number keeps sim_index";
     sim.refuse_next_writes(1);
-    e = entry(77, "D", "6");
+    e = pbt::entry(0, 77, "D", "6");
     EXPECT_EQ(-1, pb_qmi_add_entry(&e));
     EXPECT_EQ(77u, e.sim_index);
 
     const unsigned writes = sim.requests(0x0005) + sim.requests(0x0006);
-    pb_flash_info none = entry(0, "x", "1");
+    pb_flash_info none = pbt::entry(0, 0, "x", "1");
     EXPECT_EQ(-1, pb_qmi_edit_entry(&none));
     EXPECT_EQ(-1, pb_qmi_del_entry(&none));
     EXPECT_EQ(-1, pb_qmi_edit_entry(nullptr));
     EXPECT_EQ(writes, sim.requests(0x0005) + sim.requests(0x0006)) << "refused without a request";
-    e = entry(9, "new", "+2");
+    e = pbt::entry(0, 9, "new", "+2");
     ASSERT_EQ(0, pb_qmi_edit_entry(&e));
     EXPECT_EQ(9, sim.last_write().record_information.record_id);
     EXPECT_EQ(u"new", sim.card().records.at(9).name);

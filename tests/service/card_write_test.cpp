@@ -42,7 +42,6 @@ protected:
     {
         pbt::remove_books();
         rig_.start(PB_DATA_DIR "/card.txt", "card 100 20 20\n1,+49301,one\n2,+49302,two\n");
-        ASSERT_TRUE(pbt::wait_until(pbt::service_up, 10000));
         ASSERT_EQ(simlib_pb_init(STORAGE_TYPE_SIM), 0);
         std::vector<pb_flash_info> sim;
         ASSERT_TRUE(list_sim(&sim));

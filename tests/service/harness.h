@@ -52,11 +52,13 @@ inline std::string slurp(const std::string &path)
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-inline pb_flash_info entry(zp_uint32 index, zp_uint32 sim_index, const std::string &name)
+inline pb_flash_info entry(zp_uint32 index, zp_uint32 sim_index, const std::string &name,
+                           const std::string &number = "1", const std::string &email = "")
 {
     pb_flash_info e{index, sim_index, {}, {}, {}};
     std::snprintf(e.name, sizeof e.name, "%s", name.c_str());
-    std::snprintf(e.num, sizeof e.num, "1");
+    std::snprintf(e.num, sizeof e.num, "%s", number.c_str());
+    std::snprintf(e.email, sizeof e.email, "%s", email.c_str());
     return e;
 }
 

@@ -15,13 +15,6 @@ namespace {
 
 constexpr size_t kFilled = 10;
 
-std::string mu_socket()
-{
-    ipc_addr_t a{};
-    ipc_get_addr_by_id(MU_ID, 0, &a);
-    return a.addr.sun_path;
-}
-
 // Whether the SIM phonebook of the card the host's tests start with has
 // been read: its kFilled entries.
 bool sim_read()
@@ -128,7 +121,9 @@ TEST_F(HostProcess, StopsCleanlyWhileRequestsArrive)
     EXPECT_EQ(rig_.host->wait(30000, SIGTERM), 0);
     for (pbt::child &c : clients)
         EXPECT_EQ(c.wait(10000), 0);
-    EXPECT_FALSE(pbt::exists(mu_socket()));
+    ipc_addr_t mu{};
+    ipc_get_addr_by_id(MU_ID, 0, &mu);
+    EXPECT_FALSE(pbt::exists(mu.addr.sun_path)) << "the socket is left behind";
 }
 
 // A flood of large datagrams while the service waits on a card that does
@@ -136,17 +131,11 @@ TEST_F(HostProcess, StopsCleanlyWhileRequestsArrive)
 // bounded queue of requests waits, one more is answered "busy" at once, and
 // once the modem is gone the queue drains and the service answers again.
 // (What the flood costs in memory is bench/flood_bench's.)
-TEST(HostUnderFlood, QueueIsBoundedAndTheServiceAnswersAfterwards)
+TEST_F(HostProcess, FloodKeepsTheQueueBoundedAndTheServiceAnswersAfterwards)
 {
-    pbt::remove_books();
-    pbt::host_rig rig;
-    rig.start(pbt::data_path("card.txt"), "card 100 20 20\n1,1,one\n");
-    ASSERT_EQ(simlib_pb_init(STORAGE_TYPE_SIM), 0);
-    const pbt::flood_round r = pbt::flood_host(*rig.sim, rig.host->pid);
+    const pbt::flood_round r = pbt::flood_host(*rig_.sim, rig_.host->pid);
     ASSERT_EQ(r.failed, "");
     EXPECT_EQ(r.late.pb_result, PB_RCODE_NODEPUSH_ERR);
-    rig.stop();
-    pbt::remove_books();
 }
 
 // A stop while the host still waits for the modem must not hang. The host

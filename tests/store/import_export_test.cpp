@@ -16,8 +16,6 @@ const std::string kDevFile = pbt::book(STORAGE_TYPE_FLASH);
 const std::string kSimFile = pbt::book(STORAGE_TYPE_SIM);
 const std::string kText = TEST_WORK_DIR "/import_export_test.txt";
 
-void write_text(const std::string &content) { std::ofstream(kText, std::ios::binary) << content; }
-
 std::string times(const std::string &s, int n) { return n > 0 ? s + times(s, n - 1) : ""; }
 
 class ImportExport : public ::testing::Test {
@@ -74,7 +72,7 @@ TEST_F(ImportExport, LinesParseAsNumberNameEmailIntoTheFreePlaces)
         SetUp();
         if (!c.before.empty())
             store_book(STORAGE_TYPE_FLASH, c.before);
-        write_text(c.text);
+        std::ofstream(kText, std::ios::binary) << c.text;
         ASSERT_EQ(simlib_pb_import(kText.c_str(), STORAGE_TYPE_FLASH), PB_RCODE_OK) << c.what;
         EXPECT_EQ(load_book(STORAGE_TYPE_FLASH), c.expect) << c.what;
         EXPECT_FALSE(pbt::exists(kDevFile + "_tmp")) << c.what;

@@ -19,23 +19,20 @@ std::string parse(std::vector<const char *> argv, Args *a)
     return parse_args(static_cast<int>(argv.size()), argv.data(), a);
 }
 
+// (Refusals a golden transcript prints are left to it.)
 TEST(ParseArgs, RefusesWhatTheServiceWouldMisread)
 {
     const struct {
         std::vector<const char *> argv;
         const char *error;  // part of the message
     } cases[] = {
-        {{"show", "sim", "0"}, "not an index"},
         {{"show", "sim", "2x"}, "not an index"},
         {{"add", "sim", "--", "-n"}, "not an index"},
         {{"add", "sim", "-n", "012345678901234567890123456789012345678901234567890"}, "51 bytes"},
         {{"add", "sim", "-n", "a\nb"}, "control characters"},  // would split an exported line
         {{"edit", "device", "4"}, "at least one"},
-        {{"delete-all", "sim"}, "--yes"},
         {{"add", "sim", "-n", "x", "-N", "030_123"}, "'_' at place 4"},
-        {{"copy", "sim", "sim"}, "copy sim device, or copy device sim"},
         {{"copy", "sim", "device", "--cut"}, "--cut is for copy device sim"},
-        {{"import", "f.vcf", "--format", "xml"}, "vcard, csv or module"},
         {{"list", "sim", "--format", "csv"}, "takes no --format"},
         // Numbers and options are checked to the end of the word, and the
         // message names what was refused.
@@ -46,11 +43,8 @@ TEST(ParseArgs, RefusesWhatTheServiceWouldMisread)
         {{"list", "sim", "-w", ""}, "not ''"},
         {{"list", "sim", "-w", "1e9"}, "not '1e9'"},
         {{"list", "sim", "--wait"}, "--wait needs a value"},
-        {{"list", "sim", "--json=1"}, "--json takes no value"},
         {{"list", "sim", "--bogus"}, "option '--bogus'"},
         {{"add", "sim", "--n", "x"}, "option '--n'"},  // --name or --number
-        {{"who"}, "give the number"},
-        {{"who", "--country", "XX", "+4930123456"}, "unknown country 'XX'"},
         {{"who", "1-800-FLOWERS"}, "'F' at place 7"},
         {{"find", "anna", "--country", "DE"}, "takes no --country"},
         {{"merge", "--keep", "sim6", "--yes"}, "--keep takes PHONEBOOK:INDEX"},

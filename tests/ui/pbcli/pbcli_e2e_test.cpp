@@ -20,7 +20,6 @@
 
 #include "host_rig.h"
 #include "json_at.h"
-#include "json_writer.h"
 #include "pbweb_client.h"
 
 namespace {
@@ -74,55 +73,20 @@ protected:
     pbt::host_rig rig_;
 };
 
-// The SIM phonebook as pbcli lists it: "index/record name number" lines.
-std::string listed_sim()
+// A --json listing as "index/record name number" lines.
+std::string listing(const Outcome &list)
 {
-    Outcome r = pbcli({"list", "sim"});
-    EXPECT_EQ(r.status, 0) << r.out << r.err;
     std::string s;
-    for (int i = 0; i < std::atoi(r.at("count").c_str()); ++i) {
+    for (int i = 0; i < std::atoi(list.at("count").c_str()); ++i) {
         const std::string e = "entries." + std::to_string(i) + ".";
-        s += r.at(e + "index") + "/" + r.at(e + "sim_index") + " " + r.at(e + "name") + " " +
-             r.at(e + "number") + "\n";
+        s += list.at(e + "index") + "/" + list.at(e + "sim_index") + " " + list.at(e + "name") + " " +
+             list.at(e + "number") + "\n";
     }
     return s;
 }
 
 const std::string kListed = "1/1 Zoë Müller +4930123456\n2/2 Анна Каренина 84957654321\n"
                             "3/4 王小明 +8613800138000\n4/5 Emergency 112\n5/7 Balance *100#\n";
-
-// A vCard in and back out as a vCard, then copies both ways with
-// the card's limits (14 name octets, 20 digits). How each contact is read
-// and stored is the contact library's test.
-TEST_F(PbcliE2e, ContactsTravelThroughFilesAndBetweenThePhonebooks)
-{
-    const std::string vcf = kWork + "/e2e_in.vcf", back = kWork + "/e2e_back.vcf";
-    std::ofstream(vcf)
-        << "BEGIN:VCARD\r\nVERSION:3.0\r\nFN:Jürgen Groß\r\nTEL;TYPE=CELL:+49 171 1234567\r\n"
-           "TEL;TYPE=WORK:030 1234-567\r\nEND:VCARD\r\nBEGIN:VCARD\r\nVERSION:3.0\r\nFN:Anna\r\n"
-           "TEL:0800-ANNA\r\nEND:VCARD\r\n";
-    Outcome in = pbcli({"import", vcf});
-    ASSERT_EQ(in.status, 0) << in.out;
-    EXPECT_EQ(in.at("added"), "2");
-
-    ASSERT_EQ(pbcli({"export", "device", back, "--format", "vcard"}).status, 0);
-    EXPECT_NE(pbt::slurp(back).find("FN:Jürgen Groß (work)\r\n"), std::string::npos) << pbt::slurp(back);
-
-    Outcome skip = pbcli({"copy", "device", "sim"});
-    ASSERT_EQ(skip.status, 0) << skip.out;
-    EXPECT_EQ(skip.at("contacts.0.outcome"), "added");
-    EXPECT_EQ(skip.at("contacts.1.outcome"), "name_too_long") << "\"Jürgen Groß (work)\" needs 18 octets";
-    EXPECT_EQ(rig_.card_name(std::stoi(skip.at("contacts.0.entry.sim_index"))), "Jürgen Groß");
-    Outcome cut = pbcli({"copy", "device", "sim", "2", "--cut"}, false);
-    EXPECT_EQ(cut.status, 0) << cut.err;
-    EXPECT_NE(cut.out.find("Added 1 of 1 contact to the SIM phonebook"), std::string::npos) << cut.out;
-    EXPECT_NE(cut.out.find("name cut to \"Jürgen Groß (w\""), std::string::npos) << cut.out;
-
-    Outcome down = pbcli({"copy", "sim", "device", "2"});
-    EXPECT_EQ(down.at("contacts.0.entry.name"), "Анна Каренина");
-    EXPECT_EQ(down.at("contacts.0.entry.index"), "3");
-    EXPECT_EQ(pbcli({"copy", "device", "sim", "99"}).status, 5);
-}
 
 // A SIM request waits while the card is being read, up to --wait seconds.
 // (That the device phonebook never waits is the service test's and pbweb's.)
@@ -153,7 +117,7 @@ TEST_F(PbcliE2e, SimRequestsWaitForTheCardReadUpToTheTimeLimit)
 // and a card that refuses, are the service test's.)
 TEST_F(PbcliE2e, ModemRestartsAreRecoveredWithoutRestartingTheHost)
 {
-    EXPECT_EQ(listed_sim(), kListed);
+    EXPECT_EQ(listing(pbcli({"list", "sim"})), kListed);
     for (int round = 0; round < 2; ++round) {
         rig_.sim->stop();
         ASSERT_TRUE(rig_.sim->start());
@@ -180,7 +144,7 @@ TEST_F(PbcliE2e, ModemRestartsAreRecoveredWithoutRestartingTheHost)
     }
     rig_.stop_host();
     rig_.start_host();
-    EXPECT_EQ(listed_sim(), kListed);
+    EXPECT_EQ(listing(pbcli({"list", "sim"})), kListed);
 }
 
 // The entry named `name` in a --json listing: "index number", or "" when
@@ -205,28 +169,23 @@ TEST_F(PbcliE2e, ChangesNameTheEntryTheScriptSaw)
     const struct {
         std::vector<std::string> args;
         int status;
-        std::string code, listing;  // "name number" of each entry after it
+        std::string code, listing;  // of the device phonebook after it
     } steps[] = {
-        {{"edit", "device", "1", "--number", "9", "--expect-name", "C"}, 1, "24", "A 1,B 2,"},
-        {{"delete", "device", "2", "--expect-number", "5"}, 1, "24", "A 1,B 2,"},
+        {{"edit", "device", "1", "--number", "9", "--expect-name", "C"}, 1, "24", "1/-1 A 1\n2/-1 B 2\n"},
+        {{"delete", "device", "2", "--expect-number", "5"}, 1, "24", "1/-1 A 1\n2/-1 B 2\n"},
         // What the script saw is at index 2 now: the change follows it.
         {{"edit", "device", "1", "--number", "7", "--expect-name", "B", "--expect-number", "2"},
          0,
          "<none>",
-         "A 1,B 7,"},
-        {{"delete", "device", "1", "--expect-name", "A", "--expect-number", "1"}, 0, "<none>", "B 7,"},
-        {{"delete", "device", "2", "3", "--expect-name", "B"}, 2, "<none>", "B 7,"},
+         "1/-1 A 1\n2/-1 B 7\n"},
+        {{"delete", "device", "1", "--expect-name", "A", "--expect-number", "1"}, 0, "<none>", "2/-1 B 7\n"},
+        {{"delete", "device", "2", "3", "--expect-name", "B"}, 2, "<none>", "2/-1 B 7\n"},
     };
     for (const auto &st : steps) {
         Outcome r = pbcli(st.args);
         EXPECT_EQ(r.status, st.status) << st.args[0] << " " << r.out << r.err;
         EXPECT_EQ(r.at("code"), st.code) << r.out;
-        Outcome list = pbcli({"list", "device"});
-        std::string listing;
-        for (int i = 0; i < std::atoi(list.at("count").c_str()); ++i)
-            listing += list.at("entries." + std::to_string(i) + ".name") + " " +
-                       list.at("entries." + std::to_string(i) + ".number") + ",";
-        EXPECT_EQ(listing, st.listing) << st.args[0];
+        EXPECT_EQ(listing(pbcli({"list", "device"})), st.listing) << st.args[0];
     }
 }
 
@@ -288,54 +247,42 @@ TEST_F(PbcliE2e, ConcurrentScriptsChangeOnlyTheEntriesTheyMean)
 }
 
 // Every export format imported back gives the same phonebook, through a
-// file and through a pipe; the router's own lines refuse, naming it, an
-// entry they cannot carry instead of splitting it.
+// file and through a pipe ('-'); the router's own lines refuse an entry they
+// cannot carry, writing nothing, instead of splitting it.
 TEST_F(PbcliE2e, EveryExportFormatReadsBackAsTheSamePhonebook)
 {
-    const std::string in = kWork + "/e2e_trip_in.csv";
+    const std::string in = kWork + "/e2e_trip_in.csv", piped = kWork + "/e2e_piped.vcf",
+                      backup = kWork + "/e2e_backup.txt";
     std::ofstream(in)
-        << "name,number,email\n\"Smith, John \"\"Jack\"\"\",+44 20 7946 0018 ext. 12,\n"
-           "Zoë Müller,030/1234567,zoe@example.de\nАнна,*100#,\n王小明,+86 138 0013 8000,w@x.cn\n";
+        << "name,number,email\nZoë Müller,030/1234567,zoe@example.de\nАнна,*100#,\n"
+           "王小明,+86 138 0013 8000,w@x.cn\n\"Smith, John \"\"Jack\"\"\",+44 20 7946 0018 ext. 12,\n";
     ASSERT_EQ(pbcli({"import", in}).at("added"), "4");
-    const std::string before = pbcli({"list", "device"}).out;
-    const auto round_trip = [&](const std::string &format, const std::string &file) {
-        Outcome exp = pbcli({"export", "device", file, "--format", format});
-        EXPECT_EQ(exp.status, 0) << format << ": " << exp.out;
-        ASSERT_EQ(pbcli({"delete-all", "device", "--yes"}).status, 0);
-        Outcome imp = pbcli({"import", file});
-        EXPECT_EQ(imp.at("format"), format);
-        EXPECT_EQ(pbcli({"list", "device"}).out, before) << format << "\n" << pbt::slurp(file);
-    };
-    round_trip("csv", kWork + "/e2e_trip.csv");
-    round_trip("vcard", kWork + "/e2e_trip.vcf");
-
-    // '-': standard output, piped into an import from standard input.
-    ASSERT_EQ(
-        std::system(
-            (PBCLI_BIN " export device - --format vcard > " + kWork + "/e2e_piped.vcf 2>/dev/null").c_str()),
-        0);
-    ASSERT_EQ(pbcli({"delete-all", "device", "--yes"}).status, 0);
-    ASSERT_EQ(std::system(("cat " + kWork + "/e2e_piped.vcf | " PBCLI_BIN " import - >/dev/null").c_str()),
-              0);
-    EXPECT_EQ(pbcli({"list", "device"}).out, before) << "through a pipe";
-
-    const std::string backup = kWork + "/e2e_backup.txt";
     std::remove(backup.c_str());
-    Outcome refused = pbcli({"export", "device", backup, "--format", "module"});
-    EXPECT_EQ(refused.status, 1);
-    EXPECT_NE(refused.at("error").find("entry 1 (\"Smith, John \"Jack\"\"): its name holds a comma"),
-              std::string::npos)
-        << refused.at("error");
+    EXPECT_EQ(pbcli({"export", "device", backup, "--format", "module"}).status, 1);
     EXPECT_FALSE(pbt::exists(backup)) << "nothing written";
-    ASSERT_EQ(pbcli({"delete-all", "device", "--yes"}).status, 0);
-    std::ofstream(in) << "name,number,email\nZoë Müller,030/1234567,zoe@example.de\nАнна,*100#,\n";
-    ASSERT_EQ(pbcli({"import", in}).at("added"), "2");
-    const std::string rest = pbcli({"list", "device"}).out;
-    Outcome saved = pbcli({"export", "device", backup, "--format", "module"});
-    ASSERT_EQ(saved.status, 0) << saved.out;
-    ASSERT_EQ(pbcli({"delete-all", "device", "--yes"}).status, 0);
-    ASSERT_EQ(pbcli({"import", backup}).at("format"), "module");
-    EXPECT_EQ(pbcli({"list", "device"}).out, rest) << pbt::slurp(backup);
+
+    const std::pair<std::string, std::string> trips[] = {
+        {"csv", kWork + "/e2e_trip.csv"}, {"vcard", "-"}, {"module", backup}};
+    for (const auto &[format, file] : trips) {
+        if (format == "module") {  // without the name its lines cannot carry
+            ASSERT_EQ(pbcli({"delete", "device", "4"}).status, 0);
+        }
+        const std::string before = pbcli({"list", "device"}).out;
+        const bool pipe = file == "-";
+        ASSERT_EQ(pipe ? std::system(
+                             (PBCLI_BIN " export device - --format vcard >" + piped + " 2>/dev/null").c_str())
+                       : pbcli({"export", "device", file, "--format", format}).status,
+                  0)
+            << format;
+        ASSERT_EQ(pbcli({"delete-all", "device", "--yes"}).status, 0);
+        if (pipe) {
+            ASSERT_EQ(std::system(("cat " + piped + " | " PBCLI_BIN " import - >/dev/null").c_str()), 0);
+        } else {
+            EXPECT_EQ(pbcli({"import", file}).at("format"), format);
+        }
+        EXPECT_EQ(pbcli({"list", "device"}).out, before) << format << "\n"
+                                                         << pbt::slurp(file == "-" ? piped : file);
+    }
 }
 
 // The temporary file of an export cut short is cleared by the next export
@@ -403,12 +350,6 @@ TEST_F(PbcliE2e, PagePbcliAndTheCardAgreeOnWhatNameFits)
         }
         return out;
     };
-    const auto repeat = [](const std::string &c, int n) {
-        std::string s;
-        for (int k = 0; k < n; ++k)
-            s += c;
-        return s;
-    };
     struct Kind {
         std::vector<std::string> chars;
         int fit;     // characters that fill at most 14 octets
@@ -420,7 +361,9 @@ TEST_F(PbcliE2e, PagePbcliAndTheCardAgreeOnWhatNameFits)
         for (const std::string &c : k.chars) {
             const bool storable = c.size() < 4;  // a character outside the basic plane is not
             for (int n : {k.fit, k.fit + 1}) {
-                const std::string name = repeat(c, n);
+                std::string name;
+                for (int i = 0; i < n; ++i)
+                    name += c;
                 const bool fits = storable && n == k.fit;
                 pbweb::Json page;
                 std::string why;

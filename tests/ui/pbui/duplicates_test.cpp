@@ -7,18 +7,14 @@
 #include <vector>
 
 #include "duplicates.h"
+#include "harness.h"
 
 namespace {
 
 pbui::BookEntry entry(storage_type_t type, int index, const char *name, const char *number,
                       const char *email = "")
 {
-    pbui::BookEntry e{type, {}};
-    e.entry.index = static_cast<zp_uint32>(index);
-    std::strncpy(e.entry.name, name, PB_TEXT_LEN - 1);
-    std::strncpy(e.entry.num, number, PB_TEXT_LEN - 1);
-    std::strncpy(e.entry.email, email, PB_TEXT_LEN - 1);
-    return e;
+    return {type, pbt::entry(static_cast<zp_uint32>(index), 0, name, number, email)};
 }
 
 // "book index" of every member, group by group, "|" between groups.

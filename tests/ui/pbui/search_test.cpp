@@ -3,22 +3,13 @@
 // user is looking at ("анна" missing "Анна Каренина").
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "contacts.h"
+#include "harness.h"
 
 namespace {
-
-pb_flash_info entry(const char *name, const char *number)
-{
-    pb_flash_info e{};
-    e.index = 1;
-    std::strncpy(e.name, name, PB_TEXT_LEN - 1);
-    std::strncpy(e.num, number, PB_TEXT_LEN - 1);
-    return e;
-}
 
 TEST(Search, CaseIsFoldedInEveryScriptAndNumbersIgnoreSeparators)
 {
@@ -57,7 +48,7 @@ TEST(Search, CaseIsFoldedInEveryScriptAndNumbersIgnoreSeparators)
         {"Anna", "1", "", true},
     };
     for (const auto &c : cases)
-        EXPECT_EQ(pbui::Search(c.text).matches(entry(c.name, c.number)), c.found)
+        EXPECT_EQ(pbui::Search(c.text).matches(pbt::entry(1, 0, c.name, c.number)), c.found)
             << c.name << " / " << c.number << " ? " << c.text;
 }
 

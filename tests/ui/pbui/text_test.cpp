@@ -23,15 +23,10 @@ std::vector<std::string> flat(const std::vector<pbui::Contact> &v)
     return out;
 }
 
-pb_flash_info entry(int index, const std::string &name, const std::string &num, const std::string &email)
+pb_flash_info entry(zp_uint32 index, const std::string &name, const std::string &num,
+                    const std::string &email)
 {
-    pb_flash_info e{};
-    e.index = static_cast<zp_uint32>(index);
-    e.sim_index = 0xFFFFFFFFu;
-    std::strncpy(e.name, name.c_str(), PB_TEXT_LEN - 1);
-    std::strncpy(e.num, num.c_str(), PB_TEXT_LEN - 1);
-    std::strncpy(e.email, email.c_str(), PB_TEXT_LEN - 1);
-    return e;
+    return pbt::entry(index, pbt::kNoSim, name, num, email);
 }
 
 // Each text is told by its format and read as its writer meant it: sample
