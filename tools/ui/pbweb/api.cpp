@@ -20,6 +20,7 @@ namespace pbweb {
 
 namespace {
 
+using pbui::BookEntry;
 using pbui::Entries;
 using pbui::find_entry;
 using pbui::JsonObject;
@@ -553,18 +554,20 @@ Response merge(Phonebook &pb, const ApiRequest &, const Json &body)
     else
         rc = pb.checked(uses[0] ? STORAGE_TYPE_SIM : STORAGE_TYPE_FLASH,
                         check(uses[0] ? STORAGE_TYPE_SIM : STORAGE_TYPE_FLASH), apply);
+    if (uses[0])
+        note_sim_answer(rc);
     if (rc == kChanged && bad.type != STORAGE_TYPE_UNKNOWN)
         return failure(rc, "merge", bad.type, bad.shown.index);
-    if (rc != PB_RCODE_OK) {
-        const storage_type_t type = done.failed.type;
-        const int index = static_cast<int>(done.failed.entry.index);
-        Response r =
-            failure(rc,
-                    "merge: delete entry " + std::to_string(index) + " of the " + pbui::book_title(type) +
-                        " phonebook (" + std::to_string(done.deleted.size()) + " deleted before)",
-                    type, index);
-        return r;
-    }
+    // A phonebook could not be read (nothing deleted), or a delete failed.
+    const BookEntry &failed = done.failed;
+    if (rc != PB_RCODE_OK && failed.type == STORAGE_TYPE_UNKNOWN)
+        return failure(rc, "merge", uses[0] ? STORAGE_TYPE_SIM : STORAGE_TYPE_FLASH);
+    if (rc != PB_RCODE_OK)
+        return failure(rc,
+                       "merge: delete entry " + std::to_string(failed.entry.index) + " of the " +
+                           pbui::book_title(failed.type) + " phonebook (" +
+                           std::to_string(done.deleted.size()) + " deleted before)",
+                       failed.type, static_cast<int>(failed.entry.index));
     return ok(pbui::json_merged(done));
 }
 
