@@ -16,27 +16,22 @@ import argparse
 import json
 import os
 import shutil
-import signal
 import subprocess
 import sys
-import time
 import urllib.request
 
 try:
-    from selenium import webdriver
     from selenium.common.exceptions import NoAlertPresentException, StaleElementReferenceException
-    from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.by import By
     from selenium.webdriver.common.keys import Keys
     from selenium.webdriver.support import expected_conditions as EC
     from selenium.webdriver.support.ui import Select, WebDriverWait
+    import pbweb_rig as rig
 except ImportError:
     print("skipped: python3-selenium is not installed")
     sys.exit(77)
 
-CHROMIUM = shutil.which("chromium") or "/usr/bin/chromium"
-DRIVER = shutil.which("chromedriver") or "/usr/bin/chromedriver"
-WAIT = 60  # seconds for anything the page should get to; a loaded machine is slow
+WAIT = rig.WAIT
 
 CARD = """card 30 25 20
 1,+4930123456,Zoë Müller
@@ -48,37 +43,6 @@ IMPORT = "".join(f"BEGIN:VCARD\r\nVERSION:3.0\r\nFN:{name}\r\n{more}END:VCARD\r\
     ("Jürgen Groß", "TEL;TYPE=cell:+49 171 1234567\r\nEMAIL:j@example.de\r\n"),
     ("Renée Dubois", "TEL:+33142868200\r\n"), ("José Núñez", "TEL:+34911234567\r\n"), ("Nobody", "")))
 XSS = "<img src=x onerror=alert(1)>"
-
-
-class Processes:
-    def __init__(self, args, work):
-        self.procs = []
-        self.work = work
-        self.args = args
-
-    def start(self, argv, log, stdout=None):
-        p = subprocess.Popen(argv, stdout=stdout or subprocess.DEVNULL, stderr=open(os.path.join(self.work, log), "ab"))
-        self.procs.append(p)
-        return p
-
-    def stop_one(self, p):
-        p.send_signal(signal.SIGTERM)
-        assert p.wait(timeout=20) == 0, f"{p.args[0]} ended badly"
-        self.procs.remove(p)
-
-    def stop(self):
-        bad = []
-        for p in reversed(self.procs):
-            if p.poll() is None:
-                p.send_signal(signal.SIGTERM)
-            try:
-                rc = p.wait(timeout=20)
-            except subprocess.TimeoutExpired:
-                p.kill()
-                rc = "killed"
-            if rc != 0:
-                bad.append(f"{p.args[0]} ended with {rc}")
-        return bad
 
 
 class Page:
@@ -477,41 +441,6 @@ def run_languages(driver_for, url, work):
         d.quit()
 
 
-def run_first_draw(page, work):
-    """Fills the device phonebook (1000 entries) and prints how long the page
-    takes from the tab's click to the first frame with every entry drawn
-    (the median of five); a figure to compare, not a bound."""
-    p = page
-    src = os.path.join(work, "thousand.csv")
-    with open(src, "w", encoding="utf-8") as f:
-        f.write("name,number,email\n" + "".join(f"Kontakt {k:04d},+49301{k:06d},k{k}@example.de\n"
-                                               for k in range(1000)))
-    p.el("#tab-device").click()
-    p.wait(lambda: p.el("#import-open").is_displayed(), "the device tab")
-    p.import_file(src)
-    p.wait(lambda: len(p.rows()) == 1000, "1000 entries")
-    p.d.set_script_timeout(WAIT)
-    times = []
-    for _ in range(5):
-        p.el("#tab-sim").click()
-        p.wait(lambda: len(p.names()) == 4, "the SIM list")
-        times.append(p.d.execute_async_script("""
-            const done = arguments[arguments.length - 1];
-            const t0 = performance.now();
-            document.getElementById('tab-device').click();
-            const drawn = () => document.querySelectorAll('#rows tr').length === 1000
-              ? requestAnimationFrame(() => setTimeout(() => done(performance.now() - t0)))
-              : requestAnimationFrame(drawn);
-            drawn();"""))
-    print(f"first draw of 1000 entries: {sorted(times)[2]:.0f} ms (median of 5; {', '.join(f'{t:.0f}' for t in times)})")
-    p.el("#delete-all").click()
-    p.wait(lambda: p.el("#confirm-input").is_displayed(), "the typed confirmation")
-    p.el("#confirm-input").send_keys("delete all")
-    p.el("#confirm-ok").click()
-    p.wait(lambda: p.el("#empty").is_displayed(), "the empty phonebook")
-    p.el("#tab-sim").click()
-
-
 def run_login(page, url):
     """The same page behind a password: the login form, a wrong and a right
     password, the session cookie at work, and the logout."""
@@ -535,7 +464,7 @@ def main():
     for opt in ("--pbweb", "--pb-host", "--pbm-simd", "--work"):
         ap.add_argument(opt, required=True)
     args = ap.parse_args()
-    if not (os.access(CHROMIUM, os.X_OK) and os.access(DRIVER, os.X_OK)):
+    if not rig.have_browser():
         print("skipped: chromium or chromedriver is not installed")
         return 77
 
@@ -543,21 +472,12 @@ def main():
     shutil.rmtree(work, ignore_errors=True)
     downloads = os.path.join(work, "downloads")
     os.makedirs(downloads)
-    ipc = os.environ["ZP_IPC_DIR"]
-    shutil.rmtree(ipc, ignore_errors=True)
-    os.makedirs(ipc)
-    os.makedirs(os.environ["ZP_NV_DIR"], exist_ok=True)
-    os.environ.pop("ZP_QMI_SOCKET", None)
-    data = os.environ.get("PB_DATA_DIR")
-    if data:
-        for f in ("pb_device_file", "pb_device_file_tmp"):
-            if os.path.exists(os.path.join(data, f)):
-                os.remove(os.path.join(data, f))
+    rig.fresh_folders()
     card = os.path.join(work, "card.txt")
     with open(card, "w", encoding="utf-8") as f:
         f.write(CARD)
 
-    procs = Processes(args, work)
+    procs = rig.Processes(work)
     driver = None
     failed = None
     try:
@@ -569,27 +489,11 @@ def main():
 
         procs.simd = start_simd()
         procs.host = start_host()
-        sock = os.path.join(ipc, "ipc_11")
-        deadline = time.time() + WAIT
-        while not os.path.exists(sock):
-            if time.time() > deadline:
-                raise AssertionError("pb_host did not come up")
-            time.sleep(0.05)
-        web = procs.start([args.pbweb, "--listen", "127.0.0.1:0"], "pbweb.log", stdout=subprocess.PIPE)
-        line = web.stdout.readline().decode()
-        url = line.strip().rsplit(" ", 1)[-1].rstrip("/")
-        assert url.startswith("http://127.0.0.1:"), line
+        rig.wait_for_host()
+        url = procs.start_pbweb(args.pbweb, "pbweb.log")
 
         def driver_for(languages):
-            opts = webdriver.ChromeOptions()
-            opts.binary_location = CHROMIUM
-            for a in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
-                      "--window-size=1280,900", "--lang=" + languages.split(",")[0]):
-                opts.add_argument(a)
-            opts.add_experimental_option("prefs", {"download.default_directory": downloads,
-                                                   "download.prompt_for_download": False,
-                                                   "intl.accept_languages": languages})
-            return webdriver.Chrome(service=Service(DRIVER), options=opts)
+            return rig.chrome(languages, downloads)
 
         driver = driver_for("en-US,en")
         driver.execute_cdp_cmd("Page.setDownloadBehavior", {"behavior": "allow", "downloadPath": downloads})
@@ -598,13 +502,11 @@ def main():
         run_duplicates(page, url)
         run_outages(page, procs, start_host, start_simd)
         run_languages(driver_for, url, work)
-        run_first_draw(page, work)
 
         pw = os.path.join(work, "password")
         subprocess.run([args.pbweb, "--set-password", pw], input=b"open sesame\n", check=True)
-        guarded = procs.start([args.pbweb, "--listen", "127.0.0.1:0", "--password-file", pw], "pbweb-login.log",
-                              stdout=subprocess.PIPE)
-        run_login(Page(driver, url, work), guarded.stdout.readline().decode().strip().rsplit(" ", 1)[-1])
+        guarded = procs.start_pbweb(args.pbweb, "pbweb-login.log", "--password-file", pw)
+        run_login(Page(driver, url, work), guarded)
         # Answers such as 503 and 409 are logged as failed loads; script errors are not.
         logs = [e for e in driver.get_log("browser") if e["level"] == "SEVERE" and e["source"] != "network"]
         assert not logs, f"browser console errors: {logs}"
