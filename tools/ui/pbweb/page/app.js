@@ -220,61 +220,71 @@ async function load() {
   }
 }
 
+// A cell of the list; `label` names its field on a phone, where each entry
+// is a card ('' hides the cell there, null: no name). The roles keep the
+// list a table to assistive technology while its rows are laid out as grids.
 function cell(text, label, cls) {
   const td = document.createElement('td');
+  td.setAttribute('role', 'cell');
   td.textContent = text;
-  td.dataset.label = label;
+  if (label !== null) td.dataset.label = label;
   td.className = cls;
   return td;
 }
 
-function button(text, label, onClick, cls) {
+// A row's Edit or Delete button: the list's one click handler (wire) acts
+// on it by its data-act.
+function rowButton(text, label, act, cls, off) {
   const b = document.createElement('button');
   b.type = 'button';
   b.textContent = text;
   b.setAttribute('aria-label', label);
-  if (cls) b.className = cls;
-  b.addEventListener('click', onClick);
+  b.className = cls;
+  b.dataset.act = act;
+  b.disabled = off;
   return b;
 }
 
+// The list, drawn in one go. Its checkboxes and buttons have no listeners
+// of their own (the list's handlers find the entry by the row), so that a
+// thousand rows are made quickly.
 function render(data) {
   state.listed = data;
-  const rows = $('rows');
-  rows.replaceChildren();
   const sim = state.book === 'sim';
+  const off = $('book').classList.contains('stalled') || state.service !== 'ready';
+  const word = { index: t('col_index'), sim: sim ? t('col_sim') : '', name: t('col_name'),
+    number: t('col_number'), email: t('col_email'), edit: t('edit'), delete: t('delete') };
+  const rows = document.createDocumentFragment();
   for (const e of data.entries) {
     const tr = document.createElement('tr');
+    tr.setAttribute('role', 'row');
     tr.dataset.index = e.index;
-    const pick = document.createElement('td');
-    pick.className = 'pick';
+    const picked = state.selected.has(e.index);
+    if (picked) tr.className = 'selected';
+    const pick = cell('', null, 'pick');
     const box = document.createElement('input');
     box.type = 'checkbox';
-    box.checked = state.selected.has(e.index);
+    box.checked = picked;
     box.setAttribute('aria-label', t('select_entry', e));
-    box.addEventListener('change', () => {
-      box.checked ? state.selected.add(e.index) : state.selected.delete(e.index);
-      updateSelection();
-    });
     pick.append(box);
-    tr.append(pick, cell(e.index, t('col_index'), 'c-index'),
-      cell(sim ? e.sim_index : '', sim ? t('col_sim') : '', 'c-sim sim-only'),
-      cell(e.name, t('col_name'), 'c-name'), cell(e.number, t('col_number'), 'c-number'),
-      cell(e.email, t('col_email'), 'c-email'));
-    const act = document.createElement('td');
-    act.className = 'actions';
-    act.append(button(t('edit'), t('edit_entry', e), () => openEntry(e), 'needs-service'),
-      ' ', button(t('delete'), t('delete_entry', e), () => confirmDelete([e]), 'danger needs-service'));
-    tr.append(act);
+    const act = cell('', null, 'actions');
+    act.append(rowButton(word.edit, t('edit_entry', e), 'edit', 'needs-service', off), ' ',
+      rowButton(word.delete, t('delete_entry', e), 'delete', 'danger needs-service', off));
+    tr.append(pick, cell(e.index, word.index, 'c-index'), cell(sim ? e.sim_index : '', word.sim, 'c-sim sim-only'),
+      cell(e.name, word.name, 'c-name'), cell(e.number, word.number, 'c-number'),
+      cell(e.email, word.email, 'c-email'), act);
     rows.append(tr);
   }
+  $('rows').replaceChildren(rows);
+  state.rowsOff = off;
   const total = data.total ? t('caption_total', data) : '';
   $('caption').textContent = t('caption', { book: bookWord(state.book), count: data.count, total });
   $('empty').hidden = data.entries.length > 0;
   $('empty').textContent = data.count === 0 ? t(`empty_${state.book}`) : t('no_match');
   $('table').hidden = data.entries.length === 0;
   $(`count-${state.book}`).textContent = data.total ? `${data.count}/${data.total}` : `${data.count}`;
-  for (const i of [...state.selected]) if (!data.entries.some((e) => e.index === i)) state.selected.delete(i);
+  const listed = new Set(data.entries.map((e) => e.index));
+  for (const i of state.selected) if (!listed.has(i)) state.selected.delete(i);
   updateSelection();
 }
 
@@ -284,8 +294,16 @@ function updateSelection() {
   // device phonebook's file allows (export, import).
   const stalled = $('book').classList.contains('stalled');
   const noService = stalled || state.service !== 'ready';
-  for (const el of $('book').querySelectorAll('button, input, select')) el.disabled = stalled;
-  for (const el of $('book').querySelectorAll('#add, #delete-all, .needs-service')) el.disabled = noService;
+  for (const el of $('book').querySelectorAll('.toolbar button, .toolbar input, .toolbar select, #select-all')) {
+    el.disabled = stalled;
+  }
+  $('add').disabled = noService;
+  $('delete-all').disabled = noService;
+  // The rows' buttons only when that changes: a thousand of them.
+  if (state.rowsOff !== noService) {
+    for (const b of $('rows').querySelectorAll('.needs-service')) b.disabled = noService;
+    state.rowsOff = noService;
+  }
   $('delete-selected').disabled = n === 0 || noService;
   $('copy-selected').disabled = n === 0 || noService;
   $('copy-selected').textContent = t('copy_selected',
@@ -754,6 +772,20 @@ function wire() {
   let typing = null;
   $('search').addEventListener('input', () => { clearTimeout(typing); typing = setTimeout(load, 200); });
   $('add').addEventListener('click', () => openEntry(null));
+  // The rows' own controls, by the entry of their row.
+  const entryOf = (el) => state.entries.find((e) => e.index === Number(el.closest('tr').dataset.index));
+  $('rows').addEventListener('click', (ev) => {
+    const b = ev.target.closest('button[data-act]');
+    if (!b) return;
+    const e = entryOf(b);
+    if (b.dataset.act === 'edit') openEntry(e);
+    else confirmDelete([e]);
+  });
+  $('rows').addEventListener('change', (ev) => {
+    const index = Number(ev.target.closest('tr').dataset.index);
+    ev.target.checked ? state.selected.add(index) : state.selected.delete(index);
+    updateSelection();
+  });
   $('entry-form').addEventListener('submit', saveEntry);
   $('entry-form').addEventListener('input', checkSoon);
   $('entry-cancel').addEventListener('click', () => $('entry-dialog').close());
