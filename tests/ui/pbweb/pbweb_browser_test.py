@@ -401,6 +401,8 @@ def run_languages(driver_for, url, work):
     """A browser that asks for German gets the page in German, states and
     server results in its words too; the switch on the page turns it to
     English and keeps it so over a reload."""
+    english = http_get(url, "/i18n/en.json")
+    assert set(http_get(url, "/i18n/de.json")) == set(english), "the German catalog lacks or adds words"
     d = driver_for("de-DE,de,en")
     try:
         p = Page(d, url, work)

@@ -717,8 +717,10 @@ async function chooseLanguage() {
   await setLanguage(code);
 }
 
+// A word a catalog lacks is shown in English rather than as its key.
 async function setLanguage(code) {
-  try { words = await (await fetch(`/i18n/${code}.json`)).json(); } catch (e) { return; }
+  const catalog = async (c) => (await fetch(`/i18n/${c}.json`)).json();
+  try { words = { ...(await catalog('en')), ...(code === 'en' ? {} : await catalog(code)) }; } catch (e) { return; }
   document.documentElement.lang = code;
   $('lang').value = code;
   for (const el of document.querySelectorAll('[data-i18n]')) el.textContent = t(el.dataset.i18n);
