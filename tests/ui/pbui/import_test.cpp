@@ -51,24 +51,25 @@ TEST_F(Exchange, ImportFillsFreePlacesAndSaysWhatBecameOfEveryContact)
     store_book(STORAGE_TYPE_FLASH, {{1, "101|Anna|"}, {3, "103|Bob|"}});
     const std::string long_name = std::string(49, 'x') + "é";  // 51 bytes
     pbui::Report r;
-    ASSERT_EQ(pbui::import_to_device({contact("Cleo", "+49 (30) 1-2", "c@x"), contact("Anna", "101"),
-                                      contact("Anna", "555", "", "work"), contact("Anna", "556"),
-                                      contact("Anna", "557", "", "work"), contact("Dan", ""),
-                                      contact("Eve", "12_3"), contact(long_name, "7", std::string(60, 'm')),
-                                      contact("Anna (2)", "556")},
-                                     &r),
-              PB_RCODE_OK);
+    ASSERT_EQ(
+        pbui::import_to_device({contact("Cleo", "+49 (30) 1-2", "c@x"), contact("Anna", "101"),
+                                contact("Anna", "555", "", "work"), contact("Anna", "556"),
+                                contact("Anna", "557", "", "work"), contact("Dan", ""),
+                                contact("", "", "x@y"), contact("Eve", "12_3"),
+                                contact(long_name, "7", std::string(60, 'm')), contact("Anna (2)", "556")},
+                               &r),
+        PB_RCODE_OK);
     EXPECT_EQ(outcomes(r), (std::vector<std::string>{
                                "added 2 Cleo", "duplicate 1 Anna", "added 4 Anna (work)", "added 5 Anna (2)",
-                               "added 6 Anna (3)", "no_number 0 ", "bad_number 0 ",
-                               "added 7 " + std::string(49, 'x'), "duplicate 5 Anna (2)"}));
+                               "added 6 Anna (3)", "added 7 Dan", "no_number 0 ", "bad_number 0 ",
+                               "added 8 " + std::string(49, 'x'), "duplicate 5 Anna (2)"}));
     EXPECT_TRUE(r.lines[2].renamed);
-    EXPECT_TRUE(r.lines[7].name_cut);
-    EXPECT_TRUE(r.lines[7].email_cut);
+    EXPECT_TRUE(r.lines[8].name_cut);
+    EXPECT_TRUE(r.lines[8].email_cut);
     EXPECT_EQ(load_book(STORAGE_TYPE_FLASH),
               (std::vector<std::string>{"1:101|Anna|", "2:+493012|Cleo|c@x", "3:103|Bob|",
-                                        "4:555|Anna (work)|", "5:556|Anna (2)|", "6:557|Anna (3)|",
-                                        "7:7|" + std::string(49, 'x') + "|" + std::string(50, 'm')}));
+                                        "4:555|Anna (work)|", "5:556|Anna (2)|", "6:557|Anna (3)|", "7:|Dan|",
+                                        "8:7|" + std::string(49, 'x') + "|" + std::string(50, 'm')}));
 }
 
 TEST_F(Exchange, ImportIntoAFullPhonebookReportsTheRestAsFull)

@@ -172,8 +172,11 @@ std::string_view one_line(std::string_view s, std::string *scratch)
 }
 
 // Checks a contact and fills line->entry with what would be stored. False,
-// with the outcome set, when the contact is not to be added.
-bool check(const Contact &c, const Book &book, const Fitter &fit, ReportLine *line)
+// with the outcome set, when the contact is not to be added. A contact
+// without a number is added where entries may have none (the device
+// phonebook, which the page and pbcli add such entries to), when it has a
+// name: an export of the phonebook reads back whole.
+bool check(const Contact &c, const Book &book, const Fitter &fit, bool number_needed, ReportLine *line)
 {
     line->from = c;
     if (!c.problem.empty()) {
@@ -187,7 +190,7 @@ bool check(const Contact &c, const Book &book, const Fitter &fit, ReportLine *li
         line->detail = why;
         return false;
     }
-    if (number.empty()) {
+    if (number.empty() && (number_needed || c.name.empty())) {
         line->outcome = Outcome::NO_NUMBER;
         return false;
     }
@@ -262,7 +265,7 @@ int import_to_device(const std::vector<Contact> &contacts, Report *report)
     report->lines.reserve(contacts.size());
     for (const Contact &c : contacts) {
         ReportLine &line = report->lines.emplace_back();
-        if (!check(c, book, device_fit, &line))
+        if (!check(c, book, device_fit, false, &line))
             continue;
         line.entry.sim_index = kNoSimRecord;
         if (simlib_pb_add(table.get(), &line.entry) == PB_RCODE_OK) {
@@ -301,7 +304,7 @@ int copy_to_sim(const std::vector<Contact> &contacts, const SimCopy &how, Report
     bool full = false, added = false;
     for (const Contact &c : contacts) {
         ReportLine &line = report->lines.emplace_back();
-        if (check(c, book, fit, &line)) {
+        if (check(c, book, fit, true, &line)) {
             const int digits = sim_number_digits(line.entry.num);
             line.email_dropped = line.entry.email[0] != '\0';
             line.entry.email[0] = '\0';

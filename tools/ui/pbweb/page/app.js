@@ -513,8 +513,10 @@ async function openDuplicates() {
   try {
     data = await api('GET', '/api/duplicates');
   } catch (e) {
+    // Nothing was to change: the phonebook's state in its own words.
+    const st = TROUBLE.has(e.state) && e.state !== 'failed' ? stateText(e.state) : null;
     $('dup-summary').textContent = '';
-    $('dup-error').textContent = errorText(e);
+    $('dup-error').textContent = st ? `${st.title} ${st.text}` : errorText(e);
     return;
   }
   dupGroups = [...data.groups.map((members) => ({ kind: 'same', members })),
