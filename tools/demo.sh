@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The phonebook at work, end to end on this machine: the modem simulator
 # plays a SIM card, pb_host runs the phonebook service, and the command-line
-# tool pbcli lists, adds, edits, deletes, imports and exports entries; then
+# tool pbcli lists, adds, edits, deletes, imports and exports entries, finds
+# a caller and merges duplicates; then
 # the web page pbweb shows the result, caught in a headless screenshot.
 #
 #   bash tools/demo.sh           from a fresh checkout: installs what the
@@ -194,6 +195,14 @@ step "Delete several entries at once, and what a script sees"
 pbcli delete device 3 6
 pbcli --json list device
 pbcli_fails show device 42
+
+step "Who is calling: a number as people write it finds its entry in either phonebook (the device's first)"
+pbcli who --country DE "030 123 4567"
+pbcli who "0049 (0)30 123456"
+
+step "The same people in both phonebooks, and a merge that keeps one entry of each"
+pbcli duplicates --country DE
+pbcli merge --country DE --yes
 
 step "The web page (pbweb) on the same phonebooks"
 listen=127.0.0.1:0
