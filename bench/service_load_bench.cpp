@@ -31,6 +31,7 @@
 #include "mm_pb.h"
 #include "pb_qmi.h"
 #include "pbm_sim.h"
+#include "sim_cards.h"
 
 namespace {
 
@@ -39,17 +40,7 @@ using clock_type = std::chrono::steady_clock;
 constexpr unsigned kRecords = PB_MAX_ENTRIES;
 constexpr int kWaitMs = 60000;
 
-pbm_sim::Card card(unsigned records)
-{
-    pbm_sim::Card c;
-    c.max_records = kRecords;
-    for (unsigned k = 1; k <= records; ++k) {
-        pbm_sim::Record &r = c.records[static_cast<uint16_t>(k)];
-        pbm_sim::utf8_to_ucs2("Contact " + std::to_string(k), &r.name);
-        r.number = "+4917012" + std::to_string(100000 + k);
-    }
-    return c;
-}
+pbm_sim::Card card(unsigned records) { return pbt::numbered_card(records, kRecords, "Contact ", "+4917012"); }
 
 double ms_since(clock_type::time_point t0)
 {

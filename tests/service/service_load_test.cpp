@@ -12,6 +12,7 @@
 #include "harness.h"
 #include "mm_pb.h"
 #include "pbm_sim.h"
+#include "sim_cards.h"
 #include "zp_ipc_host.h"
 #include "zp_mem_host.h"
 
@@ -22,17 +23,7 @@ constexpr unsigned kCardRecords = PB_MAX_ENTRIES;
 constexpr unsigned kIndications = kCardRecords / QMI_PBM_MAX_NUM_BASIC_RECORD_INSTANCE_V01;
 constexpr int kWaitMs = 120000;  // generous: a read of the whole card under load
 
-pbm_sim::Card full_card()
-{
-    pbm_sim::Card c;
-    c.max_records = kCardRecords;
-    for (unsigned k = 1; k <= kCardRecords; ++k) {
-        pbm_sim::Record &r = c.records[static_cast<uint16_t>(k)];
-        pbm_sim::utf8_to_ucs2("Card " + std::to_string(k), &r.name);
-        r.number = "+4930" + std::to_string(100000 + k);
-    }
-    return c;
-}
+pbm_sim::Card full_card() { return pbt::numbered_card(kCardRecords, kCardRecords, "Card ", "+4930"); }
 
 // Whether the SIM file holds the whole card: each record once, in the
 // card's order, with its name.

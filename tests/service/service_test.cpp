@@ -11,6 +11,7 @@
 #include "mm_pb.h"
 #include "pb_qmi.h"
 #include "pbm_sim.h"
+#include "sim_cards.h"
 #include "zp_ipc_host.h"
 #include "zp_mem_host.h"
 #include "zpt_ui_pb_func.h"
@@ -27,14 +28,7 @@ const std::string kCardFile = "1@1:c1 2@2:c2 3@3:c3 4@4:c4";  // the card's four
 // An entry named by its index alone (no name or number to compare).
 pb_flash_info at(zp_uint32 index) { return pb_flash_info{index, 0, {}, {}, {}}; }
 
-pbm_sim::Card card()
-{
-    pbm_sim::Card c;
-    c.max_records = kRecords;
-    for (uint16_t k = 1; k <= 4; ++k)
-        pbm_sim::utf8_to_ucs2("c" + std::to_string(k), &c.records[k].name);
-    return c;
-}
+pbm_sim::Card card() { return pbt::numbered_card(4, kRecords, "c"); }
 
 class Service : public ::testing::Test {
 protected:
